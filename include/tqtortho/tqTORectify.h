@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tqfd/Export.h"
+#include "tqfd/Geometry.h"
+#include "tqfd/Progress.h"
+#include "tqorkit/PhotoInfo.h"
+#include "tqorkit/tqExtOri.h"
+#include "tqorkit/tqIntOri.h"
+#include "tqorkit/tqPhotoCategory.h"
+
+namespace tqtortho {
+
+struct TestPeer;  // the tests' way to the private steps
+
+/// Rectification of photos onto a DSM.
+///
+/// An object carries the geometry of one photo at a time (camera, orientation, rotation matrix), so
+/// photos processed in parallel need one object each. Operations return true on success and let no
+/// exception out. Method names are fixed by callers, misspellings included.
+class TQTORTHO_API tqTORectify {
+ public:
+  tqTORectify();
+  ~tqTORectify();
+
+  /// Rectifies one work block of a parameter file (numbers start at 1).
+  ///
+  /// False when the file cannot be opened, its scale is below 1 (logged) or the block is missing;
+  /// a photo that fails is logged and does not fail the block. Different blocks may run on
+  /// different objects at once.
+  bool BlockOR(const char* paramPath, int blockNumber);
+
+  /// Rectifies the work blocks 1 to `blockCount` of the job's parameter file in one OpenMP loop.
+  ///
+  /// Only `blockCount`, `progress` and `user` are used; everything else comes from the file. The
+  /// callback gets 100/N more after every finished block, never from two threads at once; its 0
+  /// lets no further block start and makes the result false.
+  bool ShellOrthoRectify(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
+                         std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
+                         double* heightPair,
+                         std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
+                         const char* outputDir, int blockCount, bool flagA, bool flagB,
+                         tqfd::ProgressCallback progress, void* user);
+
+  /// Writes the parameter file: job settings, then the photos cut into work blocks of one camera.
+  ///
+  /// @param heightPair  two doubles: ground resolution and start height of the job
+  /// @param scale       reduction of the reduced copies, at least 1
+  /// @param blockCount  receives the number of work blocks
+  /// @return false when the file cannot be created.
+  bool UpdateParams(const char* path, std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
+                    std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
+                    double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                    int rectifyOption, const char* outputDir, double scale, int& blockCount,
+                    bool flagA, bool flagB);
+
+  /// Estimates every photo's footprint on one job-wide lattice and the size of the whole output.
+  ///
+  /// Footprints are snapped to the lattice of step heightPair[0] (0: the DSM's cell size, written
+  /// back) anchored on a DSM cell centre; their height is a hair short of a whole number of
+  /// cells, so that an ortho's rows fall on the lattice. A photo that misses the DSM (or lies
+  /// outside `areaPolygon`) gets the empty footprint and does not fail the others. Oblique photos
+  /// whose centre lies outside their own footprint are served.
+  ///
+  /// @param photoBlocks      footprints are stored in its photos; their GSD pair when it was unset
+  /// @param areaPolygon      ground polygon of the area to produce, or null
+  /// @param width, height    receive the output size in cells
+  /// @param flagB            sizing run
+  /// @param photoNeighbours  receives, per photo (block index << 32 | photo index), the photos whose
+  ///                         footprints overlap its own
+  /// @param extentPoints     receives the corners of the job's extent in cells of its lattice
+  /// @return false (logged) when the DSM cannot be read or no photo meets it, or after a stop.
+  bool OrthoRectifyEstSize(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
+                           std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
+                           double* heightPair,
+                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
+                           const char* outputDir, int& width, int& height, bool flagB,
+                           std::map<std::uint64_t, std::vector<std::uint64_t>>& photoNeighbours,
+                           std::vector<tqfd::Point2_T<int>>& extentPoints,
+                           tqfd::ProgressCallback progress, void* user);
+
+ private:
+  friend struct TestPeer;
+
+  bool PrepareParams(const char* path, std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
+                     std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
+                     double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                     int rectifyOption, const char* outputDir, double scale, int& blockCount,
+                     bool flagA, bool flagB);
+
+  // Extent estimation.
+  bool ReadAndStrechDSM(const char* dsmPath, int maxCells, tqorkit::PhotoInfo& dsm);
+  static void ZoomNeighbor(const tqorkit::PhotoInfo& in, double factor, tqorkit::PhotoInfo& out);
+
+  // Camera geometry.
+  void CreateRotateMatrix();
+  void CalcCollinearityEquation(double groundX, double groundY, double groundZ, double& x,
+                                double& y) const;
+  void CalcInvCollinearityEquation(double x, double y, double groundZ, double& groundX,
+                                   double& groundY) const;
+  [[nodiscard]] tqfd::Point2_T<float> PixelDistortionCorrect(tqfd::Point2_T<float> ideal) const;
+
+  // One photo.
+  bool DoTORectfy(tqorkit::PhotoInfo& photo, tqorkit::PhotoInfo& dsm,
+                  const tqorkit::tqIntOri& interior, const tqorkit::tqExtOri& exterior, int method,
+                  double* parameters, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                  const tqfd::Rect2_T<double>& requestedRect, tqorkit::PhotoInfo& output,
+                  bool estimate, std::vector<std::uint8_t>* occlusion,
+                  tqfd::ProgressCallback progress, void* user);
+  void CalcGeoParas(tqorkit::PhotoInfo& photo, const tqorkit::PhotoInfo& dsm, double* parameters);
+  bool DoRectifyingRect(tqorkit::PhotoInfo& photo, const tqorkit::PhotoInfo& dsm, int method,
+                        double* parameters, tqorkit::PhotoInfo& output);
+  bool DoRectifyingPixels(tqorkit::PhotoInfo& photo, const tqorkit::PhotoInfo& dsm, int method,
+                          double* parameters, tqorkit::PhotoInfo& output,
+                          std::vector<std::uint8_t>* occlusion);
+  bool DoRectifyingPixelsEx(tqorkit::PhotoInfo& photo, const tqorkit::PhotoInfo& dsm, int method,
+                            double* parameters, tqorkit::PhotoInfo& output,
+                            std::vector<std::uint8_t>* occlusion);
+
+  // One block of photos.
+  bool OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
+                           std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
+                           double* heightPair,
+                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
+                           double scale, int reducedCopy, const char* outputDir, bool flagB,
+                           tqfd::ProgressCallback progress, void* user);
+  bool RefineTOR(tqorkit::PhotoInfo& ortho, tqorkit::PhotoInfo& weightMask);
+  bool RefineROI(tqorkit::PhotoInfo& ortho, tqorkit::PhotoInfo& mask);
+
+  // Occlusion masks.
+  void RefineOcclusion(std::uint8_t* mask, int width, int height);
+  bool FilterSpeckles(const std::string& maskPath);
+  bool AdjustOcclusion(const std::string& maskPath);
+  bool CheckTallBuilding(const tqfd::Rect2_T<double>& rect);
+  bool OcculusionJutAdjust(const std::string& maskPath, int first, int second, int third);
+
+  double rotation_[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};  // row-major: a1 a2 a3, b1 b2 b3, c1 c2 c3
+  tqorkit::tqIntOri interior_;
+  tqorkit::tqExtOri exterior_;
+};
+
+}  // namespace tqtortho

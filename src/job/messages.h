@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tqtortho {
+
+/// The library's own texts, UTF-8 here, GBK once they leave (log, callback, standard output).
+namespace message {
+/// "abnormal scale, processing stopped"
+inline constexpr std::string_view kScaleAbnormal = "缩放比例异常，程序终止！";
+/// "error updating the parameter file"
+inline constexpr std::string_view kParamFileError = "更新参数文件出错!";
+/// "error computing the valid image area"
+inline constexpr std::string_view kExtentError = "计算影像有效区域出错!";
+/// "error in image rectification"
+inline constexpr std::string_view kRectifyError = "影像纠正处理出错!";
+/// "rectification in progress"
+inline constexpr std::string_view kRectifying = "正射纠正处理中...";
+/// "extracting the ortho image extent"
+inline constexpr std::string_view kEstimating = "提取正射影像范围...";
+/// "image size estimation abnormal: "
+inline constexpr std::string_view kEstimateAbnormal = "影像尺寸估计异常：";
+/// "image size abnormal: "
+inline constexpr std::string_view kImageSizeAbnormal = "影像尺寸异常：";
+/// "detecting shadows"
+inline constexpr std::string_view kObscuring = "正在检测阴影...";
+/// "generating weight masks"
+inline constexpr std::string_view kWeighting = "正在生成权值模板.....";
+/// "updating ortho images"
+inline constexpr std::string_view kUpdating = "正在更新正射影像.....";
+/// "error opening pix_map.bin"
+inline constexpr std::string_view kPixMapError = "打开pix_map.bin文件出错！";
+/// "rectification time (s): ", "image update time (s): ", "mosaic mask time (s): "
+inline constexpr std::string_view kRectifySeconds = "正射纠正时间(s)：";
+inline constexpr std::string_view kUpdateSeconds = "影像更新时间(s)：";
+inline constexpr std::string_view kMosaicSeconds = "镶嵌模板时间(s)：";
+}  // namespace message
+
+/// A text as it leaves the library.
+[[nodiscard]] std::string ToGbk(std::string_view utf8);
+/// Sends a UTF-8 text to the log.
+void LogMessage(std::string_view utf8);
+/// Prints a UTF-8 text to standard output, as GBK; the few debug lines that hosts rely on.
+void PrintMessage(std::string_view utf8);
+
+}  // namespace tqtortho
