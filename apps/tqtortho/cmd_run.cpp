@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "commands.h"
+#include "host/run_job.h"
+#include "progress_printer.h"
+#include "source_options.h"
+
+namespace tqtortho::app {
+namespace {
+
+struct RunArguments {
+  SourceOptions source;
+  host::RunOptions run;
+  double gsd = -1;
+  std::string resampling = "bilinear";
+  bool json = false;
+  bool quiet = false;
+};
+
+nlohmann::json ToJson(const host::RunReport& report) {
+  nlohmann::json photos = nlohmann::json::array();
+  for (const auto& p : report.photos) {
+    photos.push_back({{"name", p.name},
+                      {"block", p.block},
+                      {"done", p.done},
+                      {"reason", p.reason},
+                      {"cells", p.cells},
+                      {"hidden", p.hiddenShare},
+                      {"ortho", p.orthoPath}});
+  }
+  nlohmann::json stages = nlohmann::json::array();
+  for (const auto& s : report.stages) stages.push_back({{"name", s.name}, {"seconds", s.seconds}});
+  return {{"event", "result"},
+          {"gsd", report.gsd},
+          {"photos", photos},
+          {"stages", stages},
+          {"cells", report.cells},
+          {"seconds", report.seconds},
+          {"peakMemoryBytes", report.peakMemoryBytes},
+          {"preview", report.previewPath},
+          {"vrt", report.vrtPath}};
+}
+
+void PrintTable(const host::RunReport& report) {
+  std::size_t done = 0, width = 5;
+  for (const auto& p : report.photos) {
+    done += p.done ? 1 : 0;
+    width = std::max(width, p.name.size());
+  }
+  std::printf("\n%-*s %12s %9s\n", static_cast<int>(width), "photo", "cells", "hidden %");
+  for (const auto& p : report.photos) {
+    if (p.done) {
+      std::printf("%-*s %12lld %9.1f\n", static_cast<int>(width), p.name.c_str(),
+                  static_cast<long long>(p.cells), 100 * p.hiddenShare);
+    } else {
+      std::printf("%-*s failed: %s\n", static_cast<int>(width), p.name.c_str(), p.reason.c_str());
+    }
+  }
+  std::printf("\n%zu of %zu photos done, %.1f million cells of %.3g m\n", done,
+              report.photos.size(), static_cast<double>(report.cells) / 1e6, report.gsd);
+  for (const auto& s : report.stages) std::printf("  %-14s %8.1f s\n", s.name.c_str(), s.seconds);
+  std::printf("  %-14s %8.1f s, peak memory %.0f MB\n", "all", report.seconds,
+              static_cast<double>(report.peakMemoryBytes) / 1e6);
+  if (!report.previewPath.empty()) {
+    std::printf("look at %s, open %s in QGIS\n", report.previewPath.c_str(),
+                report.vrtPath.c_str());
+  }
+}
+
+int Run(RunArguments& arguments) {
+  auto survey = LoadSurvey(arguments.source);
+  if (!survey) return kBadInput;
+  host::RunOptions& run = arguments.run;
+  run.dsmPath = arguments.source.dsm.empty() ? survey->dsmPath : arguments.source.dsm;
+  run.resampling = arguments.resampling == "nearest" ? 0 : 1;
+  if (arguments.gsd >= 0) run.gsd = arguments.gsd;
+  WatchInterrupts();
+  ProgressPrinter printer(ChooseProgressStyle(arguments.json, arguments.quiet));
+  if (!arguments.json && !arguments.quiet) {
+    std::fprintf(stderr, "%s\n", survey->source.c_str());
+    for (const auto& note : survey->notes) std::fprintf(stderr, "  %s\n", note.c_str());
+  }
+  host::RunReport report;
+  std::string error;
+  const host::RunStatus status = host::RunJob(std::move(*survey), run, printer, report, error);
+  switch (status) {
+    case host::RunStatus::kBadInput:
+      return Fail(kBadInput, error);
+    case host::RunStatus::kFailed:
+      return Fail(kFailed, error);
+    case host::RunStatus::kInterrupted:
+      return Fail(kInterrupted, error);
+    case host::RunStatus::kDone:
+      break;
+  }
+  if (arguments.json) {
+    std::printf(
+        "%s\n",
+        ToJson(report).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  } else {
+    PrintTable(report);
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void AddRun(CLI::App& app, int& status) {
+  auto a = std::make_shared<RunArguments>();
+  CLI::App* command = app.add_subcommand("run", "Run a whole job: every photo onto the DSM");
+  AddSourceOptions(*command, a->source);
+  command->add_option("--out", a->run.outDir, "directory of the products")
+      ->required()
+      ->type_name("DIR");
+  command
+      ->add_option(
+          "--gsd", a->gsd,
+          "ground size of an output cell; 0: the DSM's; default: the photos' median ground "
+          "resolution, rounded up")
+      ->check(CLI::Range(0.0, 1e6))
+      ->type_name("M");
+  command
+      ->add_option("--start-height", a->run.startHeight,
+                   "height where footprints are first looked for; 0: the DSM's mean")
+      ->check(CLI::Range(-1e5, 1e5))
+      ->type_name("Z");
+  command->add_option("--resampling", a->resampling, "how photos are sampled")
+      ->check(CLI::IsMember({"nearest", "bilinear"}))
+      ->capture_default_str();
+  command->add_option("--area", a->run.areaPath, "produce only this polygon")
+      ->type_name("F.geojson");
+  command->add_flag("--reduced", a->run.reducedCopies,
+                    "also write a reduced copy of every ortho (OUT/rs)");
+  command->add_flag("--sizing-only", a->run.sizingOnly, "georeference sidecars only, no rasters");
+  command->add_option("--work", a->run.workDir, "the job's own state (default OUT/work)")
+      ->type_name("DIR");
+  command->add_option("--threads", a->run.threads, "threads; default: all cores")
+      ->check(CLI::Range(1, 1024))
+      ->type_name("N");
+  command->add_flag("--json", a->json, "progress and result as JSON lines on standard output");
+  command->add_flag("--quiet", a->quiet, "no progress");
+  command->footer(
+      "Examples:\n"
+      "  tqtortho run --odm ~/odm/village --out village-ortho\n"
+      "  tqtortho run --dsm dsm.tif --cameras cameras.txt --photos photos.txt --gsd 0.05 --out "
+      "out");
+  command->callback([a, &status] { status = Run(*a); });
+}
+
+}  // namespace tqtortho::app

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace tqtortho::app {
+
+/// Exit statuses of the command.
+enum ExitStatus : int { kDone = 0, kFailed = 1, kBadInput = 2, kInterrupted = 130 };
+
+/// Each subcommand adds itself; its callback stores the exit status in `status`.
+void AddRun(CLI::App& app, int& status);
+void AddBlock(CLI::App& app, int& status);
+void AddTrace(CLI::App& app, int& status);
+void AddSelfTest(CLI::App& app, int& status);
+void AddSample(CLI::App& app, int& status);
+void AddScore(CLI::App& app, int& status);
+void AddInfo(CLI::App& app, int& status);
+
+/// One line on standard error: "tqtortho: " and the text.
+void Complain(const std::string& text);
+/// Complain, and the status to return.
+int Fail(int status, const std::string& text);
+
+/// Catches Ctrl-C and termination from now on; Interrupted tells whether one came.
+void WatchInterrupts();
+[[nodiscard]] bool Interrupted();
+
+}  // namespace tqtortho::app

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/survey.h"
+#include "tqimage/GeoCoefficients.h"
+
+namespace tqtortho::host {
+
+/// One thing that the check found, in one line that names the file or photo, says what is wrong and
+/// what to do.
+struct Finding {
+  enum class Level { kError, kWarning };
+  Level level = Level::kError;
+  std::string text;
+};
+
+/// Facts of a DSM, from at most a few hundred of its rows.
+struct DsmFacts {
+  int cols = 0;
+  int rows = 0;
+  double cell = 0;      ///< ground size of a cell
+  std::string crsName;  ///< empty when unknown
+  std::string crsCode;  ///< "EPSG:..." or empty
+  double minHeight = 0;
+  double maxHeight = 0;
+  double meanHeight = 0;
+  double noDataShare = 0;  ///< 0 to 1
+  tqimage::GeoCoefficients coefficients;
+};
+
+/// What a survey holds, as far as it could be read.
+struct SurveyFacts {
+  DsmFacts dsm;
+  int photos = 0;
+  double photoResolution = 0;   ///< median ground resolution of the photos
+  std::int64_t photoBytes = 0;  ///< largest photo raster in memory
+  double meanHeightAboveGround = 0;
+};
+
+struct CheckResult {
+  SurveyFacts facts;
+  std::vector<Finding> findings;
+  [[nodiscard]] bool Usable() const;
+};
+
+/// Looks at a DSM alone.
+void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings);
+
+/// Looks at everything a job would read, before hours of work start. Opens every photo's header,
+/// never its pixels. Photos that cannot be used are taken out of `survey` and named in a warning; a
+/// survey left without photos is an error.
+[[nodiscard]] CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath);
+
+/// A resolution rounded up to two significant digits (0.0873 becomes 0.088).
+[[nodiscard]] double RoundUpTwoDigits(double value);
+
+/// Free space of the file system that will hold `directory`, in bytes; -1 when unknown.
+[[nodiscard]] std::int64_t FreeSpace(const std::string& directory);
+/// Creates the directory and writes and removes a file in it. False, with a line in `error`.
+bool CheckWritable(const std::string& directory, std::string& error);
+
+}  // namespace tqtortho::host

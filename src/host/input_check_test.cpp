@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/input_check.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "geo/Crs.h"
+#include "testing/temp_dir.h"
+#include "tqimage/TqImage.h"
+
+namespace tqtortho::host {
+namespace {
+
+using ::testing::Contains;
+using ::testing::Field;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using tqimage::TqImage;
+
+class InputCheckTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    WriteDsm("dsm.tif", 0.5, -0.5, "EPSG:32633");
+    WritePhoto("a.tif", 60, 40, 3, 1);
+    survey.cameras = {Camera()};
+    survey.blocks = {{dir.Path(), {Photo("a.tif")}}};
+  }
+  std::string WriteDsm(const std::string& name, double cellX, double cellY, const std::string& crs,
+                       float height = 100) {
+    const double transform[6] = {500000, cellX, 0, 5400000, 0, cellY};
+    tqimage::GeoCoefficients at(transform, 80, 60);
+    at.SetProjection(crs.empty() ? "" : geo::CrsToWkt(crs));
+    const std::vector<float> cells(80 * 60, height);
+    TqImage image;
+    EXPECT_TRUE(image.Create(dir.File(name), 80, 60, 1, tqimage::kFloat32, 17, true));
+    EXPECT_TRUE(image.SetGeoCoefficients(at));
+    EXPECT_TRUE(image.SetNoDataValue(0, -9999));
+    EXPECT_TRUE(image.WriteImage(0, {0, 0, 80, 60}, tqimage::kFloat32, cells.data()));
+    EXPECT_TRUE(image.Close());
+    return dir.File(name);
+  }
+  void WritePhoto(const std::string& name, int width, int height, int bands, int type) {
+    tqorkit::PhotoInfo photo;
+    photo.width = width;
+    photo.height = height;
+    photo.bands = bands;
+    photo.dataType = type;
+    photo.data.assign(static_cast<std::size_t>(width * height * bands * type), 9);
+    EXPECT_TRUE(TqImage::QuickWriteImage(dir.File(name), photo, nullptr, true));
+  }
+  static SurveyCamera Camera() {
+    SurveyCamera c;
+    c.id = 1;
+    c.width = c.sensorWidth = 60;
+    c.height = c.sensorHeight = 40;
+    c.focalLength = 60;
+    return c;
+  }
+  static SurveyPhoto Photo(const std::string& name) {
+    SurveyPhoto p;
+    p.name = name;
+    p.x = 500010;
+    p.y = 5399990;
+    p.z = 160;
+    p.cameraId = 1;
+    return p;
+  }
+  std::vector<Finding> Check(const std::string& dsm = "dsm.tif") {
+    result = CheckSurvey(survey, dir.File(dsm));
+    return result.findings;
+  }
+
+  testing::TempDir dir;
+  Survey survey;
+  CheckResult result;
+};
+
+auto Error(const std::string& text) {
+  return Contains(::testing::AllOf(Field(&Finding::level, Finding::Level::kError),
+                                   Field(&Finding::text, HasSubstr(text))));
+}
+auto Warning(const std::string& text) {
+  return Contains(::testing::AllOf(Field(&Finding::level, Finding::Level::kWarning),
+                                   Field(&Finding::text, HasSubstr(text))));
+}
+
+TEST_F(InputCheckTest, AGoodSurveyHasNoFindingsAndTrueFacts) {
+  EXPECT_THAT(Check(), IsEmpty());
+  EXPECT_EQ(result.facts.photos, 1);
+  EXPECT_DOUBLE_EQ(result.facts.photoResolution, 1.0);  // 60 m above ground, f = 60 pixels
+  EXPECT_DOUBLE_EQ(result.facts.dsm.meanHeight, 100);
+  EXPECT_EQ(result.facts.dsm.crsCode, "EPSG:32633");
+}
+
+TEST_F(InputCheckTest, EveryFaultOfADsmIsNamed) {
+  WriteDsm("degrees.tif", 1e-5, -1e-5, "EPSG:4326");
+  WriteDsm("oblong.tif", 0.5, -0.25, "EPSG:32633");
+  WriteDsm("southup.tif", 0.5, 0.5, "EPSG:32633");
+  WriteDsm("empty.tif", 0.5, -0.5, "EPSG:32633", -9999);
+  dir.Write("text.tif", "this is no raster");
+  WritePhoto("plain.tif", 60, 40, 1, 1);
+  EXPECT_THAT(Check("degrees.tif"), Error("is in degrees"));
+  EXPECT_THAT(Check("oblong.tif"), Error("not square"));
+  EXPECT_THAT(Check("southup.tif"), Error("north-up"));
+  EXPECT_THAT(Check("empty.tif"), Error("no height"));
+  EXPECT_THAT(Check("text.tif"), Error("text.tif"));
+  EXPECT_THAT(Check("plain.tif"), Error("no georeference"));
+  EXPECT_THAT(Check("missing.tif"), Error("missing.tif"));
+}
+
+TEST_F(InputCheckTest, APhotoThatCannotBeUsedIsLeftOutAndNamedOthersStay) {
+  WritePhoto("turned.tif", 40, 60, 3, 1);
+  WritePhoto("deep.tif", 60, 40, 1, 2);
+  WritePhoto("two.tif", 60, 40, 2, 1);
+  auto& photos = survey.blocks[0].photos;
+  for (const char* name : {"turned.tif", "deep.tif", "two.tif", "gone.tif"}) {
+    photos.push_back(Photo(name));
+  }
+  photos.push_back(Photo("low.tif"));
+  WritePhoto("low.tif", 60, 40, 3, 1);
+  photos.back().z = 90;
+  photos.push_back(Photo("stranger.tif"));
+  photos.back().cameraId = 7;
+  const auto findings = Check();
+  EXPECT_THAT(findings, Warning("turned.tif: is 40 x 60"));
+  EXPECT_THAT(findings, Warning("only 8-bit"));
+  EXPECT_THAT(findings, Warning("2 bands"));
+  EXPECT_THAT(findings, Warning("gone.tif"));
+  EXPECT_THAT(findings, Warning("low.tif: its camera (height 90) lies below the surface"));
+  EXPECT_THAT(findings, Warning("camera 7 is not listed"));
+  EXPECT_TRUE(result.Usable());
+  ASSERT_EQ(survey.blocks[0].photos.size(), 1U);
+  EXPECT_EQ(survey.blocks[0].photos[0].name, "a.tif");
+}
+
+TEST_F(InputCheckTest, PhotosFarFromTheDsmAreRefused) {
+  survey.blocks[0].photos[0].x = 13.4;
+  survey.blocks[0].photos[0].y = 52.5;
+  EXPECT_THAT(Check(), Error("10 km"));
+}
+
+TEST(RoundUpTwoDigitsTest, RoundsUpwardsOnceAndKeepsTwoDigitValues) {
+  for (const auto& [in, out] : {std::pair{0.0873, 0.088},
+                                {0.1, 0.1},
+                                {0.35, 0.35},
+                                {0.0999, 0.1},
+                                {12.01, 13.0},
+                                {1.0, 1.0},
+                                {0.0, 0.0},
+                                {-1.0, 0.0}}) {
+    EXPECT_NEAR(RoundUpTwoDigits(in), out, 1e-12) << in;
+  }
+}
+
+}  // namespace
+}  // namespace tqtortho::host

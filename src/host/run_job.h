@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/dsm_prepare.h"
+#include "host/input_check.h"
+#include "host/survey.h"
+
+namespace tqtortho::host {
+
+/// How a job is run; defaults are the command's.
+struct RunOptions {
+  std::string dsmPath;
+  std::string outDir;         ///< products: ortho/, preview.png, orthos.vrt
+  std::string workDir;        ///< the job's own state; empty: outDir/work
+  std::optional<double> gsd;  ///< ground size of an output cell; 0: the DSM's; unset: the photos'
+  double startHeight = 0;     ///< 0: the mean height of each DSM tile
+  int resampling = 1;         ///< 0 nearest neighbour, 1 bilinear
+  std::string areaPath;       ///< polygon file of the area to produce; empty: everything
+  bool reducedCopies = false;
+  bool sizingOnly = false;  ///< georeference sidecars only, no rasters
+  int threads = 0;          ///< 0: all cores
+};
+
+/// What became of one photo.
+struct PhotoOutcome {
+  std::string name;
+  int block = 0;
+  bool done = false;
+  std::string reason;      ///< why it failed, one line
+  std::int64_t cells = 0;  ///< of its ortho image
+  double hiddenShare = 0;  ///< cells that the photo cannot see, 0 to 1
+  std::string orthoPath;
+};
+
+struct StageTime {
+  std::string name;
+  double seconds = 0;
+};
+
+struct RunReport {
+  SurveyFacts facts;
+  double gsd = 0;
+  DsmPrepareReport dsm;
+  std::vector<PhotoOutcome> photos;
+  std::vector<StageTime> stages;
+  std::int64_t cells = 0;
+  double seconds = 0;
+  std::int64_t peakMemoryBytes = 0;
+  std::string previewPath;
+  std::string vrtPath;
+};
+
+/// Who watches a job. Calls come one at a time, from any thread of the job.
+class RunObserver {
+ public:
+  virtual ~RunObserver() = default;
+  virtual void BeginStage(const std::string& name) = 0;
+  virtual void Progress(double percent) = 0;
+  virtual void EndStage(double seconds) = 0;
+  virtual void Warn(const std::string& line) = 0;
+  /// Asked at every progress step; true stops the job.
+  virtual bool StopRequested() = 0;
+};
+
+enum class RunStatus { kDone, kFailed, kBadInput, kInterrupted };
+
+/// Runs a whole job on a survey. `error` gets one line when the status is not kDone. Uses the
+/// process-wide directory setters and OpenMP's thread number, so one job at a time in a process.
+[[nodiscard]] RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer,
+                               RunReport& report, std::string& error);
+
+}  // namespace tqtortho::host

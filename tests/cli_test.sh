@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# The command as people and scripts meet it: good runs, bad input with its one line and exit status,
+# interruption, and what is left on disk.
+set -uo pipefail
+tqtortho=$1
+dir=$(mktemp -d)
+trap 'rm -rf "$dir"' EXIT
+cd "$dir" || exit 1
+passed=0 failed=0
+
+# expect STATUS TEXT COMMAND...: exit status, and one line of output that holds TEXT.
+expect() {
+  local status=$1 text=$2; shift 2
+  local out; out=$("$@" 2>&1); local got=$?
+  if [ "$got" -ne "$status" ] || ! grep -qF -- "$text" <<<"$out"; then
+    echo "FAILED: $*"; echo "  wanted status $status and \"$text\", got status $got and:"; sed 's/^/  | /' <<<"$out"
+    failed=$((failed + 1))
+  else
+    passed=$((passed + 1))
+  fi
+}
+check() { if eval "$1"; then passed=$((passed + 1)); else echo "FAILED: $1"; failed=$((failed + 1)); fi; }
+run() { "$tqtortho" run "$@"; }
+
+expect 0 "town in town" "$tqtortho" sample --out town --size 30 --photos 3 --photo-gsd 0.2 --quiet
+lists=(--dsm town/dsm.tif --cameras town/cameras.txt --photos town/photos.txt)
+first=$(awk 'NR==4 {print $1}' town/photos.txt)
+
+# A good run leaves what it says.
+expect 0 "3 of 3 photos done" run "${lists[@]}" --out out --threads 2 --reduced
+check '[ -s out/preview.png ] && [ -s out/orthos.vrt ] && [ -s out/work/ortho_data/orParam.txt ]'
+check '[ "$(ls out/ortho/*_obs.tif | wc -l)" -eq 3 ] && [ "$(ls out/rs | wc -l)" -eq 3 ]'
+check '! find out -name "*.tmp-*" | grep -q .'
+expect 0 "a job would use --gsd" "$tqtortho" info "${lists[@]}"
+expect 0 "IoU" "$tqtortho" score --truth town --orthos out/ortho
+expect 0 '"event":"result"' run "${lists[@]}" --out json --json --threads 1
+# The block plan follows the thread count; given one plan, the bytes do not depend on the threads.
+cp -r out/ortho before
+for n in 1 2 3; do OMP_NUM_THREADS=1 "$tqtortho" block --param out/work/ortho_data/orParam.txt --number $n --tmp out/work/tmp >/dev/null 2>&1; done
+check 'diff -r before out/ortho >/dev/null'
+expect 0 "3 of 3" run "${lists[@]}" --out sizing --sizing-only --quiet
+check '[ -z "$(find sizing/ortho -name "*.png" -o -name "*.tif")" ]'
+
+# Bad input: each its one line.
+expect 2 "no/such.tif" run --dsm no/such.tif --cameras town/cameras.txt --photos town/photos.txt --out x
+expect 2 "no/such.txt" run --dsm town/dsm.tif --cameras no/such.txt --photos town/photos.txt --out x
+expect 2 "--out" run "${lists[@]}"
+expect 2 "nonsense" "$tqtortho" nonsense
+head -c 2000 town/dsm.tif >cut.tif
+expect 2 "cut.tif" run --dsm cut.tif --cameras town/cameras.txt --photos town/photos.txt --out x
+awk 'NR==4 {sub(/ [^ ]+$/, "")} {print}' town/cameras.txt >cameras15.txt
+expect 2 "sixteen" run --dsm town/dsm.tif --cameras cameras15.txt --photos town/photos.txt --out x
+cp town/photos.txt town/unknown.txt; sed -i '4s/ [0-9]*$/ 77/' town/unknown.txt
+expect 2 "77" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/unknown.txt --out x
+awk 'NR>3 {$5=3.5; $6=-2.25; $7=92.5} {print}' town/photos.txt >town/degrees.txt
+expect 2 "degrees" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/degrees.txt --out x
+awk 'NR>3 {$2=$2+900000} {print}' town/photos.txt >town/far.txt
+expect 2 "10 km" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/far.txt --out x
+awk 'NR>3 {$4=-50} {print}' town/photos.txt >town/below.txt
+expect 2 "below the surface" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/below.txt --out x
+expect 2 "cannot be written" run "${lists[@]}" --out /proc/nowhere
+expect 2 "no such parameter file" "$tqtortho" block --param none.txt --number 1
+expect 1 "block 99" "$tqtortho" block --param out/work/ortho_data/orParam.txt --number 99
+expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 5,5,1,1 --gsd 1 --out m.tif
+
+# One truncated and one missing photo: named, the others done.
+cp -r town broken; head -c 3000 "town/photos/$first" >"broken/photos/$first"
+bad=(--dsm broken/dsm.tif --cameras broken/cameras.txt --photos broken/photos.txt)
+expect 0 "2 of 3 photos done" run "${bad[@]}" --out partly --quiet
+expect 0 "$first" run "${bad[@]}" --out partly --quiet
+rm "broken/photos/$first"
+expect 0 "2 of 2 photos done" run "${bad[@]}" --out missing --quiet
+
+# Killed at some moment: no half file under a final name, and the next run succeeds.
+for pause in 0.05 0.15 0.3; do
+  rm -rf killed
+  run "${lists[@]}" --out killed --quiet >/dev/null 2>&1 & pid=$!
+  sleep "$pause"; kill -9 $pid 2>/dev/null; wait $pid 2>/dev/null
+  expect 0 "3 of 3 photos done" run "${lists[@]}" --out killed --threads 2 --quiet
+  check 'cmp -s killed/ortho/'"${first%.*}"'_0.'"${first##*.}"' out/ortho/'"${first%.*}"'_0.'"${first##*.}"
+done
+run "${lists[@]}" --out stopped >/dev/null 2>&1 & pid=$!
+sleep 0.2; kill -INT $pid 2>/dev/null; wait $pid; status=$?
+check "[ $status -eq 130 ] || [ $status -eq 0 ]"
+
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
