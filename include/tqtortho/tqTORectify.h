@@ -129,6 +129,10 @@ class TQTORTHO_API tqTORectify {
                            std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
                            double scale, int reducedCopy, const char* outputDir, bool flagB,
                            tqfd::ProgressCallback progress, void* user);
+  struct BlockJob;
+  enum class PhotoOutcome { kDone, kNoOrtho, kNotWritten, kBadScale };
+  PhotoOutcome RectifyBlockPhoto(BlockJob& job, const std::string& photoPath,
+                                 tqorkit::tqExtOri& photo, const std::string& orthoName);
   bool RefineTOR(tqorkit::PhotoInfo& ortho, tqorkit::PhotoInfo& weightMask);
   bool RefineROI(tqorkit::PhotoInfo& ortho, tqorkit::PhotoInfo& mask);
 
