@@ -37,11 +37,11 @@ TEST(MessagesTest, LogAndStandardOutputGetGbk) {
   tqfd::Logger::SetSink([&](std::string_view text) { logged.emplace_back(text); });
   LogMessage("影像a");
   tqfd::Logger::SetSink({});
-  EXPECT_THAT(logged, testing::ElementsAre("\xD3\xB0\xCF\xF1"
-                                           "a"));
-  testing::internal::CaptureStdout();
+  EXPECT_THAT(logged, ::testing::ElementsAre("\xD3\xB0\xCF\xF1"
+                                             "a"));
+  ::testing::internal::CaptureStdout();
   PrintMessage("像\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\xCF\xF1\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "\xCF\xF1\n");
 }
 
 }  // namespace

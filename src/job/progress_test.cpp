@@ -39,8 +39,8 @@ TEST(StageProgressTest, FourItemsGiveQuartersAndTheGbkText) {
   Host host;
   StageProgress progress(4, "像", Host::Callback, &host);
   for (int i = 0; i < 4; ++i) progress.FinishOne();
-  EXPECT_THAT(host.percents, testing::ElementsAre(25, 50, 75, 100));
-  EXPECT_THAT(host.texts, testing::Each(std::string("\xCF\xF1")));
+  EXPECT_THAT(host.percents, ::testing::ElementsAre(25, 50, 75, 100));
+  EXPECT_THAT(host.texts, ::testing::Each(std::string("\xCF\xF1")));
   EXPECT_FALSE(progress.Stopped());
 }
 
@@ -54,7 +54,7 @@ TEST(StageProgressTest, AnswerZeroStopsForGood) {
   EXPECT_TRUE(progress.Stopped());
   progress.FinishOne();  // an item that was already running ends; its answer 1 revives nothing
   EXPECT_TRUE(progress.Stopped());
-  EXPECT_THAT(host.percents, testing::ElementsAre(25, 50, 75));
+  EXPECT_THAT(host.percents, ::testing::ElementsAre(25, 50, 75));
 }
 
 TEST(StageProgressTest, NoCallbackAndNoItemsAreAllowed) {
@@ -64,7 +64,7 @@ TEST(StageProgressTest, NoCallbackAndNoItemsAreAllowed) {
   Host host;
   StageProgress none(0, "", Host::Callback, &host);
   none.FinishOne();
-  EXPECT_THAT(host.percents, testing::ElementsAre(0.0));
+  EXPECT_THAT(host.percents, ::testing::ElementsAre(0.0));
 }
 
 TEST(StageProgressTest, ThrowingCallbackCountsAsStop) {

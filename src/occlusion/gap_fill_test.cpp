@@ -129,7 +129,7 @@ TEST(CleanMaskTest, SingleCellVanishesAndEmptyMasksAreAllowed) {
   Bytes mask(81, 0);
   mask[40] = 255;
   CleanMask({mask.data(), 9, 9});
-  EXPECT_THAT(mask, testing::Each(0));
+  EXPECT_THAT(mask, ::testing::Each(0));
   CleanMask({mask.data(), 0, 9});
   CleanMask({mask.data(), -3, 9});
 }
