@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "geo/Crs.h"
+
+#include <cpl_conv.h>
+#include <ogr_spatialref.h>
+
+#include <cmath>
+
+#include "internal/gdal_scope.h"
+
+namespace geo {
+namespace {
+
+/// The text as a CRS with x east and y north, whatever axis order its authority has. Never reads a
+/// file or the network, though GDAL would for texts that look like a path or an address.
+bool ParseCrs(const std::string& text, OGRSpatialReference& crs) {
+  if (text.empty()) return false;
+  if (crs.SetFromUserInput(text.c_str(),
+                           OGRSpatialReference::SET_FROM_USER_INPUT_LIMITATIONS_get()) !=
+      OGRERR_NONE) {
+    return false;
+  }
+  crs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+  return true;
+}
+
+std::string AuthorityOf(const OGRSpatialReference& crs) {
+  const char* name = crs.GetAuthorityName(nullptr);
+  const char* code = crs.GetAuthorityCode(nullptr);
+  if (name == nullptr || code == nullptr) return {};
+  return std::string(name) + ":" + code;
+}
+
+std::string ToWkt(const OGRSpatialReference& crs) {
+  // The older dialect is what most programs read from a GeoTIFF; some systems need the newer one.
+  for (const char* dialect : {"FORMAT=WKT1_GDAL", "FORMAT=WKT2_2019"}) {
+    const char* const options[] = {dialect, nullptr};
+    char* text = nullptr;
+    const bool made = crs.exportToWkt(&text, options) == OGRERR_NONE && text != nullptr;
+    const std::string wkt = made ? text : "";
+    CPLFree(text);
+    if (!wkt.empty()) return wkt;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<CrsInfo> DescribeCrs(const std::string& crs) {
+  const tqimage::GdalScope scope;
+  OGRSpatialReference parsed;
+  if (!ParseCrs(crs, parsed)) return std::nullopt;
+  CrsInfo info;
+  if (const char* name = parsed.GetName()) info.name = name;
+  info.authority = AuthorityOf(parsed);
+  info.geographic = parsed.IsGeographic() != 0;
+  info.projected = parsed.IsProjected() != 0 || parsed.IsLocal() != 0;
+  if (!info.geographic) info.metresPerUnit = parsed.GetLinearUnits();
+  return info;
+}
+
+std::string CrsToWkt(const std::string& crs) {
+  const tqimage::GdalScope scope;
+  OGRSpatialReference parsed;
+  return ParseCrs(crs, parsed) ? ToWkt(parsed) : std::string();
+}
+
+struct CrsTransform::Impl {
+  std::unique_ptr<OGRCoordinateTransformation> transformation;
+  bool heights = false;  ///< both systems define heights
+};
+
+CrsTransform::CrsTransform() : impl_(std::make_unique<Impl>()) {}
+CrsTransform::CrsTransform(CrsTransform&&) noexcept = default;
+CrsTransform& CrsTransform::operator=(CrsTransform&&) noexcept = default;
+CrsTransform::~CrsTransform() = default;
+
+std::optional<CrsTransform> CrsTransform::Create(const std::string& fromCrs,
+                                                 const std::string& toCrs) {
+  const tqimage::GdalScope scope;
+  OGRSpatialReference from;
+  OGRSpatialReference to;
+  if (!ParseCrs(fromCrs, from) || !ParseCrs(toCrs, to)) return std::nullopt;
+  CrsTransform result;
+  result.impl_->transformation.reset(OGRCreateCoordinateTransformation(&from, &to));
+  if (!result.impl_->transformation) return std::nullopt;
+  result.impl_->heights = from.GetAxesCount() >= 3 && to.GetAxesCount() >= 3;
+  return result;
+}
+
+std::optional<tqfd::Point3_T<double>> CrsTransform::Apply(const tqfd::Point3_T<double>& p) const {
+  if (!impl_ || !std::isfinite(p.x) || !std::isfinite(p.y)) return std::nullopt;
+  const tqimage::GdalScope scope;
+  tqfd::Point3_T<double> moved = p;
+  if (!impl_->heights) moved.z = 0;
+  if (!impl_->transformation->Transform(1, &moved.x, &moved.y, &moved.z)) return std::nullopt;
+  if (!std::isfinite(moved.x) || !std::isfinite(moved.y)) return std::nullopt;
+  if (!impl_->heights) moved.z = p.z;
+  return moved;
+}
+
+}  // namespace geo

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "geo/RasterTools.h"
+
+#include <cpl_string.h>
+#include <gdal_alg.h>
+#include <gdal_utils.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <new>
+
+#include "internal/gdal_raster.h"
+#include "internal/staged_path.h"
+#include "tqfd/PathHelper.h"
+
+namespace geo {
+namespace {
+
+using tqimage::DatasetPtr;
+using tqimage::GdalScope;
+
+/// A dataset without bands over memory of the caller's own.
+DatasetPtr MemoryDataset(int width, int height) {
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("MEM");
+  return DatasetPtr(driver == nullptr ? nullptr
+                                      : driver->Create("", width, height, 0, GDT_Byte, nullptr));
+}
+
+bool AddBand(GDALDataset& dataset, void* first, GDALDataType type, GSpacing pixel, GSpacing line) {
+  char address[32] = {};
+  const int length = CPLPrintPointer(address, first, static_cast<int>(sizeof(address)) - 1);
+  CPLStringList options;
+  options.SetNameValue("DATAPOINTER",
+                       std::string(address, static_cast<std::size_t>(length)).c_str());
+  options.SetNameValue("PIXELOFFSET", std::to_string(pixel).c_str());
+  options.SetNameValue("LINEOFFSET", std::to_string(line).c_str());
+  return dataset.AddBand(type, options.List()) == CE_None;
+}
+
+std::size_t CellCount(int width, int height) {
+  return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+}
+
+}  // namespace
+
+bool FillNoData(std::vector<float>& heights, int cols, int rows, float noData, int maxDistance) {
+  if (cols <= 0 || rows <= 0 || heights.size() < CellCount(cols, rows)) return false;
+  if (maxDistance <= 0) return true;
+  const std::size_t count = CellCount(cols, rows);
+  std::vector<std::uint8_t> known(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    // A cell that is no number is as empty as one that holds the no-data value.
+    known[i] = heights[i] != noData && std::isfinite(heights[i]) ? 255 : 0;
+  }
+  GdalScope scope;
+  const DatasetPtr heightsView = MemoryDataset(cols, rows);
+  const DatasetPtr maskView = MemoryDataset(cols, rows);
+  if (!heightsView || !maskView ||
+      !AddBand(*heightsView, heights.data(), GDT_Float32, sizeof(float),
+               GSpacing{cols} * static_cast<GSpacing>(sizeof(float))) ||
+      !AddBand(*maskView, known.data(), GDT_Byte, 1, cols)) {
+    return false;
+  }
+  // Without this option the filler keeps its work files in the current directory.
+  CPLStringList options;
+  options.SetNameValue("TEMP_FILE_DRIVER", "MEM");
+  const CPLErr result = GDALFillNodata(GDALRasterBand::ToHandle(heightsView->GetRasterBand(1)),
+                                       GDALRasterBand::ToHandle(maskView->GetRasterBand(1)),
+                                       maxDistance, 0, 0, options.List(), nullptr, nullptr);
+  return result == CE_None && !scope.Failed();
+}
+
+bool BuildVrt(const std::string& vrtPath, const std::vector<std::string>& rasters, int noData) {
+  if (vrtPath.empty() || rasters.empty()) return false;
+  GdalScope scope;
+  CPLStringList names;
+  for (const std::string& raster : rasters) {
+    // Opened by us first: only files count, never an address or inline text.
+    if (!tqimage::FileExists(raster)) return false;
+    names.AddString(raster.c_str());
+  }
+  CPLStringList arguments;
+  arguments.AddString("-strict");  // a source that does not fit is a failure, not a gap
+  if (noData >= 0) {
+    const std::string value = std::to_string(noData);
+    for (const char* option : {"-srcnodata", "-vrtnodata"}) {
+      arguments.AddString(option);
+      arguments.AddString(value.c_str());
+    }
+  }
+  GDALBuildVRTOptions* options = GDALBuildVRTOptionsNew(arguments.List(), nullptr);
+  if (options == nullptr) return false;
+  const std::string staged = tqtortho::StagedPath(vrtPath);
+  int usageError = 0;
+  // Staged in the target's directory, so that relative source paths hold after the rename.
+  DatasetPtr vrt(GDALDataset::FromHandle(
+      GDALBuildVRT(staged.c_str(), names.Count(), nullptr, names.List(), options, &usageError)));
+  GDALBuildVRTOptionsFree(options);
+  const bool written = vrt && tqimage::CloseChecked(std::move(vrt)) && !scope.Failed();
+  if (written && usageError == 0) return tqimage::PublishFile(staged, vrtPath);
+  VSIUnlink(staged.c_str());
+  return false;
+}
+
+bool WritePng(const std::string& path, const std::uint8_t* data, int width, int height, int bands) {
+  if (path.empty() || data == nullptr || width <= 0 || height <= 0) return false;
+  if (bands != 1 && bands != 3 && bands != 4) return false;
+  GdalScope scope;
+  const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("PNG");
+  const DatasetPtr view = MemoryDataset(width, height);
+  if (driver == nullptr || !view) return false;
+  constexpr std::array kColours = {GCI_RedBand, GCI_GreenBand, GCI_BlueBand, GCI_AlphaBand};
+  for (int band = 0; band < bands; ++band) {
+    // The memory driver only reads through this pointer here.
+    auto* first = const_cast<std::uint8_t*>(data) + band;
+    if (!AddBand(*view, first, GDT_Byte, bands, GSpacing{bands} * width)) return false;
+    view->GetRasterBand(band + 1)->SetColorInterpretation(
+        bands == 1 ? GCI_GrayIndex : kColours[static_cast<std::size_t>(band)]);
+  }
+  if (path.rfind("/vsi", 0) != 0) tqfd::PathHelper::MakeParentDirectory(path);
+  const std::string staged = tqtortho::StagedPath(path);
+  DatasetPtr copy(driver->CreateCopy(staged.c_str(), view.get(), 1, nullptr, nullptr, nullptr));
+  const bool written = copy && tqimage::CloseChecked(std::move(copy)) && !scope.Failed();
+  if (written) return tqimage::PublishFile(staged, path);
+  VSIUnlink(staged.c_str());
+  return false;
+}
+
+bool ReadReduced(const std::string& path, int maxSize, std::vector<std::uint8_t>& data, int& width,
+                 int& height, int& bands) {
+  if (maxSize < 1) return false;
+  GdalScope scope;
+  const DatasetPtr file = tqimage::OpenRaster(path, false);
+  if (!file) return false;
+  const int cols = file->GetRasterXSize();
+  const int rows = file->GetRasterYSize();
+  const double factor = std::min(1.0, static_cast<double>(maxSize) / std::max(cols, rows));
+  width = std::clamp(static_cast<int>(std::lround(cols * factor)), 1, std::min(cols, maxSize));
+  height = std::clamp(static_cast<int>(std::lround(rows * factor)), 1, std::min(rows, maxSize));
+  GDALRasterBand* head = file->GetRasterBand(1);
+  const GDALColorTable* table = file->GetRasterCount() == 1 ? head->GetColorTable() : nullptr;
+  bands = file->GetRasterCount() >= 3 || table != nullptr ? 3 : 1;
+  if (!tqimage::FitsInMemory(width, height, bands, 1)) return false;
+  try {
+    data.assign(CellCount(width, height) * static_cast<std::size_t>(bands), 0);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+
+  GDALRasterIOExtraArg how;
+  INIT_RASTERIO_EXTRA_ARG(how);
+  how.eResampleAlg = table != nullptr ? GRIORA_NearestNeighbour : GRIORA_Average;
+  const GSpacing pixel = bands;
+  if (table == nullptr) {
+    int numbers[3] = {1, 2, 3};
+    return file->RasterIO(GF_Read, 0, 0, cols, rows, data.data(), width, height, GDT_Byte, bands,
+                          numbers, pixel, pixel * width, 1, &how) == CE_None &&
+           !scope.Failed();
+  }
+  // A palette's indices cannot be averaged; they land in the first band and are then looked up.
+  if (head->RasterIO(GF_Read, 0, 0, cols, rows, data.data(), width, height, GDT_Byte, pixel,
+                     pixel * width, &how) != CE_None ||
+      scope.Failed()) {
+    return false;
+  }
+  for (std::size_t i = 0; i < data.size(); i += 3) {
+    GDALColorEntry entry{};
+    if (data[i] < table->GetColorEntryCount()) table->GetColorEntryAsRGB(data[i], &entry);
+    data[i] = static_cast<std::uint8_t>(entry.c1);
+    data[i + 1] = static_cast<std::uint8_t>(entry.c2);
+    data[i + 2] = static_cast<std::uint8_t>(entry.c3);
+  }
+  return true;
+}
+
+bool DescribeRaster(const std::string& path, RasterSummary& summary, std::string& error) {
+  summary = {};
+  error.clear();
+  const GdalScope scope;
+  if (!tqimage::FileExists(path)) {
+    error = path + ": no such file";
+    return false;
+  }
+  const DatasetPtr file = tqimage::OpenRaster(path, false);
+  if (!file) {
+    error = path + ": not a raster" + (scope.Failed() ? " (" + scope.Message() + ")" : "");
+    return false;
+  }
+  GDALRasterBand* head = file->GetRasterBand(1);
+  summary.width = file->GetRasterXSize();
+  summary.height = file->GetRasterYSize();
+  summary.bands = file->GetRasterCount();
+  summary.sampleType = GDALGetDataTypeName(head->GetRasterDataType());
+  summary.format = file->GetDriver() != nullptr ? file->GetDriver()->GetDescription() : "";
+  summary.palette = head->GetColorTable() != nullptr;
+  double transform[6];
+  summary.hasGeoreference = file->GetGeoTransform(transform) == CE_None;
+  summary.rotated = summary.hasGeoreference && !(transform[2] == 0 && transform[4] == 0 &&
+                                                 transform[1] > 0 && transform[5] < 0);
+  summary.coefficients = tqimage::ReadGeoreference(*file);
+  return true;
+}
+
+}  // namespace geo
