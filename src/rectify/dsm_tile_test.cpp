@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "rectify/dsm_tile.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "testing/temp_dir.h"
+#include "tqimage/TqImage.h"
+
+namespace tqtortho {
+namespace {
+
+using Rect = tqfd::Rect2_T<double>;
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+/// A surface of 10 x 8 cells of 2 m, first centre at (100, 200), heights 10 * row + column + 1.
+class DsmTileTest : public ::testing::Test {
+ protected:
+  void Write(const double* noData, const std::vector<std::pair<int, float>>& holes = {}) {
+    std::vector<float> heights(80);
+    for (int i = 0; i < 80; ++i) heights[i] = static_cast<float>(i + 1);
+    for (const auto& [cell, height] : holes) heights[cell] = height;
+    const double transform[6] = {100, 2, 0, 200, 0, -2};
+    tqimage::TqImage image;
+    ASSERT_TRUE(image.Create(path_, 10, 8, 1, tqimage::kFloat32, tqimage::kGeoTiff, true));
+    ASSERT_TRUE(image.SetGeoCoefficients(tqimage::GeoCoefficients(transform, 10, 8)));
+    if (noData != nullptr) {
+      ASSERT_TRUE(image.SetNoDataValue(0, *noData));
+    }
+    ASSERT_TRUE(image.WriteImage(0, {0, 0, 10, 8}, tqimage::kFloat32, heights.data()));
+    ASSERT_TRUE(image.Close());
+  }
+  static float Height(const DsmTile& tile, int row, int col) {
+    return reinterpret_cast<const float*>(tile.record.data.data())[row * tile.record.width + col];
+  }
+
+  tqtortho::testing::TempDir dir_;
+  std::string path_ = dir_.File("dsm.tif");
+};
+
+TEST_F(DsmTileTest, TileInsideTheSurface) {
+  const double noData = -9999;
+  Write(&noData, {{23, -9999.0F}});
+  const auto tile = ReadDsmTile(path_, {104, 193.001, 110, 198});
+  ASSERT_TRUE(tile.has_value());
+  const auto& r = tile->record;
+  EXPECT_EQ(r.width, 4);   // trunc(6 / 2 + 1)
+  EXPECT_EQ(r.height, 3);  // trunc(4.999 / 2 + 1)
+  EXPECT_EQ(Height(*tile, 0, 0), 13);
+  EXPECT_EQ(Height(*tile, 2, 3), 36);
+  EXPECT_EQ((std::vector<double>{r.geoRect[0], r.geoRect[1], r.geoRect[2], r.geoRect[3]}),
+            (std::vector<double>{104, 192, 112, 198}));
+  EXPECT_EQ(r.resX, 2);
+  EXPECT_EQ(r.resY, -2);
+  EXPECT_EQ(r.noData, -9999);
+  EXPECT_EQ(r.defaultZ, 13);
+  EXPECT_EQ(tile->statistics.count, 11);
+  // Rows 1 to 3, columns 2 to 5 of the surface, less the cell of height 24.
+  EXPECT_EQ(tile->statistics.sum, 12 * 24.5 - 24);
+}
+
+TEST_F(DsmTileTest, TilePartlyOutsideKeepsItsSizeAndPlace) {
+  const double noData = -50;
+  Write(&noData);
+  const auto tile = ReadDsmTile(path_, {94, 180, 104, 204});
+  ASSERT_TRUE(tile.has_value());
+  EXPECT_EQ(tile->record.width, 6);
+  EXPECT_EQ(tile->record.height, 13);
+  EXPECT_EQ(Height(*tile, 1, 5), -50);
+  EXPECT_EQ(Height(*tile, 2, 2), -50);
+  EXPECT_EQ(Height(*tile, 2, 3), 1);
+  EXPECT_EQ(Height(*tile, 9, 5), 73);
+  EXPECT_EQ(Height(*tile, 10, 5), -50);
+  EXPECT_EQ(tile->statistics.count, 24);
+  EXPECT_EQ(tile->statistics.minimum, 1);
+}
+
+TEST_F(DsmTileTest, TilesThatCannotBeReadAreRefused) {
+  const double noData = -9999;
+  EXPECT_FALSE(ReadDsmTile(path_, {104, 193, 110, 198}).has_value()) << "missing file";
+  Write(&noData);
+  for (const Rect& rect : {Rect{130, 190, 140, 200}, Rect{100, 150, 118, 170},
+                           Rect{0, 190, 50, 200}, Rect{100, 300, 118, 320}, Rect{},
+                           Rect{kNaN, kNaN, kNaN, kNaN}, Rect{-kInf, -kInf, kInf, kInf},
+                           Rect{-1e12, -1e12, 1e12, 1e12}, Rect{-1e300, 0, 1e300, 1}}) {
+    EXPECT_FALSE(ReadDsmTile(path_, rect).has_value()) << rect.minX << " " << rect.minY;
+  }
+}
+
+TEST_F(DsmTileTest, CellsWithoutHeightNeverCountInTheStatistics) {
+  struct Case {
+    const char* what;
+    const double* fileNoData;
+    float hole;
+    double noData;
+  };
+  const double named = -32767, unusable = -3.4028234663852886e38, zero = 0;
+  for (const Case& c :
+       {Case{"named value", &named, -32767.0F, -32767}, Case{"NaN", &named, NAN, -32767},
+        Case{"unusable value", &unusable, -3.4028234663852886e38F, -9999},
+        Case{"no value, NaN", nullptr, NAN, 0}, Case{"zero", &zero, 0.0F, 0}}) {
+    Write(c.fileNoData, {{0, c.hole}});
+    const auto tile = ReadDsmTile(path_, {98, 186, 118, 200});  // one column outside
+    ASSERT_TRUE(tile.has_value()) << c.what;
+    EXPECT_EQ(tile->record.noData, c.noData) << c.what;
+    EXPECT_EQ(tile->statistics.count, 79) << c.what;
+    EXPECT_EQ(tile->statistics.minimum, 2) << c.what;
+  }
+}
+
+TEST_F(DsmTileTest, TileWithoutHeightsHasTheFixedMinimum) {
+  const std::vector<float> cells(6, -9999.0F);
+  const HeightStatistics statistics = SummariseHeights({cells.data(), 2, 3}, -9999.0F);
+  EXPECT_EQ(statistics.count, 0);
+  EXPECT_EQ(statistics.minimum, 1e10);
+}
+
+TEST(BlockRectangleTest, PhotosWithoutAFootprintAreLeftOut) {
+  std::vector<tqorkit::tqPhotoCategory> blocks(2);
+  const auto insert = [&](int block, const Rect& rect) {
+    tqorkit::tqExtOri photo;
+    photo.SetGeoRect(rect);
+    blocks[block].InsertPhoto(photo);
+  };
+  insert(0, Rect{});
+  insert(0, {0, 0, 0, 0});
+  insert(0, {kNaN, 0, 1, 1});
+  insert(1, {-kInf, 0, 1, 1});
+  EXPECT_EQ(BlockRectangle(blocks), Rect{});
+  insert(0, {10, 20, 30, 40});
+  insert(1, {-5, 25, 12, 60});
+  EXPECT_EQ(BlockRectangle(blocks), (Rect{-5, 20, 30, 60}));
+}
+
+}  // namespace
+}  // namespace tqtortho

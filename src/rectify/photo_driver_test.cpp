@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "geo/Crs.h"
+#include "job/messages.h"
+#include "job/photo_files.h"
+#include "rectify/photo_outputs.h"
+#include "rectify/sidecar.h"
+#include "testing/temp_dir.h"
+#include "testing/test_peer.h"
+#include "tqfd/Logger.h"
+#include "tqimage/TqImage.h"
+#include "tqorkit/TqFSManager.h"
+
+namespace tqtortho {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Rect = tqfd::Rect2_T<double>;
+using tqimage::GeoCoefficients;
+using tqimage::TqImage;
+
+/// Flat ground of 300 x 240 m at 10 m, cells of 1 m, first centre at (1000, 2000), with one
+/// building 60 m high on X 1200 to 1239, Y 1840 to 1919; seen by a vertical photo from (1119.75,
+/// 1880.25, 210) at 1 pixel per metre of ground: ground point (X, Y) lies at pixel column X -
+/// 919.75, row 2040.25 - Y. The building hides the ground east of it up to X 1261.
+class PhotoDriverTest : public ::testing::Test {
+ protected:
+  static constexpr int kPhotoCols = 400, kPhotoRows = 320;
+
+  void SetUp() override {
+    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
+    std::filesystem::create_directories(dir_.File("ot"));
+    std::filesystem::create_directories(dir_.File("photos"));
+    tqfd::Logger::SetSink([this](std::string_view text) { log_.emplace_back(text); });
+    WriteSurface();
+    WritePhoto("a.tif");
+    tqorkit::tqIntOri::INTORI camera;
+    camera.cameraId = 7;
+    camera.imageWidth = kPhotoCols;
+    camera.imageHeight = kPhotoRows;
+    camera.focalLength = 200;
+    camera.pixelSize = 1;
+    cameras_[7].Set(camera);
+    blocks_.resize(1);
+    blocks_[0].SetBlkPath(dir_.File("photos"));
+  }
+  void TearDown() override {
+    tqorkit::TqFSManager::SetOutputTmpFilePath("");
+    tqfd::Logger::SetSink({});
+  }
+
+  void WriteSurface() const {
+    std::vector<float> heights(300 * 240, 10.0F);
+    for (int y = 1840; y < 1920; ++y) {
+      for (int x = 1200; x < 1240; ++x) heights[(2000 - y) * 300 + x - 1000] = 40;
+    }
+    const double transform[6] = {1000, 1, 0, 2000, 0, -1};
+    GeoCoefficients coefficients(transform, 300, 240);
+    coefficients.SetProjection(geo::CrsToWkt("EPSG:32651"));
+    TqImage image;
+    ASSERT_TRUE(image.Create(dsm_, 300, 240, 1, tqimage::kFloat32, tqimage::kGeoTiff, true));
+    ASSERT_TRUE(image.SetGeoCoefficients(coefficients));
+    ASSERT_TRUE(image.SetNoDataValue(0, -9999));
+    ASSERT_TRUE(image.WriteImage(0, {0, 0, 300, 240}, tqimage::kFloat32, heights.data()));
+    ASSERT_TRUE(image.Close());
+  }
+  /// Every pixel tells its place: (50 + column % 199, row % 256, 9).
+  void WritePhoto(const std::string& name) const {
+    Bytes pixels;
+    for (int row = 0; row < kPhotoRows; ++row) {
+      for (int col = 0; col < kPhotoCols; ++col) {
+        pixels.insert(pixels.end(), {static_cast<std::uint8_t>(50 + col % 199),
+                                     static_cast<std::uint8_t>(row % 256), 9});
+      }
+    }
+    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(pixels.data(), kPhotoCols, kPhotoRows, 3,
+                                                    dir_.File("photos/" + name), true, nullptr));
+  }
+  /// A border mask without tall borders but for `tall` cells in its first rows.
+  static void WriteBorderMask(int tall) {
+    Bytes cells(300 * 240, 0);
+    std::fill_n(cells.begin(), tall, 200);
+    const double transform[6] = {1000, 1, 0, 2000, 0, -1};
+    const GeoCoefficients coefficients(transform, 300, 240);
+    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(cells.data(), 300, 240, 1, BorderMaskPath(),
+                                                    true, &coefficients));
+  }
+  void AddPhoto(const std::string& name, const Rect& rect, int camera = 7) {
+    tqorkit::tqExtOri::EXTORI record;
+    record.photoName = name;
+    record.position[0] = 1119.75;
+    record.position[1] = 1880.25;
+    record.position[2] = 210;
+    record.cameraId = camera;
+    record.geoRect = rect;
+    record.imageBlockId = 3;
+    tqorkit::tqExtOri photo;
+    photo.Set(record);
+    blocks_[0].InsertPhoto(photo);
+  }
+  bool Run(bool sizing = false, double scale = 1.0, int reducedCopy = 0) {
+    auto blocks = blocks_;  // the call may change the photos' rectangles
+    return TestPeer::OrthoRectifyImagery(rectify_, &blocks, &cameras_, dsm_.c_str(), heights_,
+                                         nullptr, 0, scale, reducedCopy, out_.c_str(), sizing,
+                                         nullptr, nullptr);
+  }
+  [[nodiscard]] std::string Ortho() const { return out_ + "a_3.tif"; }
+  [[nodiscard]] std::vector<std::string> OutputsOf(const std::string& ortho) const {
+    return {ortho,
+            ObscuredMaskName(ortho),
+            OwnershipMaskName(ortho),
+            OwnershipMaskCopyName(ortho),
+            OrthoSidecarName(ortho),
+            ObscuredSidecarName(ortho),
+            ReducedCopyName(ortho, out_),
+            WeightMaskName(ortho)};
+  }
+  static tqorkit::PhotoInfo Load(const std::string& path, GeoCoefficients* geo = nullptr) {
+    tqorkit::PhotoInfo image;
+    EXPECT_TRUE(TqImage::QuickReadImage(path, image, geo)) << path;
+    return image;
+  }
+  static std::string Gbk(std::string_view text, const std::string& name) {
+    return ToGbk(text) + name;
+  }
+
+  /// A footprint on the surface's lattice, a hair short of 210 rows.
+  const Rect inside_{1010, 1780.001, 1280, 1990};
+  tqtortho::testing::TempDir dir_;
+  std::string dsm_ = dir_.File("dsm.tif");
+  std::string out_ = dir_.File("out/orthos/");
+  std::vector<std::string> log_;
+  std::vector<tqorkit::tqPhotoCategory> blocks_;
+  std::map<int, tqorkit::tqIntOri> cameras_;
+  double heights_[2] = {0, 0};
+  tqTORectify rectify_;
+};
+
+TEST_F(PhotoDriverTest, OrthoShowsEveryPointAtItsPlace) {
+  AddPhoto("a.tif", inside_);
+  ASSERT_TRUE(Run());
+  EXPECT_THAT(log_, ::testing::IsEmpty());
+  GeoCoefficients geo;
+  const tqorkit::PhotoInfo ortho = Load(Ortho(), &geo);
+  ASSERT_EQ(ortho.width, 270);
+  ASSERT_EQ(ortho.height, 209);
+  ASSERT_EQ(ortho.bands, 3);
+  EXPECT_NEAR(geo.GetOrigin().x, 1010, 1e-9);
+  EXPECT_NEAR(geo.GetOrigin().y, 1990.001, 1e-9);  // the hair is all that is off
+  EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{1, -1}));
+  int wrong = 0;
+  for (int y = 1989; y > 1790; --y) {
+    for (int x = 1011; x < 1190; ++x) {  // ground west of the building
+      const std::uint8_t* pixel = &ortho.data[((1990 - y) * 270 + x - 1010) * 3];
+      wrong += pixel[0] != 50 + (x - 920) % 199 || pixel[1] != (2040 - y) % 256 || pixel[2] != 9;
+    }
+  }
+  EXPECT_EQ(wrong, 0);
+  // The roof's middle is 170 m below the camera: 200 / 170 pixels per metre.
+  const std::uint8_t* roof = &ortho.data[((1990 - 1880) * 270 + 1220 - 1010) * 3];
+  EXPECT_EQ(roof[0], 50 + 318 % 199);
+  EXPECT_EQ(roof[1], 160);
+}
+
+TEST_F(PhotoDriverTest, EveryFileOfThePhotoStandsOnOneLattice) {
+  AddPhoto("a.tif", inside_);
+  ASSERT_TRUE(Run());
+  Sidecar sidecar;
+  ASSERT_TRUE(ReadSidecar(OrthoSidecarName(Ortho()), sidecar));
+  EXPECT_EQ(sidecar.a, 1);
+  EXPECT_EQ(sidecar.e, -1);
+  EXPECT_NEAR(sidecar.c, 1009.5, 1e-6);
+  EXPECT_NEAR(sidecar.f, 1990.501, 1e-6);
+  EXPECT_EQ(sidecar.rows, 209);
+  EXPECT_EQ(sidecar.cols, 270);
+  EXPECT_EQ(tqtortho::testing::ReadText(ObscuredSidecarName(Ortho())),
+            "1.000000\n0.000000\n0.000000\n-1.000000\n1009.500000\n1990.501000\n");
+
+  GeoCoefficients dsmGeo, orthoGeo;
+  TqImage dsm;
+  ASSERT_TRUE(dsm.Open(dsm_, true));
+  dsmGeo = dsm.GetGeoCoefficients();
+  const tqorkit::PhotoInfo ortho = Load(Ortho(), &orthoGeo);
+  EXPECT_EQ(orthoGeo.GetProjection(), dsmGeo.GetProjection());
+  EXPECT_NE(orthoGeo.GetProjection(), "");
+  for (const std::string& name :
+       {OwnershipMaskName(Ortho()), OwnershipMaskCopyName(Ortho()), ObscuredMaskName(Ortho())}) {
+    GeoCoefficients geo;
+    const tqorkit::PhotoInfo mask = Load(name, &geo);
+    EXPECT_EQ(mask.width, 270) << name;
+    EXPECT_EQ(mask.height, 209) << name;
+    EXPECT_EQ(mask.bands, 1) << name;
+    EXPECT_NEAR(geo.GetOrigin().x, orthoGeo.GetOrigin().x, 1e-6) << name;
+    EXPECT_NEAR(geo.GetOrigin().y, orthoGeo.GetOrigin().y, 1e-6) << name;
+    EXPECT_THAT(mask.data, ::testing::Each(::testing::AnyOf(0, 255))) << name;
+  }
+}
+
+// Without a border mask rays decide; with one that shows no tall building the z-buffer does.
+TEST_F(PhotoDriverTest, BothMethodsHideTheGroundBehindTheBuilding) {
+  AddPhoto("a.tif", inside_);
+  for (const bool byRays : {true, false}) {
+    if (!byRays) WriteBorderMask(0);
+    ASSERT_TRUE(Run());
+    const tqorkit::PhotoInfo mask = Load(ObscuredMaskName(Ortho()));
+    const auto share = [&](int x0, int x1, int y0, int y1) {
+      int hidden = 0;
+      for (int y = y0; y < y1; ++y) {
+        for (int x = x0; x < x1; ++x) hidden += mask.data[(1990 - y) * 270 + x - 1010] == 255;
+      }
+      return static_cast<double>(hidden) / ((x1 - x0) * (y1 - y0));
+    };
+    EXPECT_GT(share(1244, 1258, 1860, 1900), 0.9) << byRays;
+    EXPECT_EQ(share(1020, 1190, 1790, 1980), 0) << byRays;
+  }
+}
+
+TEST_F(PhotoDriverTest, StartHeightBecomesTheMeanOfTheTile) {
+  AddPhoto("a.tif", inside_);
+  AddPhoto("b.tif", Rect{});  // no footprint: no part of the tile, and no file either
+  ASSERT_TRUE(Run());
+  // The tile is 271 x 210 cells, 40 x 80 of them the building.
+  EXPECT_DOUBLE_EQ(heights_[1], 10 + 30 * 3200.0 / (271 * 210));
+  EXPECT_EQ(heights_[0], 1);  // 0 chose the surface's cell size
+  EXPECT_THAT(log_, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "b.tif")));
+  heights_[1] = 12.5;
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(heights_[1], 12.5);
+}
+
+TEST_F(PhotoDriverTest, BlockPartlyOutsideTheSurfaceStaysAtItsPlace) {
+  AddPhoto("a.tif", {950, 1780.001, 1100, 1990});
+  ASSERT_TRUE(Run());
+  GeoCoefficients geo;
+  const tqorkit::PhotoInfo ortho = Load(Ortho(), &geo);
+  const auto cell = geo.World2Raster(1050, 1900, -1, -1);
+  EXPECT_EQ(ortho.data[(cell.y * ortho.width + cell.x) * 3], 50 + 130 % 199);
+  EXPECT_EQ(ortho.data[(cell.y * ortho.width + cell.x) * 3 + 1], 140);
+  EXPECT_NEAR(geo.GetOrigin().x, 1000, 1.01);  // nothing west of the first surface cell
+}
+
+TEST_F(PhotoDriverTest, BlocksOffTheSurfaceOrWithoutFootprintFail) {
+  AddPhoto("a.tif", {1400, 1780.001, 1500, 1990});
+  EXPECT_FALSE(Run());
+  blocks_[0].GetPhotos()[0].SetGeoRect({1010, 1500, 1280, 1700});
+  EXPECT_FALSE(Run());
+  blocks_[0].GetPhotos()[0].SetGeoRect(Rect{});
+  EXPECT_FALSE(Run());
+  blocks_[0].GetPhotos()[0].SetGeoRect(inside_);
+  dsm_ = dir_.File("missing.tif");
+  EXPECT_FALSE(Run());
+}
+
+TEST_F(PhotoDriverTest, FailedPhotosAreLoggedAndLeaveNoOldOutputs) {
+  const Bytes wide(2 * 100 * 100, 1);
+  TqImage sixteenBit;
+  ASSERT_TRUE(sixteenBit.Create(dir_.File("photos/w.tif"), 100, 100, 1, tqimage::kUInt16,
+                                tqimage::kGeoTiff, true));
+  ASSERT_TRUE(sixteenBit.WriteImage(0, {0, 0, 100, 100}, tqimage::kUInt16, wide.data()));
+  ASSERT_TRUE(sixteenBit.Close());
+  const std::string longName = std::string(300, 'n') + ".tif";
+  AddPhoto("missing.tif", inside_);
+  AddPhoto("a.tif", inside_, 99);  // no such camera
+  AddPhoto("w.tif", inside_);
+  AddPhoto(longName, inside_);
+  for (const char* stem : {"missing_3.tif", "a_3.tif", "w_3.tif"}) {
+    for (const std::string& name : OutputsOf(out_ + stem)) {
+      std::filesystem::create_directories(std::filesystem::path(name).parent_path());
+      std::ofstream(name) << "old";
+    }
+  }
+  ASSERT_TRUE(Run());
+  for (const char* stem : {"missing_3.tif", "a_3.tif", "w_3.tif"}) {
+    for (const std::string& name : OutputsOf(out_ + stem)) {
+      EXPECT_FALSE(std::filesystem::exists(name)) << name;
+    }
+  }
+  EXPECT_EQ(cameras_.count(99), 1u);
+  EXPECT_THAT(log_, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "missing.tif"),
+                                           Gbk(message::kImageSizeAbnormal, "a.tif"),
+                                           Gbk(message::kImageSizeAbnormal, "w.tif"),
+                                           Gbk(message::kImageSizeAbnormal, longName)));
+}
+
+TEST_F(PhotoDriverTest, FailedPhotoDoesNotKeepTheOthersFromTheirResult) {
+  AddPhoto("missing.tif", inside_);
+  AddPhoto("a.tif", inside_);
+  ASSERT_TRUE(Run());
+  EXPECT_TRUE(std::filesystem::exists(ObscuredMaskName(Ortho())));
+}
+
+TEST_F(PhotoDriverTest, SizingRunWritesSidecarsOnly) {
+  AddPhoto("a.tif", inside_);
+  ASSERT_TRUE(Run(true, 2.0, 1));
+  for (const std::string& name : OutputsOf(Ortho())) {
+    const bool sidecar = name == OrthoSidecarName(Ortho()) || name == ObscuredSidecarName(Ortho());
+    EXPECT_EQ(std::filesystem::exists(name), sidecar) << name;
+  }
+  Sidecar sidecar;
+  ASSERT_TRUE(ReadSidecar(OrthoSidecarName(Ortho()), sidecar));
+  EXPECT_EQ(sidecar.a, 1);
+  EXPECT_GE(sidecar.cols, 2);
+  EXPECT_GE(sidecar.rows, 2);
+}
+
+TEST_F(PhotoDriverTest, ReducedCopyFollowsTheScale) {
+  AddPhoto("a.tif", inside_);
+  const std::string reduced = ReducedCopyName(Ortho(), out_);
+  ASSERT_TRUE(Run(false, 1.0, 0));
+  EXPECT_FALSE(std::filesystem::exists(reduced));
+  ASSERT_TRUE(Run(false, 1.0, 1));
+  const tqorkit::PhotoInfo ortho = Load(Ortho());
+  GeoCoefficients geo;
+  EXPECT_EQ(Load(reduced, &geo).data, ortho.data);
+  EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{1, -1}));
+
+  ASSERT_TRUE(Run(false, 2.0, 1));
+  const tqorkit::PhotoInfo half = Load(reduced, &geo);
+  EXPECT_EQ(half.width, 135);
+  EXPECT_EQ(half.height, 104);
+  EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{2, -2}));
+  int wrong = 0;  // cell (r, c) is the ortho's cell (2r, 2c), and its centre says so
+  for (int r = 0; r < 104; ++r) {
+    for (int c = 0; c < 135; ++c) {
+      for (int b = 0; b < 3; ++b) {
+        wrong += half.data[(r * 135 + c) * 3 + b] != ortho.data[(2 * r * 270 + 2 * c) * 3 + b];
+      }
+    }
+  }
+  EXPECT_EQ(wrong, 0);
+  EXPECT_NEAR(geo.GetOrigin().x, 1010, 1e-6);
+
+  ASSERT_TRUE(Run(false, 5000.0, 1));
+  EXPECT_EQ(Load(reduced).data.size(), 3u);
+}
+
+TEST_F(PhotoDriverTest, ScaleBelowOneEndsTheCallAndKeepsWhatIsWritten) {
+  AddPhoto("a.tif", inside_);
+  AddPhoto("b.tif", inside_);
+  EXPECT_FALSE(Run(false, 0.5, 1));
+  EXPECT_THAT(log_, ::testing::ElementsAre(ToGbk(message::kScaleAbnormal)));
+  EXPECT_TRUE(std::filesystem::exists(Ortho()));
+  EXPECT_FALSE(std::filesystem::exists(ReducedCopyName(Ortho(), out_)));
+  EXPECT_FALSE(Run(false, std::numeric_limits<double>::quiet_NaN(), 1));
+}
+
+// A photo list may name more pixels than the raster has; what is outside is no data.
+TEST_F(PhotoDriverTest, CameraLargerThanThePhotoIsSurvived) {
+  AddPhoto("a.tif", inside_);
+  auto camera = cameras_[7].Get();
+  camera.imageWidth = 4000;
+  camera.imageHeight = 3200;
+  cameras_[7].Set(camera);
+  EXPECT_TRUE(Run());
+}
+
+TEST(MarkDataTest, AnyBandIsData) {
+  const Bytes pixels{0, 0, 0, 0, 0, 7, 1, 1, 1, 0, 200, 0, 0, 0, 0, 9, 9, 9};
+  Bytes mask(6, 3);
+  MarkData({pixels.data(), 2, 9}, 3, {mask.data(), 2, 3});
+  EXPECT_EQ(mask, (Bytes{0, 255, 255, 255, 0, 255}));
+}
+
+}  // namespace
+}  // namespace tqtortho
