@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "host/rotation.h"
+
+namespace tqtortho::host {
+
+/// A place on the WGS 84 ellipsoid: degrees, metres above it.
+struct Geodetic {
+  double longitude = 0;
+  double latitude = 0;
+  double height = 0;
+};
+
+/// Earth-centred coordinates of a place, metres, and back (to a hundredth of a millimetre from
+/// 100 km below the ellipsoid upward).
+[[nodiscard]] Vector3 EarthCentred(const Geodetic& place);
+[[nodiscard]] Geodetic FromEarthCentred(const Vector3& point);
+
+/// A local frame with its axes east, north and up at its origin. It is Cartesian: far from the
+/// origin "up" is not the local vertical any more (8 cm of drop at one kilometre).
+class Topocentric {
+ public:
+  explicit Topocentric(const Geodetic& origin);
+  [[nodiscard]] Geodetic Place(const Vector3& local) const;
+
+ private:
+  Vector3 origin_;
+  Matrix3 axes_;  ///< rows: east, north, up in earth-centred coordinates
+};
+
+}  // namespace tqtortho::host

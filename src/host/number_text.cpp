@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/number_text.h"
+
+#include <charconv>
+#include <system_error>
+
+namespace tqtortho::host {
+namespace {
+
+// The largest double has 309 digits before the point.
+constexpr std::size_t kLongest = 400;
+
+template <class... Format>
+std::string ToText(double value, Format... format) {
+  char text[kLongest];
+  const auto end = std::to_chars(text, text + kLongest, value, format...);
+  return end.ec == std::errc() ? std::string(text, end.ptr) : std::string("nan");
+}
+
+template <class Number>
+std::optional<Number> Read(std::string_view text) {
+  if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
+  Number value{};
+  const auto end = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (end.ec != std::errc() || end.ptr != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+std::string Fixed(double value, int digits) {
+  return ToText(value, std::chars_format::fixed, digits);
+}
+std::string Scientific(double value, int digits) {
+  return ToText(value, std::chars_format::scientific, digits);
+}
+std::string Exact(double value) { return ToText(value); }
+
+std::optional<double> ReadDouble(std::string_view text) { return Read<double>(text); }
+std::optional<int> ReadInt(std::string_view text) { return Read<int>(text); }
+
+}  // namespace tqtortho::host
