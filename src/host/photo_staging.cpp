@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/photo_staging.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <system_error>
+
+namespace tqtortho::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Lists carry at most 255 bytes of a name; suffixes of the photo's outputs need room as well.
+constexpr std::size_t kLongestName = 200;
+
+bool IsSafeByte(char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; }
+
+bool IsSafe(const std::string& name) {
+  return name.size() <= kLongestName && std::all_of(name.begin(), name.end(), IsSafeByte);
+}
+
+// A safe name that none of `taken` has, its extension kept.
+std::string SafeName(const std::string& name, std::set<std::string>& taken) {
+  const fs::path file = fs::path(name).filename();
+  std::string stem = file.stem().string(), extension = file.extension().string();
+  std::replace_if(
+      stem.begin(), stem.end(), [](char c) { return !IsSafeByte(c); }, '_');
+  std::replace_if(
+      extension.begin(), extension.end(), [](char c) { return !IsSafeByte(c); }, '_');
+  stem.resize(std::min(stem.size(), kLongestName / 2));
+  extension.resize(std::min(extension.size(), kLongestName / 4));
+  std::string candidate = stem + extension;
+  for (int number = 2; !taken.insert(candidate).second; ++number) {
+    candidate = stem + "_" + std::to_string(number) + extension;
+  }
+  return candidate;
+}
+
+bool MakeLink(const fs::path& target, const fs::path& link, std::string& error) {
+  std::error_code failed;
+  const fs::path existing = fs::read_symlink(link, failed);
+  if (!failed && existing == target) return true;
+  // Only links are replaced: whatever else has this name is not ours to remove.
+  if (!failed) fs::remove(link, failed);
+  fs::create_symlink(target, link, failed);
+  if (!failed) return true;
+  error = link.string() + ": cannot be made a link to \"" + target.string() +
+          "\": " + failed.message() + "; rename the photo without blanks instead";
+  return false;
+}
+
+bool StageBlock(SurveyBlock& block, const fs::path& dir, std::string& error) {
+  std::error_code failed;
+  fs::create_directories(dir, failed);
+  if (failed) {
+    error = dir.string() + ": cannot be created: " + failed.message() +
+            "; choose another working directory";
+    return false;
+  }
+  // Safe names come first, so that they keep their names whatever the others turn into.
+  std::set<std::string> taken;
+  for (const SurveyPhoto& photo : block.photos) {
+    if (IsSafe(photo.name)) taken.insert(fs::path(photo.name).filename().string());
+  }
+  std::set<std::string> used;
+  for (SurveyPhoto& photo : block.photos) {
+    const fs::path target = fs::absolute(fs::path(block.path) / photo.name).lexically_normal();
+    const std::string plain = fs::path(photo.name).filename().string();
+    std::string name = plain;
+    if (!IsSafe(photo.name) || !used.insert(plain).second) name = SafeName(photo.name, taken);
+    if (!MakeLink(target, dir / name, error)) return false;
+    photo.name = name;
+  }
+  block.path = dir.string();
+  return true;
+}
+
+}  // namespace
+
+bool StagePhotos(Survey& survey, const std::string& dir, std::string& error) {
+  std::vector<SurveyBlock> staged = survey.blocks;
+  for (std::size_t i = 0; i < staged.size(); ++i) {
+    SurveyBlock& block = staged[i];
+    if (std::all_of(block.photos.begin(), block.photos.end(),
+                    [](const SurveyPhoto& photo) { return IsSafe(photo.name); })) {
+      continue;
+    }
+    const fs::path blockDir = fs::absolute(fs::path(dir) / ("photos" + std::to_string(i + 1)));
+    if (!StageBlock(block, blockDir.lexically_normal(), error)) return false;
+  }
+  survey.blocks = std::move(staged);
+  return true;
+}
+
+}  // namespace tqtortho::host
