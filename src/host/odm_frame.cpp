@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/odm_frame.h"
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <sstream>
+
+#include "host/number_text.h"
+
+namespace tqtortho::host {
+namespace {
+
+// Half the distance over which the map's derivative is taken. The map curves so little that
+// rounding of coordinates in millions of metres is what counts.
+constexpr double kStepM = 50;
+// A turn is decided when the two candidates are this many standard errors apart.
+constexpr double kSureness = 4;
+constexpr std::size_t kFewestPhotos = 3;
+
+/// Derivative of the map at a point, or nothing.
+std::optional<Matrix3> MapDerivative(const Vector3& at, const TopocentricToGrid& toGrid) {
+  Matrix3 out{};
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    Vector3 before = at, after = at;
+    before[axis] -= kStepM;
+    after[axis] += kStepM;
+    const auto a = toGrid(before), b = toGrid(after);
+    if (!a || !b) return std::nullopt;
+    for (std::size_t i = 0; i < 3; ++i) out[3 * i + axis] = ((*b)[i] - (*a)[i]) / (2 * kStepM);
+  }
+  return out;
+}
+
+struct Turn {
+  double angle = 0;
+  double error = std::numeric_limits<double>::infinity();
+};
+
+/// Turn in the plane that takes the photos' own positions best onto the projection centres.
+Turn TurnOfCentres(const std::vector<OpenSfmShot>& shots) {
+  std::vector<std::array<double, 4>> pairs;
+  std::array<double, 4> mean{};
+  for (const OpenSfmShot& shot : shots) {
+    if (!shot.gps) continue;
+    pairs.push_back({(*shot.gps)[0], (*shot.gps)[1], shot.centre[0], shot.centre[1]});
+    for (std::size_t i = 0; i < 4; ++i) mean[i] += pairs.back()[i];
+  }
+  if (pairs.size() < kFewestPhotos) return {};
+  const double count = static_cast<double>(pairs.size());
+  double dot = 0, cross = 0, spread = 0;
+  for (auto& p : pairs) {
+    for (std::size_t i = 0; i < 4; ++i) p[i] -= mean[i] / count;
+    dot += p[0] * p[2] + p[1] * p[3];
+    cross += p[0] * p[3] - p[1] * p[2];
+    spread += p[0] * p[0] + p[1] * p[1];
+  }
+  Turn turn;
+  turn.angle = std::atan2(cross, dot);
+  const double c = std::cos(turn.angle), s = std::sin(turn.angle);
+  double square = 0;
+  for (const auto& p : pairs) {
+    const double dx = p[2] - (c * p[0] - s * p[1]), dy = p[3] - (s * p[0] + c * p[1]);
+    square += dx * dx + dy * dy;
+  }
+  // Of 2n equations three unknowns (turn and shift) are taken; each residual component turns by its
+  // size over the lever arm.
+  if (spread > 0) turn.error = std::sqrt(square / (2 * count - 3) / spread);
+  return turn;
+}
+
+}  // namespace
+
+std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
+                                      const TopocentricToGrid& toGrid) {
+  const auto derivative = MapDerivative({0, 0, 0}, toGrid);
+  if (!derivative) return std::nullopt;
+  FrameFinding finding;
+  finding.gridTurn = std::atan2((*derivative)[3], (*derivative)[0]);
+  const Turn turn = TurnOfCentres(shots);
+  finding.foundTurn = turn.angle;
+  finding.turnError = turn.error;
+  finding.certain = std::fabs(finding.gridTurn) > kSureness * turn.error;
+  if (finding.certain && std::fabs(turn.angle) < std::fabs(turn.angle - finding.gridTurn)) {
+    finding.frame = OdmFrame::kTopocentric;
+  }
+  return finding;
+}
+
+std::optional<GroundPose> PoseFromTopocentric(const OpenSfmShot& shot,
+                                              const TopocentricToGrid& toGrid) {
+  const auto centre = toGrid(shot.centre);
+  const auto derivative = MapDerivative(shot.centre, toGrid);
+  if (!centre || !derivative) return std::nullopt;
+  return GroundPose{*centre, Product(NearestRotation(*derivative), CameraToGround(shot.rotation))};
+}
+
+GroundPose PoseFromGrid(const OpenSfmShot& shot, double offsetEast, double offsetNorth) {
+  return {{shot.centre[0] + offsetEast, shot.centre[1] + offsetNorth, shot.centre[2]},
+          CameraToGround(shot.rotation)};
+}
+
+std::optional<std::array<double, 2>> ParseCoordsOffset(std::string_view text) {
+  // First line: the name of the grid; second: the offset; then one line per photo.
+  std::istringstream in{std::string(text)};
+  std::string grid, east, north;
+  if (!std::getline(in, grid) || !(in >> east >> north)) return std::nullopt;
+  const auto e = ReadDouble(east), n = ReadDouble(north);
+  if (!e || !n || !std::isfinite(*e) || !std::isfinite(*n)) return std::nullopt;
+  return std::array<double, 2>{*e, *n};
+}
+
+}  // namespace tqtortho::host

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/rotation.h"
+#include "host/source_lens.h"
+
+namespace tqtortho::host {
+
+/// One oriented photo of a reconstruction.
+struct OpenSfmShot {
+  std::string name;            ///< usually the photo's file name, sometimes without extension
+  std::string camera;          ///< key of the camera
+  Matrix3 rotation{};          ///< world to camera; camera axes right, down, forward
+  Vector3 centre{};            ///< projection centre in the reconstruction's frame
+  std::optional<Vector3> gps;  ///< the photo's own position, in the topocentric frame
+  double captureTime = 0;
+};
+
+/// A camera of the file; `fault` says why it cannot be used (a fisheye, a number missing) and is
+/// looked at only when a photo needs the camera.
+struct OpenSfmCamera {
+  SourceLens lens;
+  std::string fault;
+};
+
+/// The largest reconstruction of a file.
+struct OpenSfmReconstruction {
+  std::map<std::string, OpenSfmCamera> cameras;
+  std::vector<OpenSfmShot> shots;                    ///< in flight order: capture time, then name
+  bool hasReference = false;                         ///< origin of the topocentric frame
+  double latitude = 0, longitude = 0, altitude = 0;  ///< degrees, metres
+  std::vector<std::string> notes;                    ///< what was left out, a line each
+};
+
+/// Reads the text of a reconstruction.json. Points are skipped, so files of any size cost little.
+///
+/// A file may hold several reconstructions that could not be joined; dense surfaces are made from
+/// the largest, so that one is taken and the photos of the others are named in a note. Shots with a
+/// broken pose are left out with a note.
+///
+/// @return nothing, with one line in `error`, when the text is no such file or holds no photo.
+[[nodiscard]] std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json,
+                                                                std::string& error);
+
+}  // namespace tqtortho::host
