@@ -55,6 +55,9 @@ function(tqtortho_room_tests)
     if(tests)
       add_executable(${name}_test ${tests})
       target_link_libraries(${name}_test PRIVATE tqt_${name} tqt_testing GTest::gmock GTest::gtest_main)
+      if(name STREQUAL "platform")  # its tests look at files through the library behind it
+        target_link_libraries(${name}_test PRIVATE GDAL::GDAL)
+      endif()
       gtest_discover_tests(${name}_test TEST_PREFIX ${name}/ DISCOVERY_TIMEOUT 60
                            PROPERTIES LABELS unit)
     endif()
