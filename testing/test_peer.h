@@ -16,6 +16,26 @@ struct TestPeer {
   static bool OrthoRectifyImagery(tqTORectify& r, A&&... a) {
     return r.OrthoRectifyImagery(std::forward<A>(a)...);
   }
+  /// Gives the object a photo as DoTORectfy does, rotation matrix included.
+  static void SetPhoto(tqTORectify& r, const tqorkit::tqIntOri& interior,
+                       const tqorkit::tqExtOri& exterior) {
+    r.interior_ = interior;
+    r.exterior_ = exterior;
+    r.CreateRotateMatrix();
+  }
+  static const double* Rotation(const tqTORectify& r) { return r.rotation_; }
+  template <class... A>
+  static void CalcCollinearityEquation(const tqTORectify& r, A&&... a) {
+    r.CalcCollinearityEquation(std::forward<A>(a)...);
+  }
+  template <class... A>
+  static void CalcInvCollinearityEquation(const tqTORectify& r, A&&... a) {
+    r.CalcInvCollinearityEquation(std::forward<A>(a)...);
+  }
+  static tqfd::Point2_T<float> PixelDistortionCorrect(const tqTORectify& r,
+                                                      tqfd::Point2_T<float> ideal) {
+    return r.PixelDistortionCorrect(ideal);
+  }
   template <class... A>
   static bool DoTORectfy(tqTORectify& r, A&&... a) {
     return r.DoTORectfy(std::forward<A>(a)...);
@@ -53,6 +73,13 @@ struct TestPeer {
   template <class... A>
   static bool PrepareParams(tqTORectify& r, A&&... a) {
     return r.PrepareParams(std::forward<A>(a)...);
+  }
+  static bool ReadAndStrechDSM(tqTORectify& r, const char* path, int maxCells,
+                               tqorkit::PhotoInfo& dsm) {
+    return r.ReadAndStrechDSM(path, maxCells, dsm);
+  }
+  static void ZoomNeighbor(const tqorkit::PhotoInfo& in, double factor, tqorkit::PhotoInfo& out) {
+    tqTORectify::ZoomNeighbor(in, factor, out);
   }
   template <class... A>
   static void RayTracing(tqRayTracer& t, A&&... a) {

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "tqfd/Export.h"
+#include "tqfd/Progress.h"
+#include "tqorkit/tqPhotoCategory.h"
+
+namespace TqRaster {
+
+/// The job's mosaic masks, which decide the photo that supplies each part of the mosaic.
+///
+/// The masks are made by whatever maker the process has installed; this class only holds the place
+/// in the job where they are due. Without a maker no mask is written and the job goes on.
+class TQTORTHO_API tqRasterTorMsk {
+ public:
+  using Maker = std::function<bool(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
+                                   tqfd::ProgressCallback progress, void* user)>;
+
+  tqRasterTorMsk() = default;
+  virtual ~tqRasterTorMsk() = default;
+
+  /// Calls the maker and returns its answer; true, with nothing written and no progress, without
+  /// one.
+  virtual bool DoMosaicMskByBlock(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
+                                  tqfd::ProgressCallback progress, void* user);
+
+  /// Installs the maker for the whole process; an empty one removes it. Thread-safe; a run that has
+  /// begun keeps the maker it began with.
+  static void SetMaker(Maker maker);
+};
+
+}  // namespace TqRaster
