@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+
+namespace tqtortho {
+
+/// A large zeroed array whose memory the system supplies at first touch, so that parts never
+/// touched cost nothing. Asks for large pages: filling hundreds of megabytes by small ones takes as
+/// long as the work on them.
+class PageBlock {
+ public:
+  /// Throws std::bad_alloc.
+  explicit PageBlock(std::size_t bytes);
+  ~PageBlock();
+  PageBlock(const PageBlock&) = delete;
+  PageBlock& operator=(const PageBlock&) = delete;
+
+  template <class T>
+  [[nodiscard]] T* As() const {
+    return static_cast<T*>(memory_);
+  }
+
+ private:
+  void* memory_;
+  std::size_t bytes_;
+};
+
+}  // namespace tqtortho
