@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "rectify/ortho_kernel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <random>
+#include <string>
+
+#include "rectify/ortho_kernel_reference.h"
+#include "rectify/ortho_run.h"
+#include "testing/photo_scene.h"
+#include "testing/test_peer.h"
+
+namespace tqtortho {
+namespace {
+
+using testing::NadirScene;
+using testing::PhotoScene;
+using testing::RandomScene;
+
+struct Outcome {
+  bool made = false;
+  tqorkit::PhotoInfo output;
+  std::vector<std::uint8_t> hidden;
+  double cell = 0;
+};
+
+/// The production pass through the members, with the kernel that the environment names.
+Outcome Product(PhotoScene scene, int method, bool hidden, const char* kernel) {
+  ::setenv("TQTORTHO_KERNEL", kernel, 1);
+  Outcome outcome;
+  tqTORectify rectify;
+  outcome.made =
+      TestPeer::DoTORectfy(rectify, scene.photo, scene.dsm, scene.Interior(), scene.Exterior(),
+                           method, scene.parameters, nullptr, scene.pose.geoRect, outcome.output,
+                           false, hidden ? &outcome.hidden : nullptr, nullptr, nullptr);
+  outcome.cell = scene.parameters[0];
+  ::unsetenv("TQTORTHO_KERNEL");
+  return outcome;
+}
+
+Outcome Reference(PhotoScene scene, int method, bool hidden) {
+  Outcome outcome;
+  tqTORectify rectify;
+  TestPeer::SetPhoto(rectify, scene.Interior(), scene.Exterior());
+  const auto& rect = scene.pose.geoRect;
+  scene.photo.geoRect[0] = rect.minX;
+  scene.photo.geoRect[1] = rect.minY;
+  scene.photo.geoRect[2] = rect.maxX;
+  scene.photo.geoRect[3] = rect.maxY;
+  outcome.made = reference::RectifyPixels(
+      scene.photo, scene.dsm, scene.Interior(), scene.Exterior(), TestPeer::Rotation(rectify),
+      method, scene.parameters, outcome.output, hidden ? &outcome.hidden : nullptr,
+      [&](std::uint8_t* mask, int cols, int rows) {
+        TestPeer::RefineOcclusion(rectify, mask, cols, rows);
+      });
+  outcome.cell = scene.parameters[0];
+  return outcome;
+}
+
+void ExpectSame(const Outcome& a, const Outcome& b) {
+  ASSERT_EQ(a.made, b.made);
+  EXPECT_EQ(a.output.width, b.output.width);
+  EXPECT_EQ(a.output.height, b.output.height);
+  EXPECT_EQ(a.output.bands, b.output.bands);
+  EXPECT_EQ(a.cell, b.cell);
+  if (!a.made) return;
+  EXPECT_EQ(a.output.dataType, b.output.dataType);
+  EXPECT_EQ(a.output.resX, b.output.resX);
+  EXPECT_EQ(a.output.resY, b.output.resY);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(a.output.geoRect[i], b.output.geoRect[i]);
+  EXPECT_TRUE(a.output.data == b.output.data) << "pixels differ";
+  EXPECT_TRUE(a.hidden == b.hidden) << "hidden cells differ";
+}
+
+// Both ways of the product against the literal one, byte for byte.
+TEST(OrthoKernelTest, EveryKernelEqualsTheLiteralPassOnRandomScenes) {
+  constexpr unsigned kSeed = 20240718;
+  SCOPED_TRACE("seed " + std::to_string(kSeed));
+  std::mt19937 random(kSeed);
+  int made = 0;
+  int hiddenCells = 0;
+  int models[4] = {};
+  for (int round = 0; round < 6000; ++round) {
+    const PhotoScene scene = RandomScene(random);
+    const int method = round % 5 == 0 ? 0 : 1;
+    const bool hidden = round % 3 != 0;
+    const Outcome expected = Reference(scene, method, hidden);
+    for (const char* kernel : {"scalar", "auto"}) {
+      SCOPED_TRACE("round " + std::to_string(round) + " kernel " + kernel + " model " +
+                   std::to_string(scene.camera.distortionModel) + " bands " +
+                   std::to_string(scene.photo.bands));
+      ExpectSame(Product(scene, method, hidden, kernel), expected);
+      if (HasFailure()) return;
+    }
+    made += expected.made ? 1 : 0;
+    if (expected.made) ++models[scene.camera.distortionModel];
+    for (const std::uint8_t cell : expected.hidden) hiddenCells += cell == 255 ? 1 : 0;
+  }
+  // The scenes must be worth comparing.
+  EXPECT_GT(made, 2500);
+  EXPECT_GT(hiddenCells, 10000);
+  for (const int model : {0, 1, 2, 3}) EXPECT_GT(models[model], 200) << "model " << model;
+}
+
+// Wide rows take several batches, and sharp parallax makes nearer cells displace earlier rows'
+// ones.
+TEST(OrthoKernelTest, WideGridsWithTallBoxesEqualTheLiteralPass) {
+  std::mt19937 random(77);
+  for (const int model : {0, 1, 3}) {
+    PhotoScene scene = NadirScene(700, 500);
+    scene.camera.distortionModel = model;
+    scene.camera.coefficients[0] = model == 1 ? -4e-8 : 0.02;
+    scene.camera.coefficients[3] = model == 1 ? 1e-6 : 1e-3;
+    scene.pose.position[3] = 0.2;
+    scene.pose.position[5] = 0.7;
+    for (std::uint8_t& value : scene.photo.data) value = static_cast<std::uint8_t>(random() % 256);
+    for (int box = 0; box < 60; ++box) {
+      const int row = static_cast<int>(random() % 1300);
+      const int col = static_cast<int>(random() % 1300);
+      for (int i = 0; i < 60 * 60; ++i) scene.Height(row + i / 60, col + i % 60) = 80;
+    }
+    scene.pose.geoRect = {-400, -300, 400, 300};
+    scene.parameters[0] = 0.9;
+    const Outcome expected = Reference(scene, 1, true);
+    ASSERT_TRUE(expected.made);
+    EXPECT_GT(expected.output.width, 600);
+    ExpectSame(Product(scene, 1, true, "auto"), expected);
+    ExpectSame(Product(scene, 1, true, "scalar"), expected);
+  }
+}
+
+// A camera straight above flat ground maps ground to pixels by pure scaling, so a ramp in the photo
+// comes out as the same ramp: an independent closed form for position, orientation and sampling.
+TEST(OrthoKernelTest, NadirPhotoOfFlatGroundIsScaledExactly) {
+  PhotoScene scene = NadirScene(64, 100, 1000, 2000);
+  for (int row = 0; row < 64; ++row) {
+    for (int col = 0; col < 64; ++col) {
+      scene.Pixel(row, col)[0] = static_cast<std::uint8_t>(10 + 2 * col);
+      scene.Pixel(row, col)[1] = static_cast<std::uint8_t>(20 + 3 * row);
+      scene.Pixel(row, col)[2] = 7;
+    }
+  }
+  scene.pose.geoRect = {980, 1980, 1020, 2020};
+  scene.parameters[0] = 0.5;
+  for (const char* kernel : {"scalar", "auto"}) {
+    const Outcome outcome = Product(scene, 1, false, kernel);
+    ASSERT_TRUE(outcome.made);
+    ASSERT_EQ(outcome.output.width, 80);
+    ASSERT_EQ(outcome.output.height, 80);
+    for (int row = 0; row < 80; ++row) {
+      for (int col = 0; col < 80; ++col) {
+        const std::uint8_t* cell = &outcome.output.data[(row * 80 + col) * 3];
+        // Cell (row, col) stands at X = 980 + col / 2, that is photo column 12 + col / 2.
+        ASSERT_EQ(cell[0], 10 + 2 * 12 + col) << row << ' ' << col;
+        ASSERT_EQ(cell[1], static_cast<int>(20 + 3 * (12 + row / 2.0))) << row << ' ' << col;
+        ASSERT_EQ(cell[2], 7);
+      }
+    }
+  }
+}
+
+// A cell whose ideal position is exactly on the upper frame border is outside for the lens model
+// but its row, 0, is inside: it is taken uncorrected.
+TEST(OrthoKernelTest, UpperFrameBorderIsTakenWithoutLensCorrection) {
+  for (const int model : {0, 1, 3}) {
+    PhotoScene scene = NadirScene(64, 100);
+    scene.camera.distortionModel = model;
+    scene.camera.coefficients[0] = model == 1 ? 1e-3 : 0.3;  // would move the border far out
+    scene.pose.geoRect = {-20, 0, 20, 32};                   // Y = 32 is u = 64 = height
+    scene.parameters[0] = 1;
+    const Outcome expected = Reference(scene, 1, true);
+    ASSERT_TRUE(expected.made);
+    EXPECT_EQ(expected.output.geoRect[1] + expected.output.height, 32.0 + (model == 0 ? 1 : 1));
+    ExpectSame(Product(scene, 1, true, "auto"), expected);
+    ExpectSame(Product(scene, 1, true, "scalar"), expected);
+  }
+}
+
+TEST(OrthoKernelTest, RasterSmallerThanTheFrameGivesInvalidSamples) {
+  PhotoScene scene = NadirScene(64, 100);
+  scene.photo.width = 20;
+  scene.photo.height = 10;
+  scene.photo.data.assign(20 * 10 * 3, 200);
+  scene.pose.geoRect = {-30, -30, 30, 30};
+  scene.parameters[0] = 1;
+  for (const char* kernel : {"scalar", "auto"}) {
+    const Outcome outcome = Product(scene, 1, true, kernel);
+    ASSERT_TRUE(outcome.made);
+    ASSERT_EQ(outcome.output.width, 60);
+    // Photo column 2 + col, row 2 + row: inside the raster up to column 19.5 and row 9.5.
+    const auto at = [&](int row, int col) { return outcome.output.data[(row * 60 + col) * 3]; };
+    EXPECT_EQ(at(0, 0), 200);
+    EXPECT_EQ(at(7, 17), 200);
+    EXPECT_EQ(at(8, 0), 1);
+    EXPECT_EQ(at(0, 18), 1);
+    EXPECT_EQ(at(59, 59), 1);
+  }
+}
+
+// Wherever an expression feeds NaN, infinity or a huge number into the loop, cells stay empty.
+TEST(OrthoKernelTest, SenselessNumbersOnlyGiveEmptyCells) {
+  constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  const auto broken = [](auto&& change) {
+    PhotoScene scene = NadirScene(16, 20);
+    scene.pose.geoRect = {-10, -10, 10, 10};
+    change(scene);
+    return scene;
+  };
+  const PhotoScene scenes[] = {
+      broken([&](PhotoScene& s) { s.pose.position[0] = kNan; }),
+      broken([&](PhotoScene& s) { s.pose.position[2] = kInf; }),
+      broken([&](PhotoScene& s) { s.pose.position[3] = kNan; }),
+      broken([&](PhotoScene& s) { s.pose.position[0] = 1e300; }),
+      broken([&](PhotoScene& s) {
+        s.pose.geoRect = {kNan, 0, 10, 10};
+      }),
+      broken([&](PhotoScene& s) {
+        s.pose.geoRect = {-kInf, -kInf, kInf, kInf};
+        s.dsm.resX = kNan;
+      }),
+      broken([&](PhotoScene& s) { s.parameters[0] = kNan; }),
+      broken([&](PhotoScene& s) { s.parameters[0] = -1; }),
+      broken([&](PhotoScene& s) { s.parameters[0] = 1e-9; }),
+      broken([&](PhotoScene& s) { s.dsm.noData = kNan; }),
+      broken([&](PhotoScene& s) {
+        for (int i = 0; i < 32 * 32; ++i) s.Heights()[i] = NAN;
+      }),
+      broken([&](PhotoScene& s) { s.camera.focalLength = 0; }),
+      broken([&](PhotoScene& s) { s.camera.pixelSize = 0; }),
+      broken([&](PhotoScene& s) { s.camera.imageWidth = kInf; }),
+      broken([&](PhotoScene& s) { s.photo.data.resize(5); }),
+      broken([&](PhotoScene& s) { s.dsm.data.resize(5); }),
+      broken([&](PhotoScene& s) { s.photo.bands = 0; }),
+      broken([&](PhotoScene& s) { s.photo.width = -3; }),
+  };
+  int number = 0;
+  for (const PhotoScene& scene : scenes) {
+    for (const char* kernel : {"scalar", "auto"}) {
+      const Outcome outcome = Product(scene, 1, true, kernel);
+      EXPECT_FALSE(outcome.made) << "scene " << number << ' ' << kernel;
+      EXPECT_EQ(outcome.output.width, 0);
+      EXPECT_EQ(outcome.output.bands, 0);
+    }
+    ++number;
+  }
+}
+
+TEST(OrthoKernelTest, TheEnvironmentForcesTheScalarKernel) {
+  ::setenv("TQTORTHO_KERNEL", "scalar", 1);
+  EXPECT_STREQ(OrthoKernelName(OrthoKernelFromEnvironment()), "scalar");
+  ::unsetenv("TQTORTHO_KERNEL");
+  EXPECT_STREQ(OrthoKernelName(OrthoKernelFromEnvironment()), HasAvx2Kernel() ? "avx2" : "scalar");
+}
+
+}  // namespace
+}  // namespace tqtortho
