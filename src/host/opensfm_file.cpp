@@ -46,8 +46,10 @@ struct Projection {
 };
 
 constexpr Projection kPinholes[] = {
-    {"brown", false, true, 3, true},    {"perspective", true, false, 2, false},
-    {"radial", false, true, 2, false},  {"simple_radial", false, true, 1, false},
+    {"brown", false, true, 3, true},
+    {"perspective", true, false, 2, false},
+    {"radial", false, true, 2, false},
+    {"simple_radial", false, true, 1, false},
 };
 
 OpenSfmCamera ReadCamera(const std::string& name, const Json& object) {
