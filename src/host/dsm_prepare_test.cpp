@@ -33,7 +33,9 @@ class DsmPrepareTest : public ::testing::Test {
     TqImage image;
     ASSERT_TRUE(image.Create(dir.File("dsm.tif"), 40, 30, 1, tqimage::kFloat32, 17, true));
     ASSERT_TRUE(image.SetGeoCoefficients(at));
-    if (named) ASSERT_TRUE(image.SetNoDataValue(0, none));
+    if (named) {
+      ASSERT_TRUE(image.SetNoDataValue(0, none));
+    }
     ASSERT_TRUE(image.WriteImage(0, {0, 0, 40, 30}, tqimage::kFloat32, heights.data()));
     ASSERT_TRUE(image.Close());
   }

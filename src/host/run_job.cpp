@@ -72,10 +72,15 @@ class StageRelay {
     const std::string text = tqfd::StringConverter::GbkToUtf8(message == nullptr ? "" : message);
     if (text != self->message_) {
       self->message_ = text;
-      self->Begin(StageName(text));
+      if (text != message::kRectifying || !self->open_) self->Begin(StageName(text));
       if (text == message::kRectifying && self->onRectify) self->onRectify();
     }
-    return self->Progress(percent) ? 1 : 0;
+    const bool go = self->Progress(percent);
+    // Rectification reports only when its first block is done; its time begins here.
+    if (go && text == message::kEstimating && percent > 100 - 1e-6) {
+      self->Begin(StageName(std::string(message::kRectifying)));
+    }
+    return go ? 1 : 0;
   }
 
  private:
