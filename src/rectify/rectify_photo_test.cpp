@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "testing/photo_scene.h"
+#include "testing/test_peer.h"
+
+namespace tqtortho {
+namespace {
+
+using testing::NadirScene;
+using testing::PhotoScene;
+using tqorkit::PhotoInfo;
+
+constexpr int kNearest = 0;
+
+/// A camera 50 above flat ground: ground (X, Y) is photo column X + 50, row 50 - Y, so with a cell
+/// of 1 and the footprint [-50, 50] squared, cell (row, col) shows photo pixel (row, col).
+class RectifyPhotoTest : public ::testing::Test {
+ protected:
+  RectifyPhotoTest() : scene(NadirScene(100, 50)) {
+    scene.pose.geoRect = {-50, -50, 50, 50};
+    output.width = output.height = output.bands = output.dataType = 77;
+  }
+  bool Run(bool estimate, std::vector<std::uint8_t>* occlusion = nullptr,
+           const tqfd::Rect2_T<double>& requested = {},
+           std::vector<tqfd::Point2_T<double>>* area = nullptr) {
+    tqTORectify rectify;
+    return TestPeer::DoTORectfy(rectify, scene.photo, scene.dsm, scene.Interior(), scene.Exterior(),
+                                kNearest, scene.parameters, area, requested, output, estimate,
+                                occlusion, nullptr, nullptr);
+  }
+  /// Sets band 0 of the photo to 0 outside rows [row, row + rows) x columns [col, col + cols).
+  void KeepOnly(int row, int col, int rows, int cols) {
+    for (int r = 0; r < 100; ++r) {
+      for (int c = 0; c < 100; ++c) {
+        const bool inside = r >= row && r < row + rows && c >= col && c < col + cols;
+        if (!inside) scene.Pixel(r, c)[0] = 0;
+      }
+    }
+  }
+  void ExpectRect(const PhotoInfo& info, double minX, double minY, double maxX, double maxY) {
+    EXPECT_DOUBLE_EQ(info.geoRect[0], minX);
+    EXPECT_DOUBLE_EQ(info.geoRect[1], minY);
+    EXPECT_DOUBLE_EQ(info.geoRect[2], maxX);
+    EXPECT_DOUBLE_EQ(info.geoRect[3], maxY);
+  }
+  void ExpectSize(int width, int height, int bands, int dataType) {
+    EXPECT_EQ(output.width, width);
+    EXPECT_EQ(output.height, height);
+    EXPECT_EQ(output.bands, bands);
+    EXPECT_EQ(output.dataType, dataType);
+  }
+  PhotoScene scene;
+  PhotoInfo output;
+};
+
+TEST_F(RectifyPhotoTest, EstimateSizesTheOutputAndWritesTheResolutionBack) {
+  ASSERT_TRUE(Run(true));
+  EXPECT_EQ(scene.parameters[0], 1.0);
+  ExpectSize(91, 91, 3, 77);
+  ExpectRect(output, -50, -40, 40, 50);  // lines every ten cells, the lower and right border unseen
+  ExpectRect(scene.photo, -50, -40, 40, 50);
+  EXPECT_EQ(output.resX, 1);
+  EXPECT_EQ(output.resY, -1);
+  EXPECT_TRUE(output.data.empty());
+}
+
+TEST_F(RectifyPhotoTest, EstimateOfAPhotoOffTheTileZeroesFourFields) {
+  scene.dsm.geoRect[0] += 1000;
+  scene.dsm.geoRect[2] += 1000;
+  EXPECT_FALSE(Run(true));
+  ExpectSize(0, 0, 0, 0);
+  EXPECT_EQ(scene.parameters[0], 0);  // the tile's resolution was never chosen
+}
+
+TEST_F(RectifyPhotoTest, ProductionTakesTheStoredFootprintAndTinyResolutionsAsNone) {
+  scene.parameters[0] = 9e-11;
+  scene.pose.geoRect = {-20, -10, 20, 10};
+  ASSERT_TRUE(Run(false));
+  EXPECT_EQ(scene.parameters[0], 1.0);
+  ExpectSize(40, 20, 3, 1);
+  scene.dsm.geoRect[0] += 1000;
+  scene.dsm.geoRect[2] += 1000;
+  output.dataType = 77;
+  EXPECT_FALSE(Run(false));
+  ExpectSize(0, 0, 0, 77);
+}
+
+// Seven columns and five rows hold data: the last of each is cut off, and the rectangle is counted
+// from the lower edge of the scanned rows.
+TEST_F(RectifyPhotoTest, OutputEndsOneCellBeforeTheLastOneWithData) {
+  KeepOnly(30, 20, 5, 7);
+  scene.Pixel(31, 22)[1] = 201;
+  std::vector<std::uint8_t> mask;
+  ASSERT_TRUE(Run(false, &mask));
+  ExpectSize(6, 4, 3, 1);
+  EXPECT_EQ(output.data.size(), 6u * 4 * 3);
+  EXPECT_EQ(mask, std::vector<std::uint8_t>(6 * 4, 0));
+  EXPECT_EQ(output.data[(1 * 6 + 2) * 3 + 1], 201);
+  ExpectRect(output, -50 + 20, -50 + (101 - 34), -30 + 6, 17 + 4);
+}
+
+TEST_F(RectifyPhotoTest, OneColumnOrOneRowOfDataIsAFailure) {
+  const int shapes[][2] = {{1, 9}, {9, 1}, {0, 0}};
+  for (const auto& shape : shapes) {
+    scene.photo.data.assign(scene.photo.data.size(), 100);
+    KeepOnly(30, 20, shape[0], shape[1]);
+    output.dataType = 77;
+    EXPECT_FALSE(Run(false)) << shape[0] << " x " << shape[1];
+    ExpectSize(0, 0, 0, 0);
+  }
+}
+
+TEST_F(RectifyPhotoTest, ZeroFirstBandIsStoredButDoesNotCount) {
+  KeepOnly(30, 20, 5, 7);
+  scene.Pixel(31, 22)[0] = 0;  // inside the block, other bands 100
+  ASSERT_TRUE(Run(false));
+  ExpectSize(6, 4, 3, 1);
+  EXPECT_EQ(output.data[(1 * 6 + 2) * 3], 0);
+  EXPECT_EQ(output.data[(1 * 6 + 2) * 3 + 1], 100);
+}
+
+TEST_F(RectifyPhotoTest, RequestedRectangleClipsOnlyWhenItOverlaps) {
+  ASSERT_TRUE(Run(false, nullptr, {-10, -20, 500, 20}));
+  ExpectRect(scene.photo, -10, -20, 50, 20);
+  ASSERT_TRUE(Run(false, nullptr, {50, -20, 500, 20}));  // touches only
+  ExpectRect(scene.photo, -50, -50, 50, 50);
+}
+
+// Kept: the footprint's quadrilateral is X in [minX, minY], Y in [maxX, maxY].
+TEST_F(RectifyPhotoTest, AreaIsComparedWithTheOddlyPairedQuadrilateral) {
+  scene.pose.geoRect = {-30, -10, 20, 40};
+  const auto square = [](double minX, double minY, double size) {
+    return std::vector<tqfd::Point2_T<double>>{
+        {minX, minY}, {minX + size, minY}, {minX + size, minY + size}, {minX, minY + size}};
+  };
+  auto paired = square(-25, 25, 5);
+  EXPECT_TRUE(Run(false, nullptr, {}, &paired));
+  auto onThePhoto = square(0, 0, 10);
+  EXPECT_FALSE(Run(false, nullptr, {}, &onThePhoto));
+  ExpectSize(0, 0, 0, 1);
+  std::vector<tqfd::Point2_T<double>> noPolygon;
+  EXPECT_FALSE(Run(false, nullptr, {}, &noPolygon));
+}
+
+TEST_F(RectifyPhotoTest, CameraThatCannotProjectIsRefused) {
+  scene.camera.focalLength = 0;
+  EXPECT_FALSE(Run(false));
+  EXPECT_FALSE(Run(true));
+  ExpectSize(0, 0, 0, 77);
+  scene.camera.focalLength = 50;
+  scene.camera.pixelSize = NAN;
+  EXPECT_FALSE(Run(false));
+}
+
+// A block 8 high over X in [30, 40) and Y in (-10, 10] appears 50 / 42 times as far out, over
+// ground up to X = 47.6: only ground in that true shadow may be hidden.
+TEST_F(RectifyPhotoTest, ZBufferHidesGroundInTheShadowOfABlock) {
+  for (int row = 90; row < 110; ++row) {
+    for (int col = 130; col < 140; ++col) scene.Height(row, col) = 8;
+  }
+  std::vector<std::uint8_t> mask;
+  ASSERT_TRUE(Run(false, &mask));
+  ASSERT_EQ(mask.size(), static_cast<std::size_t>(output.width) * output.height);
+  int hidden = 0;
+  for (int row = 0; row < output.height; ++row) {
+    for (int col = 0; col < output.width; ++col) {
+      if (mask[row * output.width + col] == 0) continue;
+      ++hidden;
+      EXPECT_GE(col - 50, 39) << row;
+      EXPECT_LE(col - 50, 48) << row;
+      EXPECT_LE(std::fabs(50 - row), 13) << col;
+    }
+  }
+  EXPECT_GT(hidden, 60);  // 120 share a pixel with the roof; cleaning rounds their pieces off
+}
+
+}  // namespace
+}  // namespace tqtortho
