@@ -6,8 +6,8 @@
 namespace tqtortho {
 
 /// Names of one photo's files. `outputDir` is a prefix and is joined as it is.
-/// The ortho image: outputDir + drive + directory + file name + "_" + blockId + extension. Empty when
-/// a part of the photo name exceeds the limits of PathHelper::SplitPath.
+/// The ortho image: outputDir + drive + directory + file name + "_" + blockId + extension. Empty
+/// when a part of the photo name exceeds the limits of PathHelper::SplitPath.
 [[nodiscard]] std::string OrthoName(const std::string& outputDir, const std::string& photoName,
                                     int blockId);
 /// "<ortho>_obs.tif", 255 = hidden from the photo.

@@ -9,8 +9,8 @@
 
 namespace tqtortho {
 
-/// Which lock guards a stage's progress. Both are process-wide and named: stages of one kind that run
-/// at once share it, so a host's callback is never entered twice at a time.
+/// Which lock guards a stage's progress. Both are process-wide and named: stages of one kind that
+/// run at once share it, so a host's callback is never entered twice at a time.
 enum class ProgressLock { kJobLoops, kUpdateLoops };
 
 /// Progress and stop of one stage: the sum, the step, the callback and the stop flag, nothing else.
