@@ -35,7 +35,7 @@ struct RasterSummary {
   std::string format;      ///< GDAL's short driver name
   bool palette = false;
   bool hasGeoreference = false;
-  bool rotated = false;    ///< the transform has rotation or shear terms, or is south-up
+  bool rotated = false;  ///< the transform has rotation or shear terms, or is south-up
   tqimage::GeoCoefficients coefficients;
 };
 /// False when the file is missing or no raster (then `error` says why, in one line).

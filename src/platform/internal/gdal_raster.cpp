@@ -200,6 +200,11 @@ bool StagedRaster::Start(const std::string& target, int width, int height, int b
     options.SetNameValue("COMPRESS", "DEFLATE");
     options.SetNameValue("ZLEVEL", "1");
   }
+  // Differences between neighbours pay for colour: a third smaller for a seventh more time. Masks
+  // and heights gain nothing or lose much time.
+  if (bands >= 3 && (type == GDT_Byte || type == GDT_UInt16)) {
+    options.SetNameValue("PREDICTOR", "2");
+  }
   options.SetNameValue("BIGTIFF", "IF_SAFER");
   options.SetNameValue("INTERLEAVE", "PIXEL");
   if (width >= 256 && height >= 256) {

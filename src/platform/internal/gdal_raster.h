@@ -51,8 +51,8 @@ struct NoDataRule {
 void NormaliseHeights(const NoDataRule& rule, float* cells, std::size_t count);
 void NormaliseHeights(const NoDataRule& rule, double* cells, std::size_t count);
 
-/// A raster file in the making: a tiled, compressed GeoTIFF beside `target`, renamed by Finish.
-/// Removed by the destructor when it was not finished.
+/// A raster file in the making: a tiled, compressed GeoTIFF beside `target`, renamed by Finish and
+/// removed by the destructor when it was not finished.
 class StagedRaster {
  public:
   StagedRaster() = default;

@@ -47,7 +47,8 @@ class TQTORTHO_API TqImage {
 
   /// Opens for reading (`readOnly` true) or update. False when the file is missing or no raster.
   bool Open(const std::string& path, bool readOnly);
-  /// Starts a new file; `overwrite` false fails when the target exists. Sizes are checked.
+  /// Starts a new file; `overwrite` false fails when the target exists. Sizes are checked, missing
+  /// parent directories are made.
   bool Create(const std::string& path, int width, int height, int bands, int dataType,
               int driverType, bool overwrite);
   /// Ends the work. True when everything written is on disk under its final name.
@@ -79,14 +80,18 @@ class TQTORTHO_API TqImage {
 
   /// Reads a whole raster into a record: size, bands (interleaved), data type, georeference fields
   /// and no-data value. Palette images are expanded to RGB; 16-bit and float samples keep their
-  /// type (float: one band, the heights rule above). Orientation tags turn nothing.
+  /// type (float: one band as 32-bit floats, the heights rule above). Orientation tags turn
+  /// nothing. The record's rectangle runs from the centre of the first cell to the centre of the
+  /// last one. A file that ends early, or claims more pixels than the machine's memory holds, is a
+  /// failure.
   /// @param coefficients receives the georeference, may be null
   /// @param firstBand    first band to read
   /// @param bandCount    in: number of bands to read when not null and positive; out: bands read
   static bool QuickReadImage(const std::string& path, tqorkit::PhotoInfo& image,
                              GeoCoefficients* coefficients, int firstBand = 0,
                              int* bandCount = nullptr);
-  /// Writes a whole record (dataType 0 counts as byte); with a null georeference the file has none.
+  /// Writes a whole record (dataType 0 counts as byte); with a null georeference the file has none,
+  /// one without a cell size is a failure. Floats carry the record's no-data value unless it is 0.
   static bool QuickWriteImage(const std::string& path, const tqorkit::PhotoInfo& image,
                               const GeoCoefficients* coefficients, bool overwrite);
 

@@ -15,12 +15,12 @@ class TQTORTHO_API TqFSManager {
  public:
   /// Codes of the files that stand beside a photo's ortho image.
   enum FILE_EXT : int {
-    kOwnershipMask = 1,   ///< replaces the extension by ".msk"
-    kReducedCopy = 4,     ///< replaces the extension by ".tif"
-    kOrthoSidecar = 6,    ///< replaces the extension by ".georef"
-    kOrtho = 7,           ///< keeps the extension
-    kObscuredSidecar = 11,///< replaces the extension by ".obsref"
-    kObscuredMask = 13,   ///< appends "_obs.tif" to the whole name
+    kOwnershipMask = 1,     ///< replaces the extension by ".msk"
+    kReducedCopy = 4,       ///< replaces the extension by ".tif"
+    kOrthoSidecar = 6,      ///< replaces the extension by ".georef"
+    kOrtho = 7,             ///< keeps the extension
+    kObscuredSidecar = 11,  ///< replaces the extension by ".obsref"
+    kObscuredMask = 13,     ///< appends "_obs.tif" to the whole name
   };
 
   /// The name with its extension changed as the table says; an unknown code returns it unchanged.

@@ -20,8 +20,8 @@ class TQTORTHO_API tqIntOri {
     double imageHeight = 0;  ///< pixels
     double focalLength = 0;
     double pixelSize = 0;
-    double offsetX = 0;  ///< principal point minus image centre, x to the right
-    double offsetY = 0;  ///< principal point minus image centre, y UPWARD
+    double offsetX = 0;                ///< principal point minus image centre, x to the right
+    double offsetY = 0;                ///< principal point minus image centre, y UPWARD
     std::int32_t distortionModel = 0;  ///< 0 none, 1 correction in pixels, 3 radial-tangential
     double coefficients[8] = {};       ///< k1 k2 k3 p1 p2 b1 b2, the eighth unused
   };
