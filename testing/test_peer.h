@@ -71,6 +71,18 @@ struct TestPeer {
     return r.OcculusionJutAdjust(path, a, b, c);
   }
   template <class... A>
+  static bool GenOcclusion(A&&... a) {
+    return tqTORectify::GenOcclusion(std::forward<A>(a)...);
+  }
+  template <class... A>
+  static bool GenOcclusionEx(A&&... a) {
+    return tqTORectify::GenOcclusionEx(std::forward<A>(a)...);
+  }
+  template <class... A>
+  static bool LoadSubDEM(A&&... a) {
+    return tqTORectify::LoadSubDEM(std::forward<A>(a)...);
+  }
+  template <class... A>
   static bool PrepareParams(tqTORectify& r, A&&... a) {
     return r.PrepareParams(std::forward<A>(a)...);
   }

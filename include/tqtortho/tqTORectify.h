@@ -9,6 +9,7 @@
 #include "tqfd/Export.h"
 #include "tqfd/Geometry.h"
 #include "tqfd/Progress.h"
+#include "tqimage/GeoCoefficients.h"
 #include "tqorkit/PhotoInfo.h"
 #include "tqorkit/tqExtOri.h"
 #include "tqorkit/tqIntOri.h"
@@ -142,6 +143,37 @@ class TQTORTHO_API tqTORectify {
   bool AdjustOcclusion(const std::string& maskPath);
   bool CheckTallBuilding(const tqfd::Rect2_T<double>& rect);
   bool OcculusionJutAdjust(const std::string& maskPath, int first, int second, int third);
+
+  /// Which cells of a ground lattice a photo cannot see, by projecting the surface model into it.
+  ///
+  /// @param rect          first to last cell CENTRE of the lattice, its first cell at (minX, maxY):
+  ///                      trunc((maxX - minX) / gsd + 0.5) + 1 columns, rows likewise
+  /// @param outsideValue  for cells that are not in the photo's frame
+  /// @param mask          receives rows x cols bytes: 255 hidden, 0 seen or without a height
+  /// @return false when the surface cannot be read or does not meet the rectangle, or when the
+  ///         rectangle, gsd or camera make no sense; then nothing is said about the outputs.
+  ///
+  /// Touches no state of the object; safe from several threads.
+  static bool GenOcclusion(const tqorkit::tqIntOri& interior, const tqorkit::tqExtOri& exterior,
+                           const char* dsmPath, const tqfd::Rect2_T<double>& rect, double gsd,
+                           std::uint8_t outsideValue, std::vector<std::uint8_t>& mask, int& cols,
+                           int& rows);
+  /// The same into a mask file with georeference and the surface model's CRS, made in parts so that
+  /// memory does not grow with the mask. A failed call leaves no file.
+  static bool GenOcclusionEx(const tqorkit::tqIntOri& interior, const tqorkit::tqExtOri& exterior,
+                             const char* dsmPath, const tqfd::Rect2_T<double>& rect, double gsd,
+                             std::uint8_t outsideValue, const char* outPath);
+  /// Reads the surface model under a ground rectangle and under everything that can hide it: toward
+  /// the camera as far as sight lines run below the highest surface, a margin of three cells, and a
+  /// border of no data where the file ends.
+  ///
+  /// @param surface       receives floats; its rectangle runs from first to last cell centre
+  /// @param coefficients  receives the part's centre-registered georeference with the file's CRS
+  /// @return false when the file cannot be read, is not north-up, does not meet the rectangle, or
+  ///         the part exceeds 1e9 cells.
+  static bool LoadSubDEM(const char* dsmPath, const tqfd::Rect2_T<double>& rect,
+                         const tqfd::Point3_T<double>& camera, tqorkit::PhotoInfo& surface,
+                         tqimage::GeoCoefficients& coefficients);
 
   double rotation_[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};  // row-major: a1 a2 a3, b1 b2 b3, c1 c2 c3
   tqorkit::tqIntOri interior_;
