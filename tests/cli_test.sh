@@ -35,10 +35,15 @@ check '! find out -name "*.tmp-*" | grep -q .'
 expect 0 "a job would use --gsd" "$tqtortho" info "${lists[@]}"
 expect 0 "IoU" "$tqtortho" score --truth town --orthos out/ortho
 expect 0 '"event":"result"' run "${lists[@]}" --out json --json --threads 1
-# The block plan follows the thread count; given one plan, the bytes do not depend on the threads.
+# Given one plan, the bytes do not depend on the threads (the plan itself follows their number).
 cp -r out/ortho before
-for n in 1 2 3; do OMP_NUM_THREADS=1 "$tqtortho" block --param out/work/ortho_data/orParam.txt --number $n --tmp out/work/tmp >/dev/null 2>&1; done
-check 'diff -r before out/ortho >/dev/null'
+for threads in 1 5; do
+  for n in 1 2 3; do
+    OMP_NUM_THREADS=$threads "$tqtortho" block --param out/work/ortho_data/orParam.txt --number $n --tmp out/work/tmp
+  done
+  cp -r out/ortho "blocks$threads"
+done
+check 'diff -r blocks1 blocks5 >/dev/null && [ "$(ls blocks1 | wc -l)" -eq "$(ls before | wc -l)" ]'
 expect 0 "3 of 3" run "${lists[@]}" --out sizing --sizing-only --quiet
 check '[ -z "$(find sizing/ortho -name "*.png" -o -name "*.tif")" ]'
 
@@ -78,7 +83,7 @@ for pause in 0.05 0.15 0.3; do
   run "${lists[@]}" --out killed --quiet >/dev/null 2>&1 & pid=$!
   sleep "$pause"; kill -9 $pid 2>/dev/null; wait $pid 2>/dev/null
   expect 0 "3 of 3 photos done" run "${lists[@]}" --out killed --threads 2 --quiet
-  check 'cmp -s killed/ortho/'"${first%.*}"'_0.'"${first##*.}"' out/ortho/'"${first%.*}"'_0.'"${first##*.}"
+  check 'cmp -s killed/ortho/'"${first%.*}"'_0.'"${first##*.}"' before/'"${first%.*}"'_0.'"${first##*.}"
 done
 run "${lists[@]}" --out stopped >/dev/null 2>&1 & pid=$!
 sleep 0.2; kill -INT $pid 2>/dev/null; wait $pid; status=$?

@@ -54,8 +54,12 @@ int main(int argc, char** argv) {
   AddSample(app, status);
   AddScore(app, status);
   AddBlock(app, status);
+  AddThumbnails(app, status);
   AddTrace(app, status);
   AddSelfTest(app, status);
+  if (argc > 1 && argv[1][0] != '-' && app.get_subcommand_no_throw(argv[1]) == nullptr) {
+    return Fail(kBadInput, std::string(argv[1]) + ": no such subcommand; see tqtortho --help");
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& help) {
