@@ -5,10 +5,13 @@
 #include <cfloat>
 #include <utility>
 
+#include "occlusion/block_maxima.h"
+
 namespace tqtortho {
 namespace {
 
 constexpr int kMaxDepth = 4;
+constexpr double kNoTop = -1e15;
 constexpr double kRayEnd = static_cast<double>(FLT_MAX);
 constexpr double kParallel = static_cast<double>(1e-6f);
 
@@ -50,14 +53,11 @@ double QuadTree::LeafTop(const RaySurface& surface) {
   const int rows =
       std::min(TruncToInt(-(box.maxY - box.minY) / static_cast<double>(surface.cellSizeY)),
                surface.heights.rows);
-  double top = -1e15;
-  for (int r = 0; r < rows; ++r) {
-    const float* row = surface.heights.Row(r);
-    for (int c = 0; c < cols; ++c) {
-      if (static_cast<double>(row[c]) > top) top = static_cast<double>(row[c]);
-    }
-  }
-  return top;
+  if (rows < 1 || cols < 1) return kNoTop;
+  GridView<const float> scanned = surface.heights;
+  scanned.rows = rows;
+  scanned.cols = cols;
+  return std::max(kNoTop, static_cast<double>(LargestHeight(scanned)));
 }
 
 QuadTree::QuadTree(const RaySurface& surface, const Point3& camera)
@@ -114,6 +114,7 @@ void QuadTree::Query(const Ray& ray, std::vector<LeafHit>& hits) const {
     const Point3& o = ray.origin;
     const Point3& d = ray.direction;
     hits.push_back({index,
+                    tMin,
                     {o.x + tMin * d.x, o.y + tMin * d.y, o.z + tMin * d.z},
                     {o.x + tMax * d.x, o.y + tMax * d.y, o.z + tMax * d.z}});
   }

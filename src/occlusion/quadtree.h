@@ -20,6 +20,7 @@ struct QuadNode {
 /// A leaf that a ray passes, with the points where the ray enters and leaves its box.
 struct LeafHit {
   int node = 0;
+  double entryT = 0;  ///< distance from the ray's origin to the entry
   Point3 entry;
   Point3 exit;
 };

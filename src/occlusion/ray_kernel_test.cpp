@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "occlusion/ray_kernel.h"
+
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "occlusion/ray_kernel_reference.h"
+#include "occlusion/tile_tracer.h"
+#include "testing/ray_scenes.h"
+
+namespace tqtortho {
+namespace {
+
+using testing::FlatSurface;
+using testing::RayCase;
+using testing::SetGrid;
+using testing::TownSurface;
+using Bytes = std::vector<std::uint8_t>;
+
+class ScalarKernel {
+ public:
+  ScalarKernel() { ::setenv("TQTORTHO_KERNEL", "scalar", 1); }
+  ~ScalarKernel() { ::unsetenv("TQTORTHO_KERNEL"); }
+};
+
+Bytes Trace(const tqDSM& dsm, const Point3& camera, const Bytes& examine = {}) {
+  Bytes mask(dsm.heights.size(), 7);
+  MarkHiddenCells(dsm.Surface(), camera,
+                  examine.empty()
+                      ? GridView<const std::uint8_t>()
+                      : GridView<const std::uint8_t>(examine.data(), dsm.rows, dsm.cols),
+                  GridView<std::uint8_t>(mask.data(), dsm.rows, dsm.cols));
+  return mask;
+}
+
+/// Compares with the twin, cell by cell in a scattered order, until the twin has spent its steps.
+std::string Difference(const RayCase& scene, const Bytes& mask, long budget) {
+  reference::Tracer twin(scene.dsm.Surface(), scene.camera);
+  const std::size_t count = mask.size();
+  std::size_t stride = 7919;
+  while (count % stride == 0) ++stride;
+  for (std::size_t k = 0, i = 0; k < count && twin.Steps() < budget;
+       ++k, i = (i + stride) % count) {
+    const int row = static_cast<int>(i / static_cast<std::size_t>(scene.dsm.cols));
+    const int col = static_cast<int>(i % static_cast<std::size_t>(scene.dsm.cols));
+    const bool examined = scene.examine.empty() || scene.examine[i] != 0;
+    const int expected = examined ? twin.Trace(row, col) : 0;
+    if (expected != mask[i]) {
+      return "cell (" + std::to_string(row) + ", " + std::to_string(col) +
+             "): " + std::to_string(mask[i]) + ", the twin says " + std::to_string(expected);
+    }
+  }
+  return {};
+}
+
+unsigned Seed() {
+  if (const char* set = std::getenv("TQTORTHO_TEST_SEED")) {
+    return static_cast<unsigned>(std::strtoul(set, nullptr, 10));
+  }
+  return std::random_device{}();
+}
+
+TEST(RayKernelTest, EqualsItsTwinOnAwkwardSurfaces) {
+  const unsigned seed = Seed();
+  SCOPED_TRACE("TQTORTHO_TEST_SEED=" + std::to_string(seed));
+  std::mt19937 random(seed);
+  const testing::Draw draw = [&](unsigned limit) { return random() % limit; };
+  for (int round = 0; round < 3000; ++round) {
+    const RayCase scene = testing::AwkwardCase(draw);
+    const Bytes mask = Trace(scene.dsm, scene.camera, scene.examine);
+    ASSERT_EQ(Difference(scene, mask, 150000), "") << "round " << round;
+    if (round % 8 == 0) {
+      const ScalarKernel scalar;
+      ASSERT_EQ(Difference(scene, Trace(scene.dsm, scene.camera, scene.examine), 50000), "")
+          << "plain march, round " << round;
+    }
+  }
+}
+
+TEST(RayKernelTest, EqualsItsTwinOnTowns) {
+  const unsigned seed = Seed();
+  SCOPED_TRACE("TQTORTHO_TEST_SEED=" + std::to_string(seed));
+  const tqDSM dsm = TownSurface(420, 510, 0.25f, seed);
+  for (const auto& [x, y, z] : {Point3{0.47, 0.53, 150},
+                                {0.02, 0.98, 90},
+                                {0.999, 0.5, 60},
+                                {0.5, 0.001, 50},
+                                {0.3, 0.7, 25},
+                                {0.6, 0.4, 4},
+                                {-0.4, 0.3, 150},
+                                {1.7, 1.6, 120},
+                                {0.5, 0.5, 1e5},
+                                {0.5, 0.5, -20}}) {
+    const RayCase scene{dsm, {x * dsm.maxX, y * dsm.maxY, z}, {}};
+    ASSERT_EQ(Difference(scene, Trace(dsm, scene.camera), 4000000), "")
+        << x << " " << y << " " << z;
+  }
+}
+
+TEST(RayKernelTest, BytesDoNotDependOnTheNumberOfThreads) {
+  const tqDSM dsm = TownSurface(300, 400, 0.25f, 5);
+  const Point3 camera{40, 30, 120};
+  const int before = omp_get_max_threads();
+  omp_set_num_threads(1);
+  const Bytes one = Trace(dsm, camera);
+  for (const int threads : {2, 5}) {
+    omp_set_num_threads(threads);
+    EXPECT_EQ(Trace(dsm, camera), one) << threads;
+  }
+  omp_set_num_threads(before);
+  Bytes nested;
+#pragma omp parallel num_threads(2)
+#pragma omp single
+  nested = Trace(dsm, camera);
+  EXPECT_EQ(nested, one);
+}
+
+// The eight-lane path must be the one that photos from above take.
+TEST(RayKernelTest, PhotosFromAboveAreTracedInLanes) {
+  const tqDSM dsm = TownSurface(300, 400, 0.25f, 5);
+  const auto inLanes = [&](const Point3& camera) {
+    const RayScene scene(dsm.Surface(), camera);
+    const FilteredMarch march(scene);
+    return TileTracer(scene, march).IsUsable();
+  };
+  EXPECT_TRUE(inLanes({40, 30, 120}));
+  EXPECT_FALSE(inLanes({40, 30, 10}));    // among the roofs
+  EXPECT_FALSE(inLanes({-40, 30, 120}));  // outside
+}
+
+TEST(RayKernelTest, SurfacesWithoutExtentHideNothing) {
+  const Point3 camera{3, 3, 50};
+  tqDSM flat = FlatSurface(8, 8, 1);
+  tqDSM oneRow = FlatSurface(1, 9, 1);
+  oneRow.heights[4] = 30;
+  SetGrid(oneRow, 1, 9, 1, -1);
+  tqDSM oneCol = FlatSurface(9, 1, 1);
+  oneCol.heights[4] = 30;
+  SetGrid(oneCol, 9, 1, 1, -1);
+  tqDSM empty = FlatSurface(8, 8, 1);
+  empty.heights.assign(64, empty.noData);
+  SetGrid(empty, 8, 8, 1, -1);
+  EXPECT_EQ(empty.minZ, 1e6);
+  EXPECT_EQ(empty.maxZ, -1e6);
+  for (const tqDSM* dsm : {&flat, &oneRow, &oneCol, &empty}) {
+    EXPECT_EQ(Trace(*dsm, camera), Bytes(dsm->heights.size(), 0));
+  }
+}
+
+// A wall of height 10 over columns [40, 41), the camera 30 high over column 100: a ray from the
+// ground at column c passes the wall's near side at 30 * (41 - c) / (100 - c), so the shadow ends
+// at column 10.5.
+TEST(RayKernelTest, AWallHidesWhatLiesInItsShadow) {
+  constexpr int kSize = 140;
+  tqDSM dsm = FlatSurface(kSize, kSize, 1);
+  for (int r = 0; r < kSize; ++r) dsm.heights[static_cast<std::size_t>(r) * kSize + 40] = 10;
+  SetGrid(dsm, kSize, kSize, 1, -1);
+  const Bytes mask = Trace(dsm, {100, 70.25, 30});
+  for (int c = 0; c < kSize; ++c) {
+    if (c == 10 || c == 11) continue;  // where the sampling decides
+    EXPECT_EQ(mask[69 * kSize + c], c > 11 && c < 40 ? 255 : 0) << c;
+  }
+}
+
+TEST(RayKernelTest, NoDataIsNeverHiddenAndBlocksOnlyWhenHigh) {
+  for (const float noData : {-9999.0f, 500.0f}) {
+    tqDSM dsm = FlatSurface(20, 40, 1);
+    dsm.noData = noData;
+    dsm.heights[5] = 3;  // some relief, so that there is a tree
+    for (int r = 0; r < 20; ++r) {
+      for (int c = 20; c < 22; ++c) dsm.heights[static_cast<std::size_t>(r) * 40 + c] = noData;
+    }
+    SetGrid(dsm, 20, 40, 1, -1);
+    const Bytes mask = Trace(dsm, {50, 8.7, 40});
+    EXPECT_EQ(mask[10 * 40 + 19], noData > 0 ? 255 : 0) << noData;
+    EXPECT_EQ(mask[10 * 40 + 20], 0) << noData;
+    EXPECT_EQ(mask[10 * 40 + 25], 0) << noData;
+  }
+}
+
+TEST(RayKernelTest, UnexaminedCellsStayZero) {
+  const tqDSM dsm = TownSurface(120, 130, 0.5f, 11);
+  const Point3 camera{30, 30, 60};
+  const Bytes all = Trace(dsm, camera);
+  Bytes examine(all.size());
+  for (std::size_t i = 0; i < examine.size(); ++i) examine[i] = i % 3 == 0 ? 9 : 0;
+  const Bytes some = Trace(dsm, camera, examine);
+  for (std::size_t i = 0; i < all.size(); ++i) ASSERT_EQ(some[i], examine[i] != 0 ? all[i] : 0);
+  EXPECT_EQ(Trace(dsm, camera, Bytes(all.size(), 0)), Bytes(all.size(), 0));
+}
+
+// In single steps these marches would take a million steps for each of the cells.
+TEST(RayKernelTest, MarchesThatCannotEndAreAnsweredAtOnce) {
+  tqDSM dsm = FlatSurface(60, 60, 0.25f);
+  dsm.heights[37] = 3;
+  SetGrid(dsm, 60, 60, 0.25f, -20.0f);
+  const double nan = std::nan("");
+  const double inf = HUGE_VAL;
+  for (const Point3& camera : {Point3{nan, 1, 1},
+                               {1, nan, 1},
+                               {1, 1, nan},
+                               {inf, 1, 1},
+                               {1, -inf, 1},
+                               {1, 1, inf},
+                               {1, 1, -inf},
+                               {1e300, 1e300, 1e300},
+                               {10, 2000, 0},
+                               {10, 1e9, 0},
+                               {-1e12, 2000, 0},
+                               {10, 40, 1e-30},
+                               {10.0, 50.0, 0.0}}) {
+    const RayCase scene{dsm, camera, {}};
+    EXPECT_EQ(Difference(scene, Trace(dsm, camera), 2000000), "") << camera.x << " " << camera.z;
+    const ScalarKernel scalar;
+    EXPECT_EQ(Difference(scene, Trace(dsm, camera), 2000000), "") << camera.x << " " << camera.z;
+  }
+}
+
+}  // namespace
+}  // namespace tqtortho

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "occlusion/tile_tracer.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "occlusion/ray_lanes.h"
+
+namespace tqtortho {
+namespace {
+
+constexpr int kBlock = 8;
+constexpr int kTile = 16;
+constexpr int kLanes = 8;
+/// The lanes' margins are this much wider than a single march needs: a step interval may be cut by
+/// leaf borders into that many pieces.
+constexpr double kPieces = 8;
+
+/// The strip of a tile's rays on their way to the camera, along the axis they follow most.
+class Strip {
+ public:
+  /// @param near, far    tile's first and last cell along the axis, as seen from the camera
+  /// @param side0, side1 tile's extent across it
+  Strip(double near, double far, double camera, double side0, double side1, double sideCamera)
+      : near_(near),
+        far_(far),
+        camera_(camera),
+        side0_(side0),
+        side1_(side1),
+        sideCamera_(sideCamera) {}
+
+  /// Part of the way to the camera that a ray from the tile has made at least when it reaches `at`.
+  [[nodiscard]] double LeastWay(double at) const { return Way(near_, at); }
+  [[nodiscard]] double Low(double at) const {
+    return std::min(Side(side0_, Way(near_, at)), Side(side0_, Way(far_, at)));
+  }
+  [[nodiscard]] double High(double at) const {
+    return std::max(Side(side1_, Way(near_, at)), Side(side1_, Way(far_, at)));
+  }
+
+ private:
+  [[nodiscard]] double Way(double from, double at) const {
+    return std::clamp((at - from) / (camera_ - from), 0.0, 1.0);
+  }
+  [[nodiscard]] double Side(double from, double way) const {
+    return from + way * (sideCamera_ - from);
+  }
+
+  double near_, far_, camera_, side0_, side1_, sideCamera_;
+};
+
+void AddSpans(int begin, int middle, int end, std::vector<std::pair<int, int>>& spans) {
+  for (const auto& [first, last] : {std::pair(begin, middle), std::pair(middle, end)}) {
+    for (int i = first; i < last; i += kTile) spans.emplace_back(i, std::min(i + kTile, last));
+  }
+}
+
+}  // namespace
+
+TileTracer::TileTracer(const RayScene& scene, const FilteredMarch& march)
+    : scene_(scene), march_(march), blocks_(scene.surface.heights, kBlock) {
+  const RaySurface& s = scene.surface;
+  const LocalBox& box = s.box;
+  const Point3& camera = scene.camera;
+  const double sizeX = static_cast<double>(s.cellSizeX);
+  const double sizeY = static_cast<double>(s.cellSizeY);
+  const MarchMargins& margins = march.Margins();
+  leafTop_ = QuadTree::LeafTop(s);
+  cameraCol_ = camera.x / sizeX;
+  cameraRow_ = camera.y / sizeY + (s.heights.rows - 1);
+  const double above = camera.z - std::max(scene.highest, leafTop_);
+  usable_ = sizeX > 0 && sizeY < 0 && -sizeY >= 0.1 * sizeX && -sizeY <= 10 * sizeX &&
+            kPieces * margins.cols < 0.01 && kPieces * margins.rows < 0.01 &&
+            std::isfinite(scene.highest) && leafTop_ <= box.maxZ && above >= sizeX &&
+            above > 1e-5 * (box.maxX + box.maxY) && camera.z < 1e9 && camera.x > box.minX + sizeX &&
+            camera.x < box.maxX - sizeX && camera.y > box.minY - sizeY &&
+            camera.y < box.maxY + sizeY && cameraCol_ >= 0 && cameraCol_ <= s.heights.cols - 1 &&
+            cameraRow_ >= 0 && cameraRow_ <= s.heights.rows - 1 &&
+            !scene.tree.Nodes().front().IsLeaf();
+  if (usable_) ReadLeafBorders();
+}
+
+void TileTracer::ReadLeafBorders() {
+  const RaySurface& s = scene_.surface;
+  std::vector<double> x{scene_.camera.x};
+  std::vector<double> y{scene_.camera.y};
+  std::size_t leaves = 0;
+  for (const QuadNode& node : scene_.tree.Nodes()) {
+    if (!node.IsLeaf() || node.box.maxX > scene_.camera.x || node.box.maxY > scene_.camera.y) {
+      continue;
+    }
+    x.push_back(node.box.minX);
+    y.push_back(node.box.minY);
+    ++leaves;
+  }
+  for (std::vector<double>* borders : {&x, &y}) {
+    std::sort(borders->begin(), borders->end());
+    borders->erase(std::unique(borders->begin(), borders->end()), borders->end());
+  }
+  // Rounding may divide one neighbour and not the other; then there are no common borders.
+  usable_ = (x.size() - 1) * (y.size() - 1) == leaves;
+  for (const double border : x) leafCols_.push_back(border / static_cast<double>(s.cellSizeX));
+  for (const double border : y) {
+    leafRows_.push_back(border / static_cast<double>(s.cellSizeY) + (s.heights.rows - 1));
+  }
+}
+
+std::vector<TileTracer::Tile> TileTracer::Tiles() const {
+  const GridView<const float>& heights = scene_.surface.heights;
+  std::vector<std::pair<int, int>> rows;
+  std::vector<std::pair<int, int>> cols;
+  AddSpans(0, usable_ ? FloorToInt(cameraRow_) + 1 : 0, heights.rows, rows);
+  AddSpans(0, usable_ ? FloorToInt(cameraCol_) + 1 : 0, heights.cols, cols);
+  std::vector<Tile> tiles;
+  for (const auto& row : rows) {
+    for (const auto& col : cols) tiles.push_back({row.first, row.second, col.first, col.second});
+  }
+  return tiles;
+}
+
+void TileTracer::AddBlocker(int blockRow, int blockCol, bool upperRight,
+                            std::vector<Blocker>& blockers) const {
+  Blocker blocker{static_cast<double>(blockCol) * kBlock,
+                  static_cast<double>(blockRow) * kBlock,
+                  static_cast<double>(blocks_.At(blockRow, blockCol)),
+                  0,
+                  0,
+                  0,
+                  0};
+  if (upperRight) {
+    // A march looks one step past its leaf, so the leaves before the block count too.
+    constexpr double kRounding = 0.01;
+    const RaySurface& s = scene_.surface;
+    const double reach = -static_cast<double>(s.cellSizeX) / static_cast<double>(s.cellSizeY);
+    const int lastCol = static_cast<int>(leafCols_.size()) - 2;
+    const int lastRow = static_cast<int>(leafRows_.size()) - 2;
+    const auto colLeaf = [&](double col) {
+      const auto after = std::upper_bound(leafCols_.begin(), leafCols_.end(), col);
+      return std::clamp(static_cast<int>(after - leafCols_.begin()) - 1, 0, lastCol);
+    };
+    const auto rowLeaf = [&](double row) {
+      const auto after =
+          std::upper_bound(leafRows_.begin(), leafRows_.end(), row, std::greater<double>());
+      return std::clamp(static_cast<int>(after - leafRows_.begin()) - 1, 0, lastRow);
+    };
+    blocker.leafCol0 = colLeaf(blocker.firstCol - 1 - kRounding);
+    blocker.leafCol1 = colLeaf(blocker.firstCol + kBlock + kRounding);
+    blocker.leafRow0 = rowLeaf(blocker.firstRow + kBlock + reach + kRounding);
+    blocker.leafRow1 = rowLeaf(blocker.firstRow - kRounding);
+  }
+  blockers.push_back(blocker);
+}
+
+bool TileTracer::FindBlockers(const Tile& tile, double lowest, bool upperRight,
+                              std::vector<Blocker>& blockers) const {
+  const double rowWay = std::fabs(cameraRow_ - (tile.row0 + tile.row1) / 2.0);
+  const double colWay = std::fabs(cameraCol_ - (tile.col0 + tile.col1) / 2.0);
+  const bool alongCols = colWay >= rowWay;
+  const int first = alongCols ? tile.col0 : tile.row0;
+  const int last = (alongCols ? tile.col1 : tile.row1) - 1;
+  const double camera = alongCols ? cameraCol_ : cameraRow_;
+  const bool forward = camera >= last;
+  const double near = forward ? last : first;
+  if (std::fabs(camera - near) < 1) return false;
+  const Strip strip =
+      alongCols ? Strip(near, forward ? first : last, camera, tile.row0, tile.row1 - 1, cameraRow_)
+                : Strip(near, forward ? first : last, camera, tile.col0, tile.col1 - 1, cameraCol_);
+  const double margin = kPieces * std::max(march_.Margins().cols, march_.Margins().rows) + 1e-6;
+  const int sideBlocks = alongCols ? blocks_.Rows() : blocks_.Cols();
+  const int direction = forward ? 1 : -1;
+  const int lastBlock = FloorToInt(camera / kBlock);
+  for (int block = (forward ? first : last) / kBlock; block != lastBlock + direction;
+       block += direction) {
+    const double begin = (forward ? block : block + 1) * static_cast<double>(kBlock);
+    const double end = begin + direction * kBlock;
+    const double height =
+        lowest + std::max(0.0, strip.LeastWay(begin) - 1e-9) * (scene_.camera.z - lowest);
+    const double cleared = height - MarchMargins::Height(lowest, scene_.camera.z);
+    if (cleared >= scene_.highest) break;
+    const double low = std::min(strip.Low(begin), strip.Low(end)) - margin;
+    const double high = std::max(strip.High(begin), strip.High(end)) + margin;
+    const int side1 = std::min(FloorToInt(high / kBlock), sideBlocks - 1);
+    for (int side = std::max(FloorToInt(low / kBlock), 0); side <= side1; ++side) {
+      const int row = alongCols ? side : block;
+      const int col = alongCols ? block : side;
+      const double top = static_cast<double>(blocks_.At(row, col));
+      if (top > cleared && top > lowest) AddBlocker(row, col, upperRight, blockers);
+    }
+  }
+  return true;
+}
+
+void TileTracer::TraceRays(const Tile& tile, GridView<const std::uint8_t> examine,
+                           GridView<std::uint8_t> hidden, Scratch& scratch) const {
+  const RaySurface& s = scene_.surface;
+  for (int r = tile.row0; r < tile.row1; ++r) {
+    for (int c = tile.col0; c < tile.col1; ++c) {
+      if (examine.cells != nullptr && examine.At(r, c) == 0) continue;
+      if (!IsValidHeight(s.heights.At(r, c), s.noData)) continue;
+      if (march_.IsHidden(r, c, scratch.ray)) hidden.At(r, c) = 255;
+    }
+  }
+}
+
+void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
+                       GridView<std::uint8_t> hidden, Scratch& scratch) const {
+  if (!usable_) return TraceRays(tile, examine, hidden, scratch);
+  const RaySurface& s = scene_.surface;
+  float lowest = HUGE_VALF;
+  float highest = -HUGE_VALF;
+  unsigned wanted[kTile][kTile / kLanes] = {};
+  for (int r = tile.row0; r < tile.row1; ++r) {
+    for (int c = tile.col0; c < tile.col1; ++c) {
+      const float h = s.heights.At(r, c);
+      if (!IsValidHeight(h, s.noData) || (examine.cells != nullptr && examine.At(r, c) == 0)) {
+        continue;
+      }
+      lowest = std::min(lowest, h);
+      highest = std::max(highest, h);
+      const int lane = c - tile.col0;
+      wanted[r - tile.row0][lane / kLanes] |= 1u << (lane % kLanes);
+    }
+  }
+  if (lowest > highest) return;  // nothing to examine
+  const bool upperRight = tile.col0 < cameraCol_ && tile.row0 > cameraRow_;
+  scratch.blockers.clear();
+  if (static_cast<double>(lowest) < s.box.minZ || static_cast<double>(highest) > s.box.maxZ ||
+      !FindBlockers(tile, static_cast<double>(lowest), upperRight, scratch.blockers)) {
+    return TraceRays(tile, examine, hidden, scratch);
+  }
+  if (scratch.blockers.empty()) return;
+
+  const LaneScene lanes{s.heights,
+                        static_cast<double>(s.cellSizeX),
+                        static_cast<double>(s.cellSizeY),
+                        scene_.camera.x,
+                        scene_.camera.y,
+                        scene_.camera.z,
+                        leafTop_,
+                        kPieces * march_.Margins().cols,
+                        kPieces * march_.Margins().rows,
+                        leafCols_.data(),
+                        leafRows_.data()};
+  for (int r = tile.row0; r < tile.row1; ++r) {
+    for (int part = 0; part < kTile / kLanes; ++part) {
+      LaneGroup group{r, tile.col0 + part * kLanes, wanted[r - tile.row0][part], 0, 0};
+      if (group.wanted == 0) continue;
+      DecideLanes(lanes, scratch.blockers, upperRight, group);
+      for (int i = 0; i < kLanes; ++i) {
+        const int c = group.firstCol + i;
+        if ((group.hidden >> i & 1) != 0 ||
+            ((group.undecided >> i & 1) != 0 && march_.IsHidden(r, c, scratch.ray))) {
+          hidden.At(r, c) = 255;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace tqtortho

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "occlusion/block_maxima.h"
+#include "occlusion/filtered_march.h"
+#include "occlusion/ray_scene.h"
+
+namespace tqtortho {
+
+/// A block of cells that may block rays of a tile.
+struct Blocker {
+  double firstCol, firstRow;  ///< of its cells
+  double top;                 ///< the largest height
+  int leafCol0, leafCol1;     ///< leaves whose marches may test its cells (upper-right case only)
+  int leafRow0, leafRow1;
+};
+
+/// What the lanes of one tile share, in columns, rows and steps.
+struct LaneScene {
+  GridView<const float> heights;
+  double cellSizeX, cellSizeY;
+  double cameraX, cameraY, cameraZ;
+  double leafTop;
+  double colMargin, rowMargin;
+  const double* leafCols;  ///< borders of the leaves in columns, ascending
+  const double* leafRows;  ///< ... in rows, descending
+};
+
+/// One row of up to eight neighbouring cells.
+struct LaneGroup {
+  int row, firstCol;
+  unsigned wanted;     ///< bit per cell to decide
+  unsigned hidden;     ///< result: certainly hidden
+  unsigned undecided;  ///< result: neither certain
+};
+
+/// Traces tiles of neighbouring cells together, eight rays at a time, with the bytes of the march.
+///
+/// For the usual photo, taken from above everything and from inside the surface's box. There the
+/// tree splits at the camera, so a tile off the camera's row and column has all its marches in one
+/// case: in three of them every leaf's march starts at the cell and is the beginning of the
+/// longest one; in the fourth (camera to the upper right) it starts at the leaf's entry. The rays
+/// of a tile share a narrowing strip towards the camera; only blocks of the strip that rise above
+/// the strip's lowest ray are looked at, ray by ray and step by step, in closed form. What rounding
+/// could change goes to FilteredMarch, one ray at a time.
+class TileTracer {
+ public:
+  struct Scratch {
+    FilteredMarch::Scratch ray;
+    std::vector<Blocker> blockers;
+  };
+  /// Cells [row0, row1) x [col0, col1).
+  struct Tile {
+    int row0, row1, col0, col1;
+  };
+
+  /// `scene` and `march` must outlive this object.
+  TileTracer(const RayScene& scene, const FilteredMarch& march);
+
+  /// Whether rays are traced in lanes; otherwise all go to FilteredMarch.
+  [[nodiscard]] bool IsUsable() const { return usable_; }
+  /// Tiles of the whole surface; none straddles the camera's row or column.
+  [[nodiscard]] std::vector<Tile> Tiles() const;
+
+  /// Decides the tile's cells; `examine` may be empty. Writes 255 into `hidden`, nothing else.
+  void Trace(const Tile& tile, GridView<const std::uint8_t> examine, GridView<std::uint8_t> hidden,
+             Scratch& scratch) const;
+
+ private:
+  [[nodiscard]] bool FindBlockers(const Tile& tile, double lowest, bool upperRight,
+                                  std::vector<Blocker>& blockers) const;
+  void AddBlocker(int blockRow, int blockCol, bool upperRight,
+                  std::vector<Blocker>& blockers) const;
+  void TraceRays(const Tile& tile, GridView<const std::uint8_t> examine,
+                 GridView<std::uint8_t> hidden, Scratch& scratch) const;
+  void ReadLeafBorders();
+
+  const RayScene& scene_;
+  const FilteredMarch& march_;
+  bool usable_ = false;
+  double cameraCol_ = 0;
+  double cameraRow_ = 0;
+  double leafTop_ = 0;
+  BlockMaxima blocks_;
+  std::vector<double> leafCols_;  ///< of the leaves left of and below the camera
+  std::vector<double> leafRows_;
+};
+
+}  // namespace tqtortho
