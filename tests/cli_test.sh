@@ -80,12 +80,12 @@ expect 0 "2 of 2 photos done" run "${bad[@]}" --out missing --quiet
 # Killed at some moment: no half file under a final name, and the next run succeeds.
 for pause in 0.05 0.15 0.3; do
   rm -rf killed
-  run "${lists[@]}" --out killed --quiet >/dev/null 2>&1 & pid=$!
+  "$tqtortho" run "${lists[@]}" --out killed --quiet >/dev/null 2>&1 & pid=$!
   sleep "$pause"; kill -9 $pid 2>/dev/null; wait $pid 2>/dev/null
   expect 0 "3 of 3 photos done" run "${lists[@]}" --out killed --threads 2 --quiet
   check 'cmp -s killed/ortho/'"${first%.*}"'_0.'"${first##*.}"' before/'"${first%.*}"'_0.'"${first##*.}"
 done
-run "${lists[@]}" --out stopped >/dev/null 2>&1 & pid=$!
+"$tqtortho" run "${lists[@]}" --out stopped >/dev/null 2>&1 & pid=$!
 sleep 0.2; kill -INT $pid 2>/dev/null; wait $pid; status=$?
 check "[ $status -eq 130 ] || [ $status -eq 0 ]"
 

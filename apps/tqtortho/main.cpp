@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -57,7 +58,10 @@ int main(int argc, char** argv) {
   AddThumbnails(app, status);
   AddTrace(app, status);
   AddSelfTest(app, status);
-  if (argc > 1 && argv[1][0] != '-' && app.get_subcommand_no_throw(argv[1]) == nullptr) {
+  const auto known = app.get_subcommands([](const CLI::App*) { return true; });
+  if (argc > 1 && argv[1][0] != '-' &&
+      std::none_of(known.begin(), known.end(),
+                   [&](const CLI::App* command) { return command->get_name() == argv[1]; })) {
     return Fail(kBadInput, std::string(argv[1]) + ": no such subcommand; see tqtortho --help");
   }
   try {
