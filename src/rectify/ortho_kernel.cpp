@@ -10,6 +10,7 @@
 
 #include "core/numeric.h"
 #include "rectify/ortho_run.h"
+#include "rectify/page_block.h"
 
 namespace tqtortho {
 
@@ -81,13 +82,24 @@ const char* OrthoKernelName(OrthoKernel wanted) {
   return wanted != OrthoKernel::kScalar && HasAvx2Kernel() ? "avx2" : "scalar";
 }
 
+namespace {
+
+void ResizeToZeros(std::vector<std::uint8_t>& cells, std::size_t size) {
+  constexpr std::size_t kWorthIt = 8u << 20;
+  cells.reserve(size);
+  if (size >= kWorthIt) PreferLargePages(cells.data(), size);
+  cells.resize(size);
+}
+
+}  // namespace
+
 void RectifyCells(const OrthoTask& task, OrthoKernel kernel, OrthoCells& out) {
   const std::size_t cells = task.grid.CellCount();
   out = OrthoCells();
-  out.pixels.resize(cells * static_cast<std::size_t>(task.photo.bands));
+  ResizeToZeros(out.pixels, cells * static_cast<std::size_t>(task.photo.bands));
   std::optional<ZBuffer> depth;
   if (task.markHidden) {
-    out.hidden.resize(cells);
+    ResizeToZeros(out.hidden, cells);
     depth.emplace(static_cast<std::size_t>(task.photo.width) * task.photo.height, cells,
                   out.hidden.data());
   }

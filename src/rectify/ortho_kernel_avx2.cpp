@@ -321,22 +321,22 @@ TQT_AVX2_INLINE __m256d Widen(__m128i bytes) {
   return _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(bytes));
 }
 
-/// Bilinear blend of one pixel of 1, 3 or 4 bands. False, with nothing written, when the 2 x 2
-/// block holds an invalid value.
+/// Bilinear blend of one pixel of 1, 3 or 4 bands. Returns its first band, or -1 with nothing
+/// written when the 2 x 2 block holds an invalid value.
 ///
 /// The order of operations does not matter here, so the cheapest is taken. From the third pixel
 /// on a float position has at most 22 fraction bits (the row, a whole number minus a float, too);
 /// weights then have 44 and their products with a byte 52, which a double holds exactly, whatever
 /// the order: there is no rounding before the truncation. Locate() keeps the first two pixels out.
 template <int kBands>
-TQT_AVX2_INLINE bool BlendPixels(const std::uint8_t* at, std::size_t stride, double colFraction,
-                                 double rowFraction, std::uint8_t* out) {
+TQT_AVX2_INLINE int BlendPixels(const std::uint8_t* at, std::size_t stride, double colFraction,
+                                double rowFraction, std::uint8_t* out) {
   const __m128i upper = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(at));
   const __m128i lower = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(at + stride));
   constexpr int kUsed = (1 << 2 * kBands) - 1;
   const __m128i invalid =
       _mm_cmpeq_epi8(_mm_unpacklo_epi64(upper, lower), _mm_set1_epi8(kInvalidSample));
-  if ((_mm_movemask_epi8(invalid) & (kUsed | kUsed << 8)) != 0) return false;
+  if ((_mm_movemask_epi8(invalid) & (kUsed | kUsed << 8)) != 0) return -1;
   const __m256d fx = Splat(colFraction);
   const __m256d v0 = Widen(upper);
   const __m256d v2 = Widen(lower);
@@ -346,7 +346,7 @@ TQT_AVX2_INLINE bool BlendPixels(const std::uint8_t* at, std::size_t stride, dou
   const __m128i pick = _mm_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1);
   const auto packed = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_shuffle_epi8(value, pick)));
   std::memcpy(out, &packed, kBands);
-  return true;
+  return static_cast<int>(packed & 0xff);
 }
 
 /// Asks for the photo pixels of the cell that comes `kAhead` cells later: a turned photo is crossed
@@ -374,18 +374,19 @@ TQT_AVX2 void SampleBatch(const OrthoRun& run, int row, int first, Batch& batch)
     if (batch.state[i] == kLaneOutside) continue;
     const int lane = batch.lane[i];
     std::uint8_t* sample = cells + static_cast<std::size_t>(lane) * photo.bands;
-    bool done = false;
+    int firstBand = -1;
     if constexpr (kBands != 0) {
       if (batch.state[i] == kLaneInner) {
-        done = BlendPixels<kBands>(photo.At(batch.pixelRow[i], batch.pixelCol[i]), stride,
-                                   batch.colFraction[i], batch.rowFraction[i], sample);
+        firstBand = BlendPixels<kBands>(photo.At(batch.pixelRow[i], batch.pixelCol[i]), stride,
+                                        batch.colFraction[i], batch.rowFraction[i], sample);
       }
     }
-    if (!done) {
+    if (firstBand < 0) {
       SamplePhoto(photo, task.method, batch.photoCol[i],
                   task.camera.height - static_cast<double>(batch.photoUp[i]), sample);
+      firstBand = sample[0];
     }
-    if (sample[0] == 0) continue;
+    if (firstBand == 0) continue;
     minLane = std::min(minLane, lane);
     maxLane = lane;
     if (run.depth != nullptr && batch.pixelCol[i] < photo.width &&

@@ -2,6 +2,7 @@
 #include "rectify/page_block.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <new>
 
 #if defined(__linux__)
@@ -14,16 +15,27 @@ namespace tqtortho {
 
 #if defined(__linux__)
 
+void PreferLargePages(void* memory, std::size_t bytes) {
+  // madvise wants a page's start; what lies before the first whole page stays as it is.
+  constexpr std::uintptr_t kPage = 4096;
+  const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+  const std::uintptr_t first = (begin + kPage - 1) / kPage * kPage;
+  if (first >= begin + bytes) return;
+  static_cast<void>(
+      ::madvise(reinterpret_cast<void*>(first), begin + bytes - first, MADV_HUGEPAGE));
+}
+
 PageBlock::PageBlock(std::size_t bytes) : bytes_(std::max<std::size_t>(bytes, 1)) {
   memory_ = ::mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory_ == MAP_FAILED) throw std::bad_alloc();
-  // Only a wish; without it everything works, a little slower.
-  static_cast<void>(::madvise(memory_, bytes_, MADV_HUGEPAGE));
+  PreferLargePages(memory_, bytes_);
 }
 
 PageBlock::~PageBlock() { ::munmap(memory_, bytes_); }
 
 #else
+
+void PreferLargePages(void*, std::size_t) {}
 
 PageBlock::PageBlock(std::size_t bytes)
     : memory_(std::calloc(std::max<std::size_t>(bytes, 1), 1)), bytes_(bytes) {

@@ -5,9 +5,12 @@
 
 namespace tqtortho {
 
+/// Asks for large pages under memory that is yet to be touched: getting hundreds of megabytes in small
+/// ones takes as long as the work on them. Only a wish; nothing depends on it.
+void PreferLargePages(void* memory, std::size_t bytes);
+
 /// A large zeroed array whose memory the system supplies at first touch, so that parts never
-/// touched cost nothing. Asks for large pages: filling hundreds of megabytes by small ones takes as
-/// long as the work on them.
+/// touched cost nothing.
 class PageBlock {
  public:
   /// Throws std::bad_alloc.
