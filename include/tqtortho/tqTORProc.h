@@ -47,6 +47,19 @@ class TQTORTHO_API tqTORProc {
                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
                           bool flagA, bool flagB, tqfd::ProgressCallback progress, void* user);
 
+  /// Quick occlusion masks of one work block of a parameter file, each traced once at the DSM's own
+  /// resolution, with a thumbnail of at most 300 cells beside it. Needs nothing but the file, so
+  /// blocks may run in any order and at once, also in processes of their own.
+  ///
+  /// The cell size is the first height value of the file; a file whose value is 0 gives no masks.
+  /// Kept: masks are named output directory + photo name + "_obs.tif", the name whole and without a
+  /// block number.
+  ///
+  /// @param blockNumber  counted from 1
+  /// @return false when the file cannot be opened, its scale is below 1 (logged) or the block is not
+  ///         in it; true otherwise, whatever became of the photos.
+  bool BlockObs(const char* paramPath, int blockNumber);
+
  protected:
   friend struct TestPeer;
 
@@ -57,6 +70,31 @@ class TQTORTHO_API tqTORProc {
                       bool flagA, bool flagB, tqfd::ProgressCallback progress, void* user);
   /// Builds the masks that decide which photo supplies each part of the mosaic.
   bool MosaicMskProc(tqfd::ProgressCallback progress, void* user);
+  /// Traces the occlusion mask of every photo again, photos of a block in parallel. For a derived
+  /// driver, between rectification and update. A photo whose trace fails keeps the mask it had.
+  ///
+  /// @param orthoDir  prefix of the ortho images' names
+  /// @return true. Kept: also after a stop, which only leaves out the photos not yet begun.
+  bool ObscuredMskProc(std::string dsmPath, std::string orthoDir, tqfd::ProgressCallback progress,
+                       void* user);
+  /// Makes every photo's weight mask ("_wgt.tif") from its occlusion mask, photos of a block in
+  /// parallel: a byte per cell, 0 where the photo shows nothing, growing with the distance to such
+  /// cells and towards the nadir. A photo without a readable occlusion mask gets none and reports no
+  /// progress, so that the last percentage stays below 100.
+  ///
+  /// @param ignored  not used
+  /// @return false without photos, and after a stop.
+  bool WeightMskProc(std::string orthoDir, std::string ignored, tqfd::ProgressCallback progress,
+                     void* user);
+  /// Adds to an occlusion mask the borders of tall objects that lie more than 15 cells from all it
+  /// hides, and closes the result. The mask stays as it is; beside it come "_refine.tif" (the
+  /// result), "_border.tif" (the borders added) and "_dilate.tif" (what counts as near), each
+  /// appended to `obsPath`. Borders are taken from the job's border mask; where it does not reach
+  /// there are none. Safe for different photos at once.
+  ///
+  /// @return false, with nothing written, when the occlusion mask is no one-band byte raster or
+  ///         the border mask cannot be opened.
+  bool RefineOcclusion(std::string obsPath);
 
   std::vector<tqorkit::tqPhotoCategory> photoBlocks;   ///< in photo-list order
   std::map<int, tqorkit::tqIntOri> cameras;            ///< by camera id

@@ -41,6 +41,12 @@ std::string ReducedCopyName(const std::string& orthoName, const std::string& out
   return TqFSManager::ChangeFileDirectory(orthoName, outputDir, "/rs/", TqFSManager::kReducedCopy);
 }
 
+std::string ReachMaskName(const std::string& maskName) { return maskName + "_dilate.tif"; }
+
+std::string FarBorderName(const std::string& maskName) { return maskName + "_border.tif"; }
+
+std::string RefinedMaskName(const std::string& maskName) { return maskName + "_refine.tif"; }
+
 std::string ParamFilePath() {
   return tqfd::PathHelper::GetProgramDataDirectory() + "/ortho_data/orParam.txt";
 }

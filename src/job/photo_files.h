@@ -24,6 +24,12 @@ namespace tqtortho {
 [[nodiscard]] std::string ReducedCopyName(const std::string& orthoName,
                                           const std::string& outputDir);
 
+/// What the refinement of an occlusion mask against the border mask leaves beside it; the suffixes
+/// follow the mask's whole name.
+[[nodiscard]] std::string ReachMaskName(const std::string& maskName);    ///< "<mask>_dilate.tif"
+[[nodiscard]] std::string FarBorderName(const std::string& maskName);    ///< "<mask>_border.tif"
+[[nodiscard]] std::string RefinedMaskName(const std::string& maskName);  ///< "<mask>_refine.tif"
+
 /// Job-wide files.
 [[nodiscard]] std::string ParamFilePath();   ///< <program data>/ortho_data/orParam.txt
 [[nodiscard]] std::string BorderMaskPath();  ///< <temporary output>/ot/bordermsk.tif
