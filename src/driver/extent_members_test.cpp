@@ -155,7 +155,9 @@ TEST(OrthoRectifyEstSizeTest, ObliquePhotoWhoseCentreLiesOutsideItsGround) {
   ASSERT_TRUE(e.done);
   // Half the frame is 16.7 degrees, so the photo looks at 21 to 74 units from its foot.
   EXPECT_NEAR(e.Box(0).minX, TinyJob::kX0, 0.01) << "starts west of the DSM";
-  EXPECT_NEAR(e.Box(0).maxX, TinyJob::kX0 - 38 + 40 * std::tan(0.785398 + 0.2915), 1.6);
+  const double farEdge = TinyJob::kX0 - 38 + 40 * std::tan(0.785398 + 0.2915);
+  EXPECT_GE(e.Box(0).maxX, farEdge);
+  EXPECT_LT(e.Box(0).maxX, farEdge + 2.5);  // a pixel is 1.1 units long out there
 }
 
 TEST(OrthoRectifyEstSizeTest, OnlyGroundWithHeightsCounts) {
