@@ -43,7 +43,7 @@ class ZBuffer {
     const bool farther = distance > stored;
     const auto mark = static_cast<std::uint8_t>(-static_cast<int>(occupied & (nearer | farther)));
     hidden_[nearer ? holder : cell] |= mark & kHiddenCell;
-    entry = !occupied | nearer ? cell + 1 : entry;
+    entry = (!occupied || nearer) ? cell + 1 : entry;
     // An entry of cell 0 at distance 0 cannot be told from an empty one and does not count.
     if (cell == 0 && whole == 0 && !occupied) entry = 0;
   }
