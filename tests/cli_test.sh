@@ -46,6 +46,11 @@ done
 check 'diff -r blocks1 blocks5 >/dev/null && [ "$(ls blocks1 | wc -l)" -eq "$(ls before | wc -l)" ]'
 expect 0 "3 of 3" run "${lists[@]}" --out sizing --sizing-only --quiet
 check '[ -z "$(find sizing/ortho -name "*.png" -o -name "*.tif")" ]'
+expect 0 "border cells" "$tqtortho" border --dsm town/dsm.tif --out border/mask.tif
+check '[ -s border/mask.tif ]'
+check '"$tqtortho" thumbnails --param out/work/ortho_data/orParam.txt --number 1'
+check '[ "$(ls out/ortho | grep -c "_obs.tif_thumb.png")" -ge 1 ]'
+rm -f out/ortho/*_thumb.png
 
 # Bad input: each its one line.
 expect 2 "no/such.tif" run --dsm no/such.tif --cameras town/cameras.txt --photos town/photos.txt --out x
@@ -67,6 +72,10 @@ expect 2 "below the surface" run --dsm town/dsm.tif --cameras town/cameras.txt -
 expect 2 "cannot be written" run "${lists[@]}" --out /proc/nowhere
 expect 2 "no such parameter file" "$tqtortho" block --param none.txt --number 1
 expect 1 "block 99" "$tqtortho" block --param out/work/ortho_data/orParam.txt --number 99
+expect 2 "no such parameter file" "$tqtortho" thumbnails --param none.txt --number 1
+expect 1 "block 99" "$tqtortho" thumbnails --param out/work/ortho_data/orParam.txt --number 99
+expect 2 "no/such.tif" "$tqtortho" border --dsm no/such.tif --out m.tif
+expect 2 "--step" "$tqtortho" border --dsm town/dsm.tif --out m.tif --step 0
 expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 5,5,1,1 --gsd 1 --out m.tif
 
 # One truncated and one missing photo: named, the others done.

@@ -11,6 +11,7 @@ enum ExitStatus : int { kDone = 0, kFailed = 1, kBadInput = 2, kInterrupted = 13
 /// Each subcommand adds itself; its callback stores the exit status in `status`.
 void AddRun(CLI::App& app, int& status);
 void AddBlock(CLI::App& app, int& status);
+void AddBorder(CLI::App& app, int& status);
 void AddThumbnails(CLI::App& app, int& status);
 void AddTrace(CLI::App& app, int& status);
 void AddSelfTest(CLI::App& app, int& status);

@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   AddSample(app, status);
   AddScore(app, status);
   AddBlock(app, status);
+  AddBorder(app, status);
   AddThumbnails(app, status);
   AddTrace(app, status);
   AddSelfTest(app, status);
