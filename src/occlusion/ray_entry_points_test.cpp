@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "job/photo_files.h"
+#include "testing/temp_dir.h"
+#include "tqfd/PathHelper.h"
+#include "tqimage/TqImage.h"
+#include "tqorkit/TqFSManager.h"
+#include "tqorkit/tqExtOri.h"
+#include "tqtortho/tqRayTracer.h"
+
+namespace tqtortho {
+namespace {
+
+using testing::TempDir;
+using tqimage::TqImage;
+using tqorkit::tqExtOri;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr int kSize = 400;  // DSM cells, 0.5 m
+constexpr double kCell = 0.5;
+constexpr double kX0 = 1000;
+constexpr double kY0 = 2000;
+constexpr double kTower = 30;
+
+struct MaskFile {
+  int cols = 0, rows = 0;
+  Bytes cells;
+  tqimage::GeoCoefficients geo;
+  [[nodiscard]] int At(int row, int col) const {
+    return cells[static_cast<std::size_t>(row) * cols + col];
+  }
+  [[nodiscard]] std::size_t Count(int value) const {
+    return static_cast<std::size_t>(std::count(cells.begin(), cells.end(), value));
+  }
+};
+
+/// A plain of 200 x 200 m with a tower 30 m high over columns and rows 180 to 219, seen from 100 m
+/// above the point 60 m east of the plain's centre: the shadow falls to the west.
+class EntryPointTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
+    std::vector<float> heights(std::size_t{kSize} * kSize, 0);
+    for (int r = 180; r < 220; ++r) {
+      for (int c = 180; c < 220; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = kTower;
+    }
+    Write("dsm.tif", tqimage::kFloat32, heights.data(), kSize, kSize, kCell);
+    tqExtOri::EXTORI record;
+    record.position[0] = kX0 + 40;
+    record.position[1] = kY0 - 104;
+    record.position[2] = 100;
+    record.geoRect = {kX0 + 10, kY0 - 190, kX0 + 190, kY0 - 10};
+    record.heightPair[0] = 0.25;
+    record.heightPair[1] = -0.25;
+    photo_.Set(record);
+  }
+  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
+
+  void Write(const std::string& name, int type, const void* data, int cols, int rows, double cell,
+             double x0 = kX0, double y0 = kY0) {
+    const double transform[6] = {x0, cell, 0, y0, 0, -cell};
+    tqimage::GeoCoefficients geo(transform, cols, rows);
+    geo.SetProjection(kCrs);
+    const std::string path = dir_.File(name);
+    ASSERT_TRUE(tqfd::PathHelper::MakeParentDirectory(path));
+    TqImage file;
+    ASSERT_TRUE(file.Create(path, cols, rows, 1, type, tqimage::kGeoTiff, true));
+    ASSERT_TRUE(file.SetGeoCoefficients(geo));
+    if (type == tqimage::kFloat32) {
+      ASSERT_TRUE(file.SetNoDataValue(0, -9999));
+    }
+    ASSERT_TRUE(file.WriteImage(0, {0, 0, cols, rows}, type, data));
+    ASSERT_TRUE(file.Close());
+  }
+  static MaskFile Read(const std::string& path) {
+    TqImage file;
+    MaskFile mask;
+    if (!file.Open(path, true)) return mask;
+    mask.cols = file.GetWidth();
+    mask.rows = file.GetHeight();
+    mask.geo = file.GetGeoCoefficients();
+    EXPECT_EQ(file.GetDataType(), tqimage::kByte);
+    EXPECT_EQ(file.GetBandCount(), 1);
+    mask.cells.resize(static_cast<std::size_t>(mask.cols) * mask.rows);
+    EXPECT_TRUE(file.ReadImage(0, {0, 0, mask.cols, mask.rows}, tqimage::kByte, mask.cells.data()));
+    return mask;
+  }
+  [[nodiscard]] std::string Dsm() const { return dir_.File("dsm.tif"); }
+  [[nodiscard]] std::string Out() const { return dir_.File("out.tif"); }
+
+  /// Mask cell of a ground point given from the DSM's first cell, in metres.
+  static int Value(const MaskFile& mask, double east, double south) {
+    const auto cell = mask.geo.World2Raster(kX0 + east, kY0 - south, -1, -1);
+    return mask.At(cell.y, cell.x);
+  }
+
+  static constexpr const char* kCrs =
+      "LOCAL_CS[\"site\",UNIT[\"metre\",1],AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH]]";
+  TempDir dir_;
+  tqExtOri photo_;
+  tqRayTracer tracer_;
+};
+
+// The tower's east side is at 110 m, its top 70 m below and 70 m east of the camera; the ray
+// through it meets the ground another 30 m further on: the shadow covers 110 m to 140 m east.
+void ExpectTheTowersShadow(const MaskFile& mask, const std::function<int(double, double)>& at) {
+  EXPECT_EQ(at(144, 100), 0);
+  EXPECT_EQ(at(136, 100), 255);
+  EXPECT_EQ(at(125, 100), 255);
+  EXPECT_EQ(at(113, 100), 255);
+  EXPECT_EQ(at(100, 100), 0) << "the roof";
+  EXPECT_EQ(at(85, 100), 0) << "towards the camera";
+  EXPECT_EQ(at(125, 70), 0) << "beside";
+  EXPECT_GT(mask.Count(255), 0u);
+}
+
+TEST_F(EntryPointTest, PyramidMasksTheShadowOnThePhotosGrid) {
+  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("missing.tif")));
+  const MaskFile mask = Read(Out());
+  EXPECT_EQ(mask.cols, 721);
+  EXPECT_EQ(mask.rows, 721);
+  EXPECT_NEAR(mask.geo.GetOrigin().x, kX0 + 10, 1e-6);
+  EXPECT_NEAR(mask.geo.GetOrigin().y, kY0 - 10, 1e-6);
+  EXPECT_NEAR(mask.geo.GetResolution().x, 0.25, 1e-12);
+  EXPECT_NE(mask.geo.GetProjection().find("site"), std::string::npos);
+  ExpectTheTowersShadow(mask, [&](double e, double s) { return Value(mask, e, s); });
+  EXPECT_EQ(mask.Count(0) + mask.Count(255), mask.cells.size());
+}
+
+TEST_F(EntryPointTest, PyramidLeavesOutWhatTheOrthoDoesNotCover) {
+  // An ortho of 0.5 m pixels: 0 north of its row 180, which is 90 m south of the rectangle's
+  // corner.
+  Bytes ortho(std::size_t{361} * 361, 50);
+  std::fill_n(ortho.begin(), std::size_t{180} * 361, std::uint8_t{0});
+  Write("ortho.tif", tqimage::kByte, ortho.data(), 361, 361, 0.5, kX0 + 10, kY0 - 10);
+  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("ortho.tif")));
+  const MaskFile mask = Read(Out());
+  EXPECT_EQ(Value(mask, 125, 96), 0);
+  EXPECT_EQ(Value(mask, 125, 104), 255);
+  // A smaller ortho says nothing about the cells outside it.
+  Write("ortho.tif", tqimage::kByte, ortho.data(), 361, 100, 0.5, kX0 + 10, kY0 - 10);
+  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("ortho.tif")));
+  EXPECT_EQ(Value(Read(Out()), 125, 96), 255);
+}
+
+// A post of one DSM cell is too thin for the coarse pass; the border mask brings its shadow in.
+TEST_F(EntryPointTest, PyramidAlsoLooksNearTallBorders) {
+  std::vector<float> heights(std::size_t{kSize} * kSize, 0);
+  for (int r = 200; r < 202; ++r) {
+    for (int c = 200; c < 202; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = 4;
+  }
+  Write("dsm.tif", tqimage::kFloat32, heights.data(), kSize, kSize, kCell);
+  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
+  const std::size_t without = Read(Out()).Count(255);
+  // Border cells of 1 m; the tile starts at the photo's corner.
+  Bytes border(200 * 200, 0);
+  for (int r = 98; r < 102; ++r) {
+    for (int c = 96; c < 102; ++c) border[r * 200 + c] = 200;
+  }
+  Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 200, 200, 1.0);
+  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
+  EXPECT_GT(Read(Out()).Count(255), without);
+  // Border masks of other sizes and places change what is examined, nothing else.
+  for (const double x0 : {kX0 + 100, kX0 + 5000}) {
+    Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 30, 20, 3.0, x0);
+    EXPECT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
+    EXPECT_EQ(Read(Out()).cells.size(), std::size_t{721} * 721);
+  }
+  dir_.Write("ot/bordermsk.tif", "no raster");
+  EXPECT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
+}
+
+TEST_F(EntryPointTest, ThumbnailsHaveSoftEdges) {
+  ASSERT_TRUE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Out(), "ignored"));
+  const MaskFile mask = Read(Out());
+  EXPECT_EQ(mask.cols, 721);
+  ExpectTheTowersShadow(mask, [&](double e, double s) { return Value(mask, e, s); });
+  EXPECT_GT(mask.cells.size(), mask.Count(0) + mask.Count(255));
+}
+
+TEST_F(EntryPointTest, MaskedTracingHasTheMasksSizeAndIgnoresBlankedCells) {
+  Bytes footprint(std::size_t{361} * 361, 1);
+  Write("footprint.tif", tqimage::kByte, footprint.data(), 361, 361, kCell, kX0 + 10, kY0 - 10);
+  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
+  const MaskFile mask = Read(Out());
+  EXPECT_EQ(mask.cols, 361);
+  EXPECT_EQ(mask.rows, 361);
+  // The georeference is the photo's, with its own cell size, as it always was.
+  EXPECT_NEAR(mask.geo.GetResolution().x, 0.25, 1e-12);
+  const auto at = [&](const MaskFile& m, double east, double south) {
+    return m.At(static_cast<int>((south - 10) / kCell), static_cast<int>((east - 10) / kCell));
+  };
+  ExpectTheTowersShadow(mask, [&](double e, double s) { return at(mask, e, s); });
+  // Without the tower nothing is hidden.
+  for (int r = 155; r < 205; ++r) {
+    for (int c = 155; c < 205; ++c) footprint[static_cast<std::size_t>(r) * 361 + c] = 0;
+  }
+  Write("footprint.tif", tqimage::kByte, footprint.data(), 361, 361, kCell, kX0 + 10, kY0 - 10);
+  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
+  EXPECT_EQ(Read(Out()).Count(255), 0u);
+  Write("footprint.tif", tqimage::kByte, footprint.data(), 360, 361, kCell);
+  EXPECT_FALSE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
+  EXPECT_FALSE(std::filesystem::exists(Out()));
+}
+
+// Every refusal answers false and leaves no mask, not even an old one.
+TEST_F(EntryPointTest, FailuresLeaveNoMask) {
+  const double nan = std::nan("");
+  struct Case {
+    const char* name;
+    std::function<void(tqExtOri&, std::string& dsm)> damage;
+  };
+  const auto rect = [](tqfd::Rect2_T<double> r) {
+    return [r](tqExtOri& eo, std::string&) { eo.SetGeoRect(r); };
+  };
+  const auto gsd = [](double x, double y) {
+    return [x, y](tqExtOri& eo, std::string&) { eo.SetGSD(x, y); };
+  };
+  const Case cases[] = {
+      {"missing DSM", [&](tqExtOri&, std::string& dsm) { dsm = dir_.File("missing.tif"); }},
+      {"text as DSM",
+       [&](tqExtOri&, std::string& dsm) { dsm = dir_.Write("dsm.txt", "no raster"); }},
+      {"truncated DSM",
+       [&](tqExtOri&, std::string& dsm) {
+         const std::string bytes = testing::ReadText(dsm);
+         dsm = dir_.Write("half.tif", bytes.substr(0, bytes.size() / 2));
+       }},
+      {"zero distance", gsd(0, 0)},
+      {"south-up distance", gsd(0.25, 0.25)},
+      {"negative distance", gsd(-0.25, -0.25)},
+      {"NaN distance", gsd(nan, -0.25)},
+      {"infinite distance", gsd(0.25, -HUGE_VAL)},
+      {"tiny distance", gsd(1e-9, -1e-9)},
+      {"outside", rect({5000, 5000, 5100, 5100})},
+      {"empty", rect({})},
+      {"inverted", rect({kX0 + 100, kY0 - 10, kX0 + 10, kY0 - 100})},
+      {"NaN rectangle", rect({nan, nan, nan, nan})},
+      {"huge rectangle", rect({-1e9, -1e9, 1e9, 1e9})},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (int entry = 0; entry < 3; ++entry) {
+      tqExtOri eo = photo_;
+      std::string dsm = Dsm();
+      c.damage(eo, dsm);
+      dir_.Write("out.tif", "stale");
+      const bool done = entry == 0   ? tracer_.DoRayTracingOnPyr(eo, dsm, Out(), "")
+                        : entry == 1 ? tracer_.DoRayTracingOnThumbnail(eo, dsm, Out(), "")
+                                     : tracer_.DoRayTracing(eo, dsm, Out(), "");
+      EXPECT_FALSE(done) << entry;
+      EXPECT_FALSE(std::filesystem::exists(Out())) << entry;
+    }
+  }
+}
+
+TEST_F(EntryPointTest, ARectangleBelowOneCoarseCellFailsOnThePyramidOnly) {
+  photo_.SetGeoRect({kX0 + 50, kY0 - 51, kX0 + 51, kY0 - 50});
+  EXPECT_FALSE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
+  EXPECT_TRUE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Out(), ""));
+  EXPECT_EQ(Read(Out()).cols, 5);
+}
+
+TEST_F(EntryPointTest, AnInputIsNeverOverwritten) {
+  EXPECT_FALSE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Dsm(), ""));
+  EXPECT_TRUE(std::filesystem::exists(Dsm()));
+  EXPECT_FALSE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), dir_.Path(), ""));
+}
+
+TEST_F(EntryPointTest, CamerasThatAreNoNumbersSeeEverything) {
+  for (const double value : {std::nan(""), HUGE_VAL, 1e300}) {
+    tqExtOri::EXTORI record = photo_.Get();
+    record.position[2] = value;
+    tqExtOri eo;
+    eo.Set(record);
+    ASSERT_TRUE(tracer_.DoRayTracingOnPyr(eo, Dsm(), Out(), ""));
+    EXPECT_EQ(Read(Out()).Count(255), 0u) << value;
+  }
+}
+
+/// True when the first `part` of the way from (row, col) to the camera over (-1900, 1900) passes a
+/// block of the self-test, widened by `grow` cells on every side.
+bool PassesABlock(double row, double col, double part, double grow) {
+  const auto inside = [&](double v) {
+    const double block = std::clamp(std::floor((v - 75) / 200 + 0.25), 0.0, 18.0);
+    return std::fabs(v - (100 + 200 * block + 25)) <= 25 + grow;
+  };
+  const double length = std::hypot(row + 1900, col - 1900);
+  for (double t = 0; t <= part; t += 0.5 / length) {
+    if (inside(row + t * (-1900 - row)) && inside(col + t * (1900 - col))) return true;
+  }
+  return false;
+}
+
+// The self-test's camera hangs 500 above ground and north of the surface, so a ray climbs above the
+// blocks (100) after a fifth of its way: a ground cell is hidden when a block stands on that fifth.
+TEST_F(EntryPointTest, SelfTestShadowsLieWhereGeometrySays) {
+  const std::string dsm = dir_.File("blocks.tif");
+  ASSERT_TRUE(tracer_.DoRayTracing("ignored", dsm, Out()));
+  const MaskFile mask = Read(Out());
+  ASSERT_EQ(mask.cols, 4000);
+  ASSERT_EQ(mask.rows, 4000);
+  std::mt19937 random(7);
+  int checked[2] = {};
+  for (int i = 0; i < 2000; ++i) {
+    const int row = static_cast<int>(random() % 3700);
+    const int col = static_cast<int>(random() % 3700);
+    if (col > 1650 && col < 1901) continue;  // leaves whose case does not fit the rays
+    if (PassesABlock(row, col, 0, 3)) continue;
+    const bool least = PassesABlock(row, col, 0.198, -3);
+    if (least != PassesABlock(row, col, 0.202, 3)) continue;
+    ASSERT_EQ(mask.At(row, col), least ? 255 : 0) << row << " " << col;
+    ++checked[least ? 1 : 0];
+  }
+  EXPECT_GT(checked[0], 100);
+  EXPECT_GT(checked[1], 100);
+  TqImage surface;
+  ASSERT_TRUE(surface.Open(dsm, true));
+  EXPECT_EQ(surface.GetNoDataValue(0), -9999);
+  float corners[4] = {};
+  ASSERT_TRUE(surface.ReadImage(0, {99, 99, 101, 101}, tqimage::kFloat32, corners));
+  EXPECT_EQ(corners[0] + corners[1] + corners[2], 0);
+  EXPECT_EQ(corners[3], 100);
+  ASSERT_TRUE(surface.ReadImage(0, {3749, 3749, 3751, 3751}, tqimage::kFloat32, corners));
+  EXPECT_EQ(corners[0], 100);
+  EXPECT_EQ(corners[3], 0);
+}
+
+}  // namespace
+}  // namespace tqtortho
