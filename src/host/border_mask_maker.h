@@ -23,6 +23,10 @@ struct BorderMaskOptions {
   /// Cells by which borders are widened on every side at the end. Ray tracing looks at every cell
   /// of a border, and photos are told to hold tall buildings by the number of its cells.
   int widenCells = 0;
+  /// Marks borders with 255 and all other cells that have a height with 200, so that every photo
+  /// is traced, everywhere. Depth alone finds a sixth of the hidden cells of a town, tracing
+  /// without a hint where to look half of them, tracing everywhere five sixths.
+  bool traceEverywhere = false;
   std::int64_t stripCells = 1 << 22;  ///< of the mask, worked on at a time; decides memory only
 };
 

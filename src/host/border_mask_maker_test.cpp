@@ -220,6 +220,12 @@ TEST(WriteBorderMaskTest, StripsLeaveNoSeams) {
                   {whole.data(), kRows / 2, kCols / 2});
   EXPECT_EQ(mask.data, whole);
   EXPECT_GT(std::count(whole.begin(), whole.end(), kTallBorder), 5000);
+  // Told to trace everywhere, the same borders are lines and all other ground is 200.
+  options.traceEverywhere = true;
+  ASSERT_TRUE(WriteBorderMask(dir.File("dsm.tif"), dir.File("mask.tif"), options, error)) << error;
+  ASSERT_TRUE(TqImage::QuickReadImage(dir.File("mask.tif"), mask, &at));
+  for (auto& cell : whole) cell = cell == kTallBorder ? kBorderLine : kTallBorder;
+  EXPECT_EQ(mask.data, whole);
 }
 
 TEST(WriteBorderMaskTest, RefusalsSayWhy) {

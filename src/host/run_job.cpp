@@ -14,6 +14,7 @@
 #include "core/rect_ops.h"
 #include "geo/RasterTools.h"
 #include "geo/Vector.h"
+#include "host/border_mask_maker.h"
 #include "host/photo_staging.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
@@ -296,6 +297,12 @@ RunStatus Prepare(Survey& survey, const RunOptions& options, const JobPaths& pat
   if (!PrepareDsm(options.dsmPath, paths.dsm, paths.origin, {}, report.dsm, error)) {
     return RunStatus::kFailed;
   }
+  relay.Begin("border mask");
+  BorderMaskOptions border;
+  border.traceEverywhere = true;
+  if (!WriteBorderMask(paths.dsm, paths.tmp + "/ot/bordermsk.tif", border, error)) {
+    return RunStatus::kFailed;
+  }
   return relay.Stopped() ? Stopped(error) : RunStatus::kDone;
 }
 
@@ -324,7 +331,12 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer
   relay.End();
   HostJob job;
   std::set<PhotoKey> withoutFootprint;
-  relay.onRectify = [&] { withoutFootprint = PhotosWithoutFootprint(job); };
+  relay.onRectify = [&] {
+    withoutFootprint = PhotosWithoutFootprint(job);
+    // The job rewrites its parameter file with measured footprints; the plan is what a block can be
+    // repeated from.
+    (void)tqfd::PathHelper::CopyFile2(ParamFilePath(), paths.data + "/ortho_data/orParam_plan.txt");
+  };
   const bool ok = job.TrueOrthoPhotoProc(
       paths.dsm.c_str(), paths.cameras.c_str(), paths.photos.c_str(), heightPair,
       paths.ortho.c_str(), ring.empty() ? nullptr : &ring, options.resampling,

@@ -12,6 +12,9 @@ namespace tqtortho {
 
 /// Value of tall-building borders in the border mask.
 inline constexpr std::uint8_t kTallBorder = 200;
+/// Value of the very line of a step, in masks that use kTallBorder for the whole ground on which
+/// rays shall be traced (the command's own do).
+inline constexpr std::uint8_t kBorderLine = 255;
 
 /// The part of the job's border mask under a ground rectangle.
 struct BorderTile {

@@ -23,8 +23,19 @@ std::vector<int> TileIndices(int size, int count, CellOf cellOf) {
   return indices;
 }
 
-/// Marks the cells of `weights` whose nearest cell of the border mask is a tall border.
-bool MarkBorders(const BorderTile& tile, const tqorkit::PhotoInfo& lattice,
+/// The value that marks borders in a tile: the line of the step where the mask tells it apart, else
+/// the tall border. A mask that fills most of the tile with tall borders means ground to be traced,
+/// not borders; then nothing is marked (0).
+std::uint8_t BorderValue(const BorderTile& tile) {
+  const auto lines = std::count(tile.cells.begin(), tile.cells.end(), kBorderLine);
+  if (lines > 0) return kBorderLine;
+  const auto borders = std::count(tile.cells.begin(), tile.cells.end(), kTallBorder);
+  const bool sparse = 2 * static_cast<std::size_t>(borders) < tile.cells.size();
+  return borders > 0 && sparse ? kTallBorder : std::uint8_t{0};
+}
+
+/// Marks the cells of `weights` whose nearest cell of the border mask holds `value`.
+bool MarkBorders(const BorderTile& tile, std::uint8_t value, const tqorkit::PhotoInfo& lattice,
                  GridView<std::uint8_t> weights) {
   const auto& geo = tile.coefficients;
   const auto cols = TileIndices(weights.cols, tile.cols, [&](int col) {
@@ -42,7 +53,7 @@ bool MarkBorders(const BorderTile& tile, const tqorkit::PhotoInfo& lattice,
     const std::uint8_t* borderRow = borders.Row(rows[row]);
     std::uint8_t* weightRow = weights.Row(row);
     for (int col = 0; col < weights.cols; ++col) {
-      if (cols[col] < 0 || borderRow[cols[col]] != kTallBorder) continue;
+      if (cols[col] < 0 || borderRow[cols[col]] != value) continue;
       weightRow[col] = 255;
       any = true;
     }
@@ -62,13 +73,14 @@ tqorkit::PhotoInfo MakeBorderWeights(const tqorkit::PhotoInfo& ortho) {
   mask.geoRect[1] = ortho.geoRect[3] + (ortho.height + kBorderFeather) * ortho.resY;
   const auto tile =
       ReadBorderTile({mask.geoRect[0], mask.geoRect[1], mask.geoRect[2], mask.geoRect[3]});
-  if (!tile || std::count(tile->cells.begin(), tile->cells.end(), kTallBorder) == 0) return mask;
+  const std::uint8_t value = tile ? BorderValue(*tile) : std::uint8_t{0};
+  if (value == 0) return mask;
 
   const int width = ortho.width + 2 * kBorderFeather;
   const int height = ortho.height + 2 * kBorderFeather;
   mask.data.resize(static_cast<std::size_t>(width) * height);
   const GridView<std::uint8_t> weights(mask.data.data(), height, width);
-  if (!MarkBorders(*tile, mask, weights)) {
+  if (!MarkBorders(*tile, value, mask, weights)) {
     mask.data.clear();
     return mask;
   }

@@ -31,8 +31,8 @@ class BorderWeightsTest : public ::testing::Test {
   void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
 
   /// A border mask of 40 x 40 cells of 2 m, first centre at (90.5, 210.5).
-  static void WriteBorder(int row, int col, std::uint8_t value) {
-    std::vector<std::uint8_t> cells(1600, 0);
+  static void WriteBorder(int row, int col, std::uint8_t value, std::uint8_t ground = 0) {
+    std::vector<std::uint8_t> cells(1600, ground);
     cells[row * 40 + col] = value;
     const double transform[6] = {90.5, 2, 0, 210.5, 0, -2};
     const tqimage::GeoCoefficients coefficients(transform, 40, 40);
@@ -81,6 +81,17 @@ TEST_F(BorderWeightsTest, BorderJustOutsideReachesIn) {
   EXPECT_EQ(Weight(mask, 100, 190), 191);
   EXPECT_EQ(Weight(mask, 102, 190), 63);
   EXPECT_EQ(Weight(mask, 103, 190), 0);
+}
+
+TEST_F(BorderWeightsTest, LinesCountWhereTheMaskTellsThemFromGroundToBeTraced) {
+  WriteBorder(10, 10, kBorderLine, kTallBorder);
+  const tqorkit::PhotoInfo mask = MakeBorderWeights(ortho_);
+  ASSERT_EQ(mask.width, 36);
+  EXPECT_EQ(Weight(mask, 110, 190), 255);
+  EXPECT_EQ(Weight(mask, 112, 190), 191);
+  EXPECT_EQ(Weight(mask, 125, 185), 0);
+  WriteBorder(10, 10, kTallBorder, kTallBorder);
+  EXPECT_EQ(MakeBorderWeights(ortho_).width, 0) << "all ground to be traced, no border known";
 }
 
 }  // namespace
