@@ -8,8 +8,8 @@
 namespace tqtortho::testing {
 
 /// The folder of outside measurement data (real surveys, towns with truth), or empty: the
-/// environment variable TQTORTHO_SHARED_DATA, else "../shared/data" beside the source tree. Tests that need
-/// it skip, and say so, when it is not there.
+/// environment variable TQTORTHO_SHARED_DATA, else "../shared/data" beside the source tree. Tests
+/// that need it skip, and say so, when it is not there.
 inline std::string SharedData() {
   if (const char* set = std::getenv("TQTORTHO_SHARED_DATA")) return set;
   const auto beside =

@@ -2,6 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The command as people and scripts meet it: good runs, bad input with its one line and exit status,
 # interruption, and what is left on disk.
+# shellcheck disable=SC2016,SC2001,SC2012,SC2010
 set -uo pipefail
 tqtortho=$1
 dir=$(mktemp -d)
@@ -24,12 +25,13 @@ check() { if eval "$1"; then passed=$((passed + 1)); else echo "FAILED: $1"; fai
 run() { "$tqtortho" run "$@"; }
 
 expect 0 "town in town" "$tqtortho" sample --out town --size 30 --photos 3 --photo-gsd 0.2 --quiet
+state=out/work
 lists=(--dsm town/dsm.tif --cameras town/cameras.txt --photos town/photos.txt)
 first=$(awk 'NR==4 {print $1}' town/photos.txt)
 
 # A good run leaves what it says.
 expect 0 "3 of 3 photos done" run "${lists[@]}" --out out --threads 2 --reduced
-check '[ -s out/preview.png ] && [ -s out/orthos.vrt ] && [ -s out/work/ortho_data/orParam.txt ]'
+check '[ -s out/preview.png ] && [ -s out/orthos.vrt ] && [ -s $state/ortho_data/orParam.txt ]'
 check '[ "$(ls out/ortho/*_obs.tif | wc -l)" -eq 3 ] && [ "$(ls out/rs | wc -l)" -eq 3 ]'
 check '! find out -name "*.tmp-*" | grep -q .'
 expect 0 "a job would use --gsd" "$tqtortho" info "${lists[@]}"
@@ -39,7 +41,7 @@ expect 0 '"event":"result"' run "${lists[@]}" --out json --json --threads 1
 cp -r out/ortho before
 for threads in 1 5; do
   for n in 1 2 3; do
-    OMP_NUM_THREADS=$threads "$tqtortho" block --param out/work/ortho_data/orParam_plan.txt --number $n --tmp out/work/tmp
+    OMP_NUM_THREADS=$threads "$tqtortho" block --param $state/ortho_data/orParam_plan.txt --number $n --tmp $state/tmp
   done
   check 'diff -r before out/ortho >/dev/null'
 done
@@ -47,7 +49,7 @@ expect 0 "3 of 3" run "${lists[@]}" --out sizing --sizing-only --quiet
 check '[ -z "$(find sizing/ortho -name "*.png" -o -name "*.tif")" ]'
 expect 0 "border cells" "$tqtortho" border --dsm town/dsm.tif --out border/mask.tif
 check '[ -s border/mask.tif ]'
-check '"$tqtortho" thumbnails --param out/work/ortho_data/orParam.txt --number 1'
+check '"$tqtortho" thumbnails --param $state/ortho_data/orParam.txt --number 1'
 check '[ "$(ls out/ortho | grep -c "_obs.tif_thumb.png")" -ge 1 ]'
 rm -f out/ortho/*_thumb.png
 
@@ -70,9 +72,9 @@ awk 'NR>3 {$4=-50} {print}' town/photos.txt >town/below.txt
 expect 2 "below the surface" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/below.txt --out x
 expect 2 "cannot be written" run "${lists[@]}" --out /proc/nowhere
 expect 2 "no such parameter file" "$tqtortho" block --param none.txt --number 1
-expect 1 "block 99" "$tqtortho" block --param out/work/ortho_data/orParam.txt --number 99
+expect 1 "block 99" "$tqtortho" block --param $state/ortho_data/orParam.txt --number 99
 expect 2 "no such parameter file" "$tqtortho" thumbnails --param none.txt --number 1
-expect 1 "block 99" "$tqtortho" thumbnails --param out/work/ortho_data/orParam.txt --number 99
+expect 1 "block 99" "$tqtortho" thumbnails --param $state/ortho_data/orParam.txt --number 99
 expect 2 "no/such.tif" "$tqtortho" border --dsm no/such.tif --out m.tif
 expect 2 "--step" "$tqtortho" border --dsm town/dsm.tif --out m.tif --step 0
 expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 5,5,1,1 --gsd 1 --out m.tif

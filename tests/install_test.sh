@@ -11,7 +11,7 @@ cmake -S "$source/tests/install" -B "$dir/host" -G Ninja -DCMAKE_BUILD_TYPE=Rele
   -DCMAKE_PREFIX_PATH="$dir/prefix" >/dev/null
 cmake --build "$dir/host" >/dev/null
 "$tqtortho" sample --out "$dir/town" --size 30 --photos 2 --photo-gsd 0.2 --quiet >/dev/null
-mkdir -p "$dir/work"
-OMP_NUM_THREADS=2 "$dir/host/small_host" "$dir/town" "$dir/work"
-count=$(find "$dir/work/ortho" -name '*_obs.tif' | wc -l)
+mkdir -p "$dir/job"
+OMP_NUM_THREADS=2 "$dir/host/small_host" "$dir/town" "$dir/job"
+count=$(find "$dir/job/ortho" -name '*_obs.tif' | wc -l)
 [ "$count" -eq 2 ] || { echo "expected 2 occlusion masks, found $count"; exit 1; }

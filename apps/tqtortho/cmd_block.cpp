@@ -45,8 +45,8 @@ void AddBlock(CLI::App& app, int& status) {
   command->add_option("--tmp", options->tmp, "the job's temporary directory (WORK/tmp)")
       ->type_name("DIR");
   command->footer(
-      "Example: tqtortho block --param out/work/ortho_data/orParam_plan.txt --number 3 --tmp "
-      "out/work/tmp");
+      "Example: tqtortho block --param WORK/ortho_data/orParam_plan.txt --number 3 --tmp "
+      "WORK/tmp");
   command->callback([options, &status] { status = RunBlock(*options); });
 }
 

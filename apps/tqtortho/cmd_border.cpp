@@ -54,7 +54,7 @@ void AddBorder(CLI::App& app, int& status) {
       ->check(CLI::Range(0.001, 10000.0))
       ->type_name("M")
       ->capture_default_str();
-  command->footer("Example: tqtortho border --dsm dsm.tif --out work/tmp/ot/bordermsk.tif");
+  command->footer("Example: tqtortho border --dsm dsm.tif --out WORK/tmp/ot/bordermsk.tif");
   command->callback([options, &status] { status = RunBorder(*options); });
 }
 

@@ -47,7 +47,7 @@ void AddThumbnails(CLI::App& app, int& status) {
   command->footer(
       "Masks appear beside the ortho images as PHOTO_obs.tif, thumbnails as "
       "PHOTO_obs.tif_thumb.png.\n"
-      "Example: tqtortho thumbnails --param out/work/ortho_data/orParam.txt --number 3");
+      "Example: tqtortho thumbnails --param WORK/ortho_data/orParam.txt --number 3");
   command->callback([options, &status] { status = RunThumbnails(*options); });
 }
 

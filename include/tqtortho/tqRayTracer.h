@@ -30,23 +30,24 @@ class TQTORTHO_API tqRayTracer {
   /// @param eo         photo; its rectangle (first to last cell centre) and GSD pair fix the output
   ///                   grid of trunc((maxX - minX) / gsdX + 0.5) + 1 columns, rows likewise
   /// @param orthoPath  the photo's ortho image or valid mask (0 = no data); may be missing
-  /// @return false for an unusable GSD, a rectangle off the DSM, an unreadable DSM or an output that
+  /// @return false for an unusable GSD, a rectangle off the DSM, an unreadable DSM or an output
+  /// that
   ///         cannot be written.
   bool DoRayTracingOnPyr(tqorkit::tqExtOri& eo, std::string dsmPath, std::string outPath,
                          std::string orthoPath);
 
-  /// Quick masks: traces once at the DSM's own resolution and resamples the result linearly, so that
-  /// edges hold values between 0 and 255. `ignoredPath` is not used.
+  /// Quick masks: traces once at the DSM's own resolution and resamples the result linearly, so
+  /// that edges hold values between 0 and 255. `ignoredPath` is not used.
   bool DoRayTracingOnThumbnail(tqorkit::tqExtOri& eo, std::string dsmPath, std::string outPath,
                                std::string ignoredPath);
 
-  /// Traces the DSM under the photo's rectangle at full resolution, blanked where the mask is 0. The
-  /// mask must have exactly the DSM cells of that rectangle; so has the output.
+  /// Traces the DSM under the photo's rectangle at full resolution, blanked where the mask is 0.
+  /// The mask must have exactly the DSM cells of that rectangle; so has the output.
   bool DoRayTracing(tqorkit::tqExtOri& eo, std::string dsmPath, std::string outPath,
                     std::string maskPath);
 
-  /// Self-test: writes a DSM of 4000 x 4000 cells with square blocks of height 100 to dsmPath, traces
-  /// it from (2000, 2000, 500) and writes the mask to outPath. `ignoredPath` is not used.
+  /// Self-test: writes a DSM of 4000 x 4000 cells with square blocks of height 100 to dsmPath,
+  /// traces it from (2000, 2000, 500) and writes the mask to outPath. `ignoredPath` is not used.
   bool DoRayTracing(std::string ignoredPath, std::string dsmPath, std::string outPath);
 
  protected:

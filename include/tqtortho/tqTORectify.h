@@ -43,10 +43,9 @@ class TQTORTHO_API tqTORectify {
   /// lets no further block start and makes the result false.
   bool ShellOrthoRectify(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
                          std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
-                         double* heightPair,
-                         std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
-                         const char* outputDir, int blockCount, bool flagA, bool flagB,
-                         tqfd::ProgressCallback progress, void* user);
+                         double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                         int rectifyOption, const char* outputDir, int blockCount, bool flagA,
+                         bool flagB, tqfd::ProgressCallback progress, void* user);
 
   /// Writes the parameter file: job settings, then the photos cut into work blocks of one camera.
   ///
@@ -72,15 +71,16 @@ class TQTORTHO_API tqTORectify {
   /// @param areaPolygon      ground polygon of the area to produce, or null
   /// @param width, height    receive the output size in cells
   /// @param flagB            sizing run
-  /// @param photoNeighbours  receives, per photo (block index << 32 | photo index), the photos whose
+  /// @param photoNeighbours  receives, per photo (block index << 32 | photo index), the photos
+  /// whose
   ///                         footprints overlap its own
   /// @param extentPoints     receives the corners of the job's extent in cells of its lattice
   /// @return false (logged) when the DSM cannot be read or no photo meets it, or after a stop.
   bool OrthoRectifyEstSize(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
                            std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
-                           double* heightPair,
-                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
-                           const char* outputDir, int& width, int& height, bool flagB,
+                           double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                           int rectifyOption, const char* outputDir, int& width, int& height,
+                           bool flagB,
                            std::map<std::uint64_t, std::vector<std::uint64_t>>& photoNeighbours,
                            std::vector<tqfd::Point2_T<int>>& extentPoints,
                            tqfd::ProgressCallback progress, void* user);
@@ -126,10 +126,9 @@ class TQTORTHO_API tqTORectify {
   // One block of photos.
   bool OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
                            std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
-                           double* heightPair,
-                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
-                           double scale, int reducedCopy, const char* outputDir, bool flagB,
-                           tqfd::ProgressCallback progress, void* user);
+                           double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
+                           int rectifyOption, double scale, int reducedCopy, const char* outputDir,
+                           bool flagB, tqfd::ProgressCallback progress, void* user);
   struct BlockJob;
   enum class PhotoOutcome { kDone, kNoOrtho, kNotWritten, kBadScale };
   PhotoOutcome RectifyBlockPhoto(BlockJob& job, const std::string& photoPath,

@@ -5,8 +5,8 @@
 
 namespace tqtortho {
 
-/// Gives the calling thread the "C" locale for its lifetime, so that printf and scanf write and read
-/// decimal points whatever the host application has set. Other threads keep theirs.
+/// Gives the calling thread the "C" locale for its lifetime, so that printf and scanf write and
+/// read decimal points whatever the host application has set. Other threads keep theirs.
 class CLocaleScope {
  public:
   CLocaleScope() : previous_(uselocale(Shared())) {}

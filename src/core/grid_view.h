@@ -21,8 +21,8 @@ struct GridView {
       : cells(data), rows(rowCount), cols(colCount), stride(rowStride) {}
   /// A view of const cells from one of mutable cells.
   template <class U>
-    requires(std::is_same_v<const U, T>)
-  GridView(const GridView<U>& other)  // NOLINT(google-explicit-constructor)
+  requires(std::is_same_v<const U, T>)
+      GridView(const GridView<U>& other)  // NOLINT(google-explicit-constructor)
       : cells(other.cells), rows(other.rows), cols(other.cols), stride(other.stride) {}
 
   [[nodiscard]] T* Row(int row) const { return cells + row * stride; }

@@ -5,7 +5,8 @@
 
 namespace tqtortho {
 
-/// Rectangle arithmetic for anything with minX, minY, maxX, maxY. NaN corners make every test false.
+/// Rectangle arithmetic for anything with minX, minY, maxX, maxY. NaN corners make every test
+/// false.
 
 /// True when the rectangle has an area; the inverted empty rectangle has none.
 template <class R>

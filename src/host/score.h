@@ -9,10 +9,10 @@ namespace tqtortho::host {
 /// Agreement of one photo's ortho and occlusion mask with the truth of a sample town.
 struct PhotoScore {
   std::string photo;
-  double psnr = 0;            ///< where the photo truly sees the cell, dB
-  double registration = 0;    ///< median displacement of textured patches on flat ground, cells
+  double psnr = 0;          ///< where the photo truly sees the cell, dB
+  double registration = 0;  ///< median displacement of textured patches on flat ground, cells
   int patches = 0;
-  double iou = 0;             ///< hidden cells, mask against truth
+  double iou = 0;  ///< hidden cells, mask against truth
   double precision = 0;
   double recall = 0;
 };

@@ -10,14 +10,14 @@ namespace tqtortho::host {
 struct SurveyCamera {
   int id = 0;
   std::string name;
-  double width = 0;         ///< pixels
-  double height = 0;        ///< pixels
-  double focalLength = 0;   ///< unit of sensorWidth; importers use pixels
-  double sensorWidth = 0;   ///< importers set it to `width`, so that a pixel has size 1
-  double sensorHeight = 0;  ///< carried, not used
-  double principalX = 0;    ///< pixels from the left
-  double principalY = 0;    ///< pixels from the BOTTOM (upward)
-  int model = 0;            ///< 0 none, 1 correction in pixels, 3 radial-tangential
+  double width = 0;             ///< pixels
+  double height = 0;            ///< pixels
+  double focalLength = 0;       ///< unit of sensorWidth; importers use pixels
+  double sensorWidth = 0;       ///< importers set it to `width`, so that a pixel has size 1
+  double sensorHeight = 0;      ///< carried, not used
+  double principalX = 0;        ///< pixels from the left
+  double principalY = 0;        ///< pixels from the BOTTOM (upward)
+  int model = 0;                ///< 0 none, 1 correction in pixels, 3 radial-tangential
   double coefficients[8] = {};  ///< k1 k2 k3 p1 p2 b1 b2, unused
   /// Size of the photos' rasters where it differs from width x height (a virtual frame), else 0.
   int rasterWidth = 0;
@@ -26,9 +26,9 @@ struct SurveyCamera {
 
 /// One photo as the photo list holds it.
 struct SurveyPhoto {
-  std::string name;  ///< file name relative to the block's path
-  double x = 0, y = 0, z = 0;              ///< projection centre, CRS of the DSM
-  double omega = 0, phi = 0, kappa = 0;    ///< radians
+  std::string name;                      ///< file name relative to the block's path
+  double x = 0, y = 0, z = 0;            ///< projection centre, CRS of the DSM
+  double omega = 0, phi = 0, kappa = 0;  ///< radians
   int cameraId = 0;
 };
 
@@ -44,7 +44,8 @@ struct Survey {
   std::string dsmPath;  ///< empty when the source has none
   std::vector<SurveyCamera> cameras;
   std::vector<SurveyBlock> blocks;
-  std::vector<std::string> notes;  ///< what a user should know (residuals, photos left out), a line each
+  std::vector<std::string>
+      notes;  ///< what a user should know (residuals, photos left out), a line each
 };
 
 /// Writes the lists in the library's text formats. False when a file cannot be written.

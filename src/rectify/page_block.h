@@ -5,8 +5,8 @@
 
 namespace tqtortho {
 
-/// Asks for large pages under memory that is yet to be touched: getting hundreds of megabytes in small
-/// ones takes as long as the work on them. Only a wish; nothing depends on it.
+/// Asks for large pages under memory that is yet to be touched: getting hundreds of megabytes in
+/// small ones takes as long as the work on them. Only a wish; nothing depends on it.
 void PreferLargePages(void* memory, std::size_t bytes);
 
 /// A large zeroed array whose memory the system supplies at first touch, so that parts never
