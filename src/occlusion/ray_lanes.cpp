@@ -15,7 +15,6 @@ namespace tqtortho {
 namespace {
 
 constexpr int kGroup = 8;
-constexpr double kBlock = 8;
 /// Rays that move less than this many cells per step along one axis are left undecided.
 constexpr double kSlant = 2e-5;
 constexpr double kCountSlack = 1e-6;
@@ -78,7 +77,7 @@ TQT_INLINE unsigned Bits(Mask m) { return _mm512_movepi64_mask(reinterpret_cast<
 #endif
 #endif
 
-using Kernel = void (*)(const LaneScene&, const std::vector<Blocker>&, bool, LaneGroup&);
+using Kernel = void (*)(const LaneScene&, const std::vector<Blocker>&, LaneGroup&);
 
 Kernel Choose() {
 #if defined(__x86_64__)
@@ -93,10 +92,9 @@ Kernel Choose() {
 
 }  // namespace
 
-void DecideLanes(const LaneScene& scene, const std::vector<Blocker>& blockers, bool upperRight,
-                 LaneGroup& group) {
+void DecideLanes(const LaneScene& scene, const std::vector<Blocker>& blockers, LaneGroup& group) {
   static const Kernel kernel = Choose();
-  kernel(scene, blockers, upperRight, group);
+  kernel(scene, blockers, group);
 }
 
 }  // namespace tqtortho

@@ -68,29 +68,33 @@ TileTracer::TileTracer(const RayScene& scene, const FilteredMarch& march)
   leafTop_ = QuadTree::LeafTop(s);
   cameraCol_ = camera.x / sizeX;
   cameraRow_ = camera.y / sizeY + (s.heights.rows - 1);
+  // Well above everything, and never so flat that an axis counts as parallel.
   const double above = camera.z - std::max(scene.highest, leafTop_);
-  usable_ = sizeX > 0 && sizeY < 0 && -sizeY >= 0.1 * sizeX && -sizeY <= 10 * sizeX &&
-            kPieces * margins.cols < 0.01 && kPieces * margins.rows < 0.01 &&
-            std::isfinite(scene.highest) && leafTop_ <= box.maxZ && above >= sizeX &&
-            above > 1e-5 * (box.maxX + box.maxY) && camera.z < 1e9 && camera.x > box.minX + sizeX &&
-            camera.x < box.maxX - sizeX && camera.y > box.minY - sizeY &&
-            camera.y < box.maxY + sizeY && cameraCol_ >= 0 && cameraCol_ <= s.heights.cols - 1 &&
-            cameraRow_ >= 0 && cameraRow_ <= s.heights.rows - 1 &&
-            !scene.tree.Nodes().front().IsLeaf();
-  if (usable_) ReadLeafBorders();
+  const double reach = std::fabs(camera.x) + std::fabs(camera.y) + box.maxX + box.maxY;
+  const bool regular = sizeX > 0 && sizeY < 0 && -sizeY >= 0.1 * sizeX && -sizeY <= 10 * sizeX &&
+                       kPieces * margins.cols < 0.01 && kPieces * margins.rows < 0.01 &&
+                       std::isfinite(scene.highest) && leafTop_ >= box.minZ && leafTop_ <= box.maxZ;
+  usable_ = regular && above >= sizeX && above > 1e-5 * reach &&
+            reach < 1e4 * (box.maxX + box.maxY) && camera.z < 1e9 && ReadLeafBorders();
 }
 
-void TileTracer::ReadLeafBorders() {
+bool TileTracer::ReadLeafBorders() {
   const RaySurface& s = scene_.surface;
-  std::vector<double> x{scene_.camera.x};
-  std::vector<double> y{scene_.camera.y};
+  const LocalBox& box = s.box;
+  const Point3& camera = scene_.camera;
+  const bool insideX = camera.x > box.minX && camera.x < box.maxX;
+  const bool insideY = camera.y > box.minY && camera.y < box.maxY;
+  const bool splitAtCamera = insideX && insideY;
+  if (splitAtCamera && scene_.tree.Nodes().front().IsLeaf()) return false;
+  std::vector<double> x;
+  std::vector<double> y;
   std::size_t leaves = 0;
   for (const QuadNode& node : scene_.tree.Nodes()) {
-    if (!node.IsLeaf() || node.box.maxX > scene_.camera.x || node.box.maxY > scene_.camera.y) {
-      continue;
-    }
-    x.push_back(node.box.minX);
-    y.push_back(node.box.minY);
+    if (!node.IsLeaf()) continue;
+    // Only the leaves to the lower left of a split camera matter.
+    if (splitAtCamera && (node.box.minX >= camera.x || node.box.minY >= camera.y)) continue;
+    x.insert(x.end(), {node.box.minX, node.box.maxX});
+    y.insert(y.end(), {node.box.minY, node.box.maxY});
     ++leaves;
   }
   for (std::vector<double>* borders : {&x, &y}) {
@@ -98,19 +102,64 @@ void TileTracer::ReadLeafBorders() {
     borders->erase(std::unique(borders->begin(), borders->end()), borders->end());
   }
   // Rounding may divide one neighbour and not the other; then there are no common borders.
-  usable_ = (x.size() - 1) * (y.size() - 1) == leaves;
+  if ((x.size() - 1) * (y.size() - 1) != leaves) return false;
+  const auto leafAt = [](const std::vector<double>& borders, double at) {
+    return static_cast<int>(std::upper_bound(borders.begin(), borders.end(), at) -
+                            borders.begin()) -
+           1;
+  };
+  if (insideX && !splitAtCamera) againstCol_ = leafAt(x, camera.x);
+  if (insideY && !splitAtCamera) againstRow_ = leafAt(y, camera.y);
   for (const double border : x) leafCols_.push_back(border / static_cast<double>(s.cellSizeX));
   for (const double border : y) {
     leafRows_.push_back(border / static_cast<double>(s.cellSizeY) + (s.heights.rows - 1));
   }
+  return true;
+}
+
+LaneScene TileTracer::LanesOf(const Tile& tile) const {
+  const RaySurface& s = scene_.surface;
+  const double rows = s.heights.rows - 1;
+  const double sizeX = static_cast<double>(s.cellSizeX);
+  const double sizeY = static_cast<double>(s.cellSizeY);
+  const bool toRight = tile.col0 < cameraCol_;
+  const bool up = tile.row0 > cameraRow_;
+  LaneScene lanes{};
+  lanes.heights = s.heights;
+  lanes.cellSizeX = sizeX;
+  lanes.cellSizeY = sizeY;
+  lanes.cameraX = scene_.camera.x;
+  lanes.cameraY = scene_.camera.y;
+  lanes.cameraZ = scene_.camera.z;
+  lanes.leafTop = leafTop_;
+  lanes.colMargin = kPieces * march_.Margins().cols;
+  lanes.rowMargin = kPieces * march_.Margins().rows;
+  lanes.boxCol0 = s.box.minX / sizeX;
+  lanes.boxCol1 = s.box.maxX / sizeX;
+  lanes.boxRow0 = s.box.maxY / sizeY + rows;
+  lanes.boxRow1 = s.box.minY / sizeY + rows;
+  lanes.upperRight = toRight && up;
+  // Only rays to the right (up) can be against the case of the leaves that hold the camera's x (y).
+  lanes.endsAtCol = toRight && againstCol_ >= 0;
+  lanes.endsAtRow = up && againstRow_ >= 0;
+  if (lanes.endsAtCol) lanes.endCol = leafCols_[againstCol_];
+  if (lanes.endsAtRow) lanes.endRow = leafRows_[againstRow_];
+  lanes.leafCols = leafCols_.data();
+  lanes.leafRows = leafRows_.data();
+  lanes.shortLeafCol = againstCol_;
+  lanes.shortLeafRow = againstRow_;
+  return lanes;
 }
 
 std::vector<TileTracer::Tile> TileTracer::Tiles() const {
   const GridView<const float>& heights = scene_.surface.heights;
   std::vector<std::pair<int, int>> rows;
   std::vector<std::pair<int, int>> cols;
-  AddSpans(0, usable_ ? FloorToInt(cameraRow_) + 1 : 0, heights.rows, rows);
-  AddSpans(0, usable_ ? FloorToInt(cameraCol_) + 1 : 0, heights.cols, cols);
+  const auto split = [&](double camera, int cells) {
+    return usable_ ? std::clamp(FloorToInt(camera), -1, cells - 1) + 1 : 0;
+  };
+  AddSpans(0, split(cameraRow_, heights.rows), heights.rows, rows);
+  AddSpans(0, split(cameraCol_, heights.cols), heights.cols, cols);
   std::vector<Tile> tiles;
   for (const auto& row : rows) {
     for (const auto& col : cols) tiles.push_back({row.first, row.second, col.first, col.second});
@@ -120,13 +169,13 @@ std::vector<TileTracer::Tile> TileTracer::Tiles() const {
 
 void TileTracer::AddBlocker(int blockRow, int blockCol, bool upperRight,
                             std::vector<Blocker>& blockers) const {
-  Blocker blocker{static_cast<double>(blockCol) * kBlock,
-                  static_cast<double>(blockRow) * kBlock,
-                  static_cast<double>(blocks_.At(blockRow, blockCol)),
-                  0,
-                  0,
-                  0,
-                  0};
+  Blocker blocker{};
+  // Truncation adds a cell before the grid's first.
+  blocker.col0 = blockCol == 0 ? -1 : static_cast<double>(blockCol) * kBlock;
+  blocker.col1 = (blockCol + 1.0) * kBlock;
+  blocker.row0 = blockRow == 0 ? -1 : static_cast<double>(blockRow) * kBlock;
+  blocker.row1 = (blockRow + 1.0) * kBlock;
+  blocker.top = static_cast<double>(blocks_.At(blockRow, blockCol));
   if (upperRight) {
     // A march looks one step past its leaf, so the leaves before the block count too.
     constexpr double kRounding = 0.01;
@@ -143,10 +192,10 @@ void TileTracer::AddBlocker(int blockRow, int blockCol, bool upperRight,
           std::upper_bound(leafRows_.begin(), leafRows_.end(), row, std::greater<double>());
       return std::clamp(static_cast<int>(after - leafRows_.begin()) - 1, 0, lastRow);
     };
-    blocker.leafCol0 = colLeaf(blocker.firstCol - 1 - kRounding);
-    blocker.leafCol1 = colLeaf(blocker.firstCol + kBlock + kRounding);
-    blocker.leafRow0 = rowLeaf(blocker.firstRow + kBlock + reach + kRounding);
-    blocker.leafRow1 = rowLeaf(blocker.firstRow - kRounding);
+    blocker.leafCol0 = colLeaf(blocker.col0 - 1 - kRounding);
+    blocker.leafCol1 = colLeaf(blocker.col1 + kRounding);
+    blocker.leafRow0 = rowLeaf(blocker.row1 + reach + kRounding);
+    blocker.leafRow1 = rowLeaf(blocker.row0 - kRounding);
   }
   blockers.push_back(blocker);
 }
@@ -168,11 +217,12 @@ bool TileTracer::FindBlockers(const Tile& tile, double lowest, bool upperRight,
   const double margin = kPieces * std::max(march_.Margins().cols, march_.Margins().rows) + 1e-6;
   const int sideBlocks = alongCols ? blocks_.Rows() : blocks_.Cols();
   const int direction = forward ? 1 : -1;
-  const int lastBlock = FloorToInt(camera / kBlock);
+  const int blocks = alongCols ? blocks_.Cols() : blocks_.Rows();
+  const int lastBlock = std::clamp(FloorToInt(camera / kBlock), 0, blocks - 1);
   for (int block = (forward ? first : last) / kBlock; block != lastBlock + direction;
        block += direction) {
     const double begin = (forward ? block : block + 1) * static_cast<double>(kBlock);
-    const double end = begin + direction * kBlock;
+    const double end = begin + direction * (kBlock + (block == 0 ? 1 : 0));
     const double height =
         lowest + std::max(0.0, strip.LeastWay(begin) - 1e-9) * (scene_.camera.z - lowest);
     const double cleared = height - MarchMargins::Height(lowest, scene_.camera.z);
@@ -230,22 +280,12 @@ void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
   }
   if (scratch.blockers.empty()) return;
 
-  const LaneScene lanes{s.heights,
-                        static_cast<double>(s.cellSizeX),
-                        static_cast<double>(s.cellSizeY),
-                        scene_.camera.x,
-                        scene_.camera.y,
-                        scene_.camera.z,
-                        leafTop_,
-                        kPieces * march_.Margins().cols,
-                        kPieces * march_.Margins().rows,
-                        leafCols_.data(),
-                        leafRows_.data()};
+  const LaneScene lanes = LanesOf(tile);
   for (int r = tile.row0; r < tile.row1; ++r) {
     for (int part = 0; part < kTile / kLanes; ++part) {
       LaneGroup group{r, tile.col0 + part * kLanes, wanted[r - tile.row0][part], 0, 0};
       if (group.wanted == 0) continue;
-      DecideLanes(lanes, scratch.blockers, upperRight, group);
+      DecideLanes(lanes, scratch.blockers, group);
       for (int i = 0; i < kLanes; ++i) {
         const int c = group.firstCol + i;
         if ((group.hidden >> i & 1) != 0 ||

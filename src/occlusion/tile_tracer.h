@@ -12,21 +12,31 @@ namespace tqtortho {
 
 /// A block of cells that may block rays of a tile.
 struct Blocker {
-  double firstCol, firstRow;  ///< of its cells
-  double top;                 ///< the largest height
-  int leafCol0, leafCol1;     ///< leaves whose marches may test its cells (upper-right case only)
+  double col0, col1, row0, row1;  ///< positions that truncate to its cells
+  double top;                     ///< the largest height
+  int leafCol0, leafCol1;  ///< leaves whose marches may test its cells (upper-right case only)
   int leafRow0, leafRow1;
 };
 
-/// What the lanes of one tile share, in columns, rows and steps.
+/// What the lanes of one quadrant share, in columns, rows and steps.
 struct LaneScene {
   GridView<const float> heights;
   double cellSizeX, cellSizeY;
   double cameraX, cameraY, cameraZ;
   double leafTop;
   double colMargin, rowMargin;
+  double boxCol0, boxCol1;  ///< the box, which may end a hair before the last column ...
+  double boxRow0, boxRow1;  ///< ... or below the first row
+  /// Camera right of and above the cells: marches start at the leaves' entries, not at the cells.
+  bool upperRight;
+  /// Where marches that start at the cell end, besides the box: the border to leaves whose case is
+  /// against the ray, which test the first step only.
+  bool endsAtCol, endsAtRow;
+  double endCol, endRow;
   const double* leafCols;  ///< borders of the leaves in columns, ascending
   const double* leafRows;  ///< ... in rows, descending
+  /// Leaves whose case is against the ray (upper-right case): one step each. -1: none.
+  int shortLeafCol, shortLeafRow;
 };
 
 /// One row of up to eight neighbouring cells.
@@ -39,13 +49,14 @@ struct LaneGroup {
 
 /// Traces tiles of neighbouring cells together, eight rays at a time, with the bytes of the march.
 ///
-/// For the usual photo, taken from above everything and from inside the surface's box. There the
-/// tree splits at the camera, so a tile off the camera's row and column has all its marches in one
-/// case: in three of them every leaf's march starts at the cell and is the beginning of the
-/// longest one; in the fourth (camera to the upper right) it starts at the leaf's entry. The rays
-/// of a tile share a narrowing strip towards the camera; only blocks of the strip that rise above
-/// the strip's lowest ray are looked at, ray by ray and step by step, in closed form. What rounding
-/// could change goes to FilteredMarch, one ray at a time.
+/// For the usual photo, taken from above everything. The tiles do not straddle the camera's row and
+/// column, so all rays of a tile run in one quadrant. In three of them every leaf's march starts at
+/// the cell and is the beginning of the longest one; in the fourth (camera to the upper right) it
+/// starts at the leaf's entry. A camera outside the surface leaves at most one column or row of
+/// leaves with a case against the rays; their marches end after one step. The rays of a tile share
+/// a narrowing strip towards the camera; only blocks of the strip that rise above the strip's
+/// lowest ray are looked at, ray by ray and step by step, in closed form. What rounding could
+/// change goes to FilteredMarch, one ray at a time.
 class TileTracer {
  public:
   struct Scratch {
@@ -76,7 +87,8 @@ class TileTracer {
                   std::vector<Blocker>& blockers) const;
   void TraceRays(const Tile& tile, GridView<const std::uint8_t> examine,
                  GridView<std::uint8_t> hidden, Scratch& scratch) const;
-  void ReadLeafBorders();
+  [[nodiscard]] bool ReadLeafBorders();
+  [[nodiscard]] LaneScene LanesOf(const Tile& tile) const;
 
   const RayScene& scene_;
   const FilteredMarch& march_;
@@ -85,8 +97,10 @@ class TileTracer {
   double cameraRow_ = 0;
   double leafTop_ = 0;
   BlockMaxima blocks_;
-  std::vector<double> leafCols_;  ///< of the leaves left of and below the camera
+  std::vector<double> leafCols_;  ///< borders of the leaves, those left of the camera when inside
   std::vector<double> leafRows_;
+  int againstCol_ = -1;  ///< leaves that hold the camera's x (y) without being split at it
+  int againstRow_ = -1;
 };
 
 }  // namespace tqtortho
