@@ -19,8 +19,9 @@ namespace tqtortho {
 /// nothing. Rows are shared out to idle threads; inside somebody else's parallel loop the call
 /// stays on its thread. The result does not depend on the number of threads.
 ///
-/// The environment variable TQTORTHO_KERNEL=scalar selects the plain march instead of the fast one;
-/// the bytes are the same.
+/// The environment variable TQTORTHO_KERNEL selects another way to the same bytes: "scalar" is the
+/// plain march, "baseline", "avx2" and "avx512" the fast kernel with these vectors (where the
+/// machine has them; the default is the widest).
 void MarkHiddenCells(const RaySurface& surface, const Point3& camera,
                      GridView<const std::uint8_t> examine, GridView<std::uint8_t> hidden);
 

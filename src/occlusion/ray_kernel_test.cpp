@@ -22,10 +22,10 @@ using testing::SetGrid;
 using testing::TownSurface;
 using Bytes = std::vector<std::uint8_t>;
 
-class ScalarKernel {
+class ForcedKernel {
  public:
-  ScalarKernel() { ::setenv("TQTORTHO_KERNEL", "scalar", 1); }
-  ~ScalarKernel() { ::unsetenv("TQTORTHO_KERNEL"); }
+  explicit ForcedKernel(const char* name) { ::setenv("TQTORTHO_KERNEL", name, 1); }
+  ~ForcedKernel() { ::unsetenv("TQTORTHO_KERNEL"); }
 };
 
 Bytes Trace(const tqDSM& dsm, const Point3& camera, const Bytes& examine = {}) {
@@ -75,7 +75,7 @@ TEST(RayKernelTest, EqualsItsTwinOnAwkwardSurfaces) {
     const Bytes mask = Trace(scene.dsm, scene.camera, scene.examine);
     ASSERT_EQ(Difference(scene, mask, 150000), "") << "round " << round;
     if (round % 8 == 0) {
-      const ScalarKernel scalar;
+      const ForcedKernel scalar("scalar");
       ASSERT_EQ(Difference(scene, Trace(scene.dsm, scene.camera, scene.examine), 50000), "")
           << "plain march, round " << round;
     }
@@ -118,6 +118,25 @@ TEST(RayKernelTest, BytesDoNotDependOnTheNumberOfThreads) {
 #pragma omp single
   nested = Trace(dsm, camera);
   EXPECT_EQ(nested, one);
+}
+
+TEST(RayKernelTest, EveryInstructionSetGivesTheSameBytes) {
+  std::mt19937 random(Seed());
+  const testing::Draw draw = [&](unsigned limit) { return random() % limit; };
+  for (int round = 0; round < 300; ++round) {
+    RayCase scene = testing::AwkwardCase(draw);
+    if (round % 10 == 0) {
+      scene = {TownSurface(200, 230, 0.25f, random()), {31.3, 22.2, 40.0 + round}, {}};
+    }
+    const Bytes mask = Trace(scene.dsm, scene.camera, scene.examine);
+    for (const char* name : {"baseline", "avx2", "avx512"}) {
+      if (LaneKernelOf(name) == nullptr) continue;
+      const ForcedKernel forced(name);
+      ASSERT_EQ(ChooseLaneKernel(), LaneKernelOf(name));
+      ASSERT_EQ(Trace(scene.dsm, scene.camera, scene.examine), mask) << name << " " << round;
+    }
+  }
+  EXPECT_EQ(LaneKernelOf("no such"), nullptr);
 }
 
 // The eight-lane path must be the one that photos from above take.
@@ -216,7 +235,7 @@ TEST(RayKernelTest, MarchesThatCannotEndAreAnsweredAtOnce) {
                                {10.0, 50.0, 0.0}}) {
     const RayCase scene{dsm, camera, {}};
     EXPECT_EQ(Difference(scene, Trace(dsm, camera), 2000000), "") << camera.x << " " << camera.z;
-    const ScalarKernel scalar;
+    const ForcedKernel scalar("scalar");
     EXPECT_EQ(Difference(scene, Trace(dsm, camera), 2000000), "") << camera.x << " " << camera.z;
   }
 }

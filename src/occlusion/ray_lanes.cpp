@@ -3,10 +3,13 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
+
+#include "occlusion/filtered_march.h"
 
 // Vectors travel between inlined functions only.
 #pragma GCC diagnostic ignored "-Wpsabi"
@@ -77,24 +80,26 @@ TQT_INLINE unsigned Bits(Mask m) { return _mm512_movepi64_mask(reinterpret_cast<
 #endif
 #endif
 
-using Kernel = void (*)(const LaneScene&, const std::vector<Blocker>&, LaneGroup&);
-
-Kernel Choose() {
-#if defined(__x86_64__)
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
-      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw")) {
-    return avx512::DecideGroup;
-  }
-  if (__builtin_cpu_supports("avx2")) return avx2::DecideGroup;
-#endif
-  return baseline::DecideGroup;
-}
-
 }  // namespace
 
-void DecideLanes(const LaneScene& scene, const std::vector<Blocker>& blockers, LaneGroup& group) {
-  static const Kernel kernel = Choose();
-  kernel(scene, blockers, group);
+LaneKernel LaneKernelOf(std::string_view name) {
+#if defined(__x86_64__)
+  if (name == "avx512") {
+    const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+                     __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
+    return has ? avx512::DecideGroup : nullptr;
+  }
+  if (name == "avx2") return __builtin_cpu_supports("avx2") ? avx2::DecideGroup : nullptr;
+#endif
+  return name == "baseline" ? baseline::DecideGroup : nullptr;
+}
+
+LaneKernel ChooseLaneKernel() {
+  const char* forced = std::getenv("TQTORTHO_KERNEL");
+  for (const char* name : {forced == nullptr ? "" : forced, "avx512", "avx2"}) {
+    if (const LaneKernel kernel = LaneKernelOf(name)) return kernel;
+  }
+  return baseline::DecideGroup;
 }
 
 }  // namespace tqtortho

@@ -1,15 +1,61 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <string_view>
 #include <vector>
 
-#include "occlusion/tile_tracer.h"
+#include "core/grid_view.h"
 
 namespace tqtortho {
 
-/// Decides the wanted cells of `group` against `blockers`, eight rays at once, with the widest
-/// vectors that the machine has. All of the group's rays must lie in the same quadrant of the
-/// camera.
-void DecideLanes(const LaneScene& scene, const std::vector<Blocker>& blockers, LaneGroup& group);
+/// A block of cells that may block rays of a tile.
+struct Blocker {
+  double col0, col1, row0, row1;  ///< positions that truncate to its cells
+  double top;                     ///< the largest height
+  int leafCol0, leafCol1;  ///< leaves whose marches may test its cells (upper-right case only)
+  int leafRow0, leafRow1;
+};
+
+/// What the lanes of one quadrant share, in columns, rows and steps.
+struct LaneScene {
+  GridView<const float> heights;
+  double cellSizeX, cellSizeY;
+  double cameraX, cameraY, cameraZ;
+  double leafTop;
+  double colMargin, rowMargin;
+  double boxCol0, boxCol1;  ///< the box, which may end a hair before the last column ...
+  double boxRow0, boxRow1;  ///< ... or below the first row
+  /// Camera right of and above the cells: marches start at the leaves' entries, not at the cells.
+  bool upperRight;
+  /// Where marches that start at the cell end, besides the box: the border to leaves whose case is
+  /// against the ray, which test the first step only.
+  bool endsAtCol, endsAtRow;
+  double endCol, endRow;
+  const double* leafCols;  ///< borders of the leaves in columns, ascending
+  const double* leafRows;  ///< ... in rows, descending
+  /// Leaves whose case is against the ray (upper-right case): one step each. -1: none.
+  int shortLeafCol, shortLeafRow;
+};
+
+/// One row of up to eight neighbouring cells.
+struct LaneGroup {
+  int row, firstCol;
+  unsigned wanted;     ///< bit per cell to decide
+  unsigned hidden;     ///< result: certainly hidden
+  unsigned undecided;  ///< result: neither certain
+};
+
+/// Decides the wanted cells of a group against `blockers`, eight rays at once. All of the group's
+/// rays must lie in the same quadrant of the camera.
+using LaneKernel = void (*)(const LaneScene& scene, const std::vector<Blocker>& blockers,
+                            LaneGroup& group);
+
+/// The kernel of an instruction set: "avx512", "avx2" or "baseline"; null when the machine lacks
+/// it.
+[[nodiscard]] LaneKernel LaneKernelOf(std::string_view name);
+
+/// The one named by the environment variable TQTORTHO_KERNEL when the machine has it, else the
+/// widest.
+[[nodiscard]] LaneKernel ChooseLaneKernel();
 
 }  // namespace tqtortho

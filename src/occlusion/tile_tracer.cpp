@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "occlusion/ray_lanes.h"
-
 namespace tqtortho {
 namespace {
 
@@ -58,7 +56,10 @@ void AddSpans(int begin, int middle, int end, std::vector<std::pair<int, int>>& 
 }  // namespace
 
 TileTracer::TileTracer(const RayScene& scene, const FilteredMarch& march)
-    : scene_(scene), march_(march), blocks_(scene.surface.heights, kBlock) {
+    : scene_(scene),
+      march_(march),
+      decide_(ChooseLaneKernel()),
+      blocks_(scene.surface.heights, kBlock) {
   const RaySurface& s = scene.surface;
   const LocalBox& box = s.box;
   const Point3& camera = scene.camera;
@@ -285,7 +286,7 @@ void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
     for (int part = 0; part < kTile / kLanes; ++part) {
       LaneGroup group{r, tile.col0 + part * kLanes, wanted[r - tile.row0][part], 0, 0};
       if (group.wanted == 0) continue;
-      DecideLanes(lanes, scratch.blockers, group);
+      decide_(lanes, scratch.blockers, group);
       for (int i = 0; i < kLanes; ++i) {
         const int c = group.firstCol + i;
         if ((group.hidden >> i & 1) != 0 ||

@@ -6,46 +6,10 @@
 
 #include "occlusion/block_maxima.h"
 #include "occlusion/filtered_march.h"
+#include "occlusion/ray_lanes.h"
 #include "occlusion/ray_scene.h"
 
 namespace tqtortho {
-
-/// A block of cells that may block rays of a tile.
-struct Blocker {
-  double col0, col1, row0, row1;  ///< positions that truncate to its cells
-  double top;                     ///< the largest height
-  int leafCol0, leafCol1;  ///< leaves whose marches may test its cells (upper-right case only)
-  int leafRow0, leafRow1;
-};
-
-/// What the lanes of one quadrant share, in columns, rows and steps.
-struct LaneScene {
-  GridView<const float> heights;
-  double cellSizeX, cellSizeY;
-  double cameraX, cameraY, cameraZ;
-  double leafTop;
-  double colMargin, rowMargin;
-  double boxCol0, boxCol1;  ///< the box, which may end a hair before the last column ...
-  double boxRow0, boxRow1;  ///< ... or below the first row
-  /// Camera right of and above the cells: marches start at the leaves' entries, not at the cells.
-  bool upperRight;
-  /// Where marches that start at the cell end, besides the box: the border to leaves whose case is
-  /// against the ray, which test the first step only.
-  bool endsAtCol, endsAtRow;
-  double endCol, endRow;
-  const double* leafCols;  ///< borders of the leaves in columns, ascending
-  const double* leafRows;  ///< ... in rows, descending
-  /// Leaves whose case is against the ray (upper-right case): one step each. -1: none.
-  int shortLeafCol, shortLeafRow;
-};
-
-/// One row of up to eight neighbouring cells.
-struct LaneGroup {
-  int row, firstCol;
-  unsigned wanted;     ///< bit per cell to decide
-  unsigned hidden;     ///< result: certainly hidden
-  unsigned undecided;  ///< result: neither certain
-};
 
 /// Traces tiles of neighbouring cells together, eight rays at a time, with the bytes of the march.
 ///
@@ -96,6 +60,7 @@ class TileTracer {
   double cameraCol_ = 0;
   double cameraRow_ = 0;
   double leafTop_ = 0;
+  LaneKernel decide_;
   BlockMaxima blocks_;
   std::vector<double> leafCols_;  ///< borders of the leaves, those left of the camera when inside
   std::vector<double> leafRows_;
