@@ -179,7 +179,7 @@ bool PublishFile(const std::string& staged, const std::string& target) {
 }
 
 bool StagedRaster::Start(const std::string& target, int width, int height, int bands, int dataType,
-                         bool overwrite) {
+                         bool overwrite, Filling filling) {
   Discard();
   const GDALDataType type = ToGdalType(dataType);
   if (target.empty() || width <= 0 || height <= 0 || bands <= 0 || type == GDT_Unknown) {
@@ -207,6 +207,7 @@ bool StagedRaster::Start(const std::string& target, int width, int height, int b
   }
   options.SetNameValue("BIGTIFF", "IF_SAFER");
   options.SetNameValue("INTERLEAVE", "PIXEL");
+  if (filling == Filling::kSparse) options.SetNameValue("SPARSE_OK", "TRUE");
   if (width >= 256 && height >= 256) {
     const char* side = width >= 2048 && height >= 2048 ? "512" : "256";
     options.SetNameValue("TILED", "YES");

@@ -51,6 +51,9 @@ struct NoDataRule {
 void NormaliseHeights(const NoDataRule& rule, float* cells, std::size_t count);
 void NormaliseHeights(const NoDataRule& rule, double* cells, std::size_t count);
 
+/// Whether a new file's tiles that nobody writes, or that hold zeros only, take space in it.
+enum class Filling { kWhole, kSparse };
+
 /// A raster file in the making: a tiled, compressed GeoTIFF beside `target`, renamed by Finish and
 /// removed by the destructor when it was not finished.
 class StagedRaster {
@@ -61,7 +64,7 @@ class StagedRaster {
   StagedRaster& operator=(const StagedRaster&) = delete;
 
   bool Start(const std::string& target, int width, int height, int bands, int dataType,
-             bool overwrite);
+             bool overwrite, Filling filling = Filling::kWhole);
   [[nodiscard]] GDALDataset* Dataset() const { return dataset_.get(); }
   /// Closes the file and gives it its name. False, and no file, when a byte could not be written.
   bool Finish();
