@@ -32,6 +32,9 @@ inline constexpr std::string_view kWeighting = "正在生成权值模板.....";
 inline constexpr std::string_view kUpdating = "正在更新正射影像.....";
 /// "error opening pix_map.bin"
 inline constexpr std::string_view kPixMapError = "打开pix_map.bin文件出错！";
+/// Debug lines of the update, with their line ends.
+inline constexpr std::string_view kSizeError = "size error！\n";
+inline constexpr std::string_view kMapReadError = "readed error!\n";
 /// "rectification time (s): ", "image update time (s): ", "mosaic mask time (s): "
 inline constexpr std::string_view kRectifySeconds = "正射纠正时间(s)：";
 inline constexpr std::string_view kUpdateSeconds = "影像更新时间(s)：";

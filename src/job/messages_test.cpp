@@ -26,8 +26,8 @@ TEST(MessagesTest, EveryTextHasAGbkForm) {
        {message::kScaleAbnormal, message::kParamFileError, message::kExtentError,
         message::kRectifyError, message::kRectifying, message::kEstimating,
         message::kEstimateAbnormal, message::kImageSizeAbnormal, message::kObscuring,
-        message::kWeighting, message::kUpdating, message::kPixMapError, message::kRectifySeconds,
-        message::kUpdateSeconds, message::kMosaicSeconds}) {
+        message::kWeighting, message::kUpdating, message::kPixMapError, message::kSizeError,
+        message::kRectifySeconds, message::kUpdateSeconds, message::kMosaicSeconds}) {
     EXPECT_EQ(tqfd::StringConverter::GbkToUtf8(ToGbk(text)), text);
   }
 }

@@ -14,9 +14,11 @@ StageProgress::StageProgress(int itemCount, std::string_view utf8Message,
       user_(user),
       lock_(lock) {}
 
-void StageProgress::FinishOne() {
-  if (callback_ == nullptr) return;
-  const auto tell = [this] {
+void StageProgress::FinishOne(const std::function<bool()>& lastStep) {
+  if (callback_ == nullptr && !lastStep) return;
+  const auto finish = [this, &lastStep] {
+    if (lastStep) (void)Guarded(lastStep);
+    if (callback_ == nullptr) return;
     sum_ += step_;
     // A host's callback that throws counts as a stop: no exception may leave a parallel loop.
     if (!Guarded([this] { return callback_(sum_, message_.c_str(), user_) != 0; })) {
@@ -26,10 +28,10 @@ void StageProgress::FinishOne() {
   // Named, hence one lock each for the whole process, however many stages run at once.
   if (lock_ == ProgressLock::kJobLoops) {
 #pragma omp critical(tqtortho_job_progress)
-    tell();
+    finish();
   } else {
 #pragma omp critical(tqtortho_update_progress)
-    tell();
+    finish();
   }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -26,7 +27,11 @@ class StageProgress {
   /// item of every thread.
   [[nodiscard]] bool Stopped() const { return stopped_.load(std::memory_order_relaxed); }
   /// Adds one step and tells the callback; without a callback nothing happens.
-  void FinishOne();
+  void FinishOne() { FinishOne({}); }
+  /// The same behind `lastStep`, the end of the item's work that must not run at once with that of
+  /// another item: both happen under the lock, in one go. The step counts whatever becomes of the
+  /// work. It must not use a progress of the same lock.
+  void FinishOne(const std::function<bool()>& lastStep);
 
  private:
   double step_;

@@ -74,6 +74,36 @@ TEST(StageProgressTest, ThrowingCallbackCountsAsStop) {
   EXPECT_TRUE(progress.Stopped());
 }
 
+TEST(StageProgressTest, LastStepRunsUnderTheLockEvenWithoutACallbackAndMayFail) {
+  StageProgress silent(1000, "", nullptr, nullptr, ProgressLock::kUpdateLoops);
+  Host host;
+  StageProgress told(1000, "", Host::Callback, &host, ProgressLock::kUpdateLoops);
+  int unguarded = 0;  // a data race, and short of its sum, should the lock not hold
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 250; ++i) {
+        silent.FinishOne([&unguarded] {
+          const int before = unguarded;
+          std::this_thread::yield();
+          unguarded = before + 1;
+          return true;
+        });
+        if (i == 0 && t == 0) {
+          told.FinishOne([&] {
+            EXPECT_TRUE(host.percents.empty()) << "the callback comes after the work";
+            throw std::runtime_error("work");
+            return true;
+          });
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(unguarded, 1000);
+  EXPECT_THAT(host.percents, ::testing::ElementsAre(0.1));
+}
+
 // Both stages run at once on one lock, as jobs of one process do.
 TEST(StageProgressTest, CallbackIsNeverEnteredTwiceAtATimeAcrossStages) {
   for (const ProgressLock lock : {ProgressLock::kJobLoops, ProgressLock::kUpdateLoops}) {
