@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -9,6 +10,7 @@
 #include "tqfd/Export.h"
 #include "tqfd/Geometry.h"
 #include "tqfd/Progress.h"
+#include "tqimage/GeoCoefficients.h"
 #include "tqorkit/tqIntOri.h"
 #include "tqorkit/tqPhotoCategory.h"
 
@@ -56,9 +58,34 @@ class TQTORTHO_API tqTORProc {
   /// block number.
   ///
   /// @param blockNumber  counted from 1
-  /// @return false when the file cannot be opened, its scale is below 1 (logged) or the block is not
-  ///         in it; true otherwise, whatever became of the photos.
+  /// @return false when the file cannot be opened, its scale is below 1 (logged) or the block is
+  ///         not in it; true otherwise, whatever became of the photos.
   bool BlockObs(const char* paramPath, int blockNumber);
+
+  /// Puts the job's fill texture into every ortho image wherever the texture has a colour, cells
+  /// that the photo does not see above all. Call it on the object of a finished job, once texture
+  /// ("<temporary output>/ot/textures.tif") and photo map ("ot/pix_map.bin") exist for the same
+  /// grid. Replaces each photo's ownership mask by one made from the map.
+  ///
+  /// Kept: both steps of a photo count as a whole one, so a complete run ends at 200 percent.
+  ///
+  /// @param ignored    not used
+  /// @param orthoDir   prefix of the ortho images' names, as given to TrueOrthoPhotoProc
+  /// @return false without photos, parameter file, resolution or texture, and after a stop. A photo
+  ///         that cannot be read and a map that is missing (logged) are no failure.
+  bool UpdateOrthoImages(std::string ignored, std::string orthoDir, tqfd::ProgressCallback progress,
+                         void* user);
+  /// Sets to 0 the cells of every ortho image that the photo must not supply: outside its ownership
+  /// mask, or hidden. The alternative to UpdateOrthoImages for hosts that mosaic by themselves.
+  ///
+  /// Kept: an answer of 0 from the callback does not stop it.
+  ///
+  /// @return false without photos, parameter file or resolution; true otherwise, whatever photo
+  ///         could not be read.
+  bool UpdateOrthoImagesMarkOcc(std::string ignored, std::string orthoDir,
+                                tqfd::ProgressCallback progress, void* user);
+  /// A hook for hosts that balance colours themselves; does nothing and returns true.
+  bool ColorCompensation();
 
  protected:
   friend struct TestPeer;
@@ -79,8 +106,8 @@ class TQTORTHO_API tqTORProc {
                        void* user);
   /// Makes every photo's weight mask ("_wgt.tif") from its occlusion mask, photos of a block in
   /// parallel: a byte per cell, 0 where the photo shows nothing, growing with the distance to such
-  /// cells and towards the nadir. A photo without a readable occlusion mask gets none and reports no
-  /// progress, so that the last percentage stays below 100.
+  /// cells and towards the nadir. A photo without a readable occlusion mask gets none and reports
+  /// no progress, so that the last percentage stays below 100.
   ///
   /// @param ignored  not used
   /// @return false without photos, and after a stop.
@@ -96,13 +123,48 @@ class TQTORTHO_API tqTORProc {
   ///         the border mask cannot be opened.
   bool RefineOcclusion(std::string obsPath);
 
-  std::vector<tqorkit::tqPhotoCategory> photoBlocks;   ///< in photo-list order
-  std::map<int, tqorkit::tqIntOri> cameras;            ///< by camera id
+  /// Reads the mosaic's ground extent and resolution back from the parameter file and the photos'
+  /// footprints. With both vectors it also cuts the mosaic into strips of 5,000 rows, from south to
+  /// north: the photos of each strip and their bounding rectangle. Photos without a footprint take
+  /// no part.
+  ///
+  /// @return false without a readable parameter file, for a scale below 1 (logged) and, when strips
+  ///         are asked for, without a resolution
+  bool GetGlobalGeoInfoFromFile(tqfd::Rect2_T<double>& rect, double& resolution,
+                                std::vector<std::vector<tqfd::Point2_T<int>>>* stripPhotos,
+                                std::vector<tqfd::Rect2_T<double>>* stripRects);
+  /// Size and georeference of the mosaic that globalRect and the resolutions describe; 0 and
+  /// default coefficients when a resolution is unset.
+  int GetGlobalWidth() const;
+  int GetGlobalHeight() const;
+  tqimage::GeoCoefficients GetGeoCoeff() const;
+  /// Fills photoOverlaps from the photos of photoList.
+  void CheckOverlaps();
+  /// Cuts the mosaic into regions of at most about 1 GB of colour, from north to south; every photo
+  /// goes to the first one that it overlaps.
+  ///
+  /// @param regions       bounding rectangles of the regions' photos
+  /// @param ignored       not used
+  /// @param regionPhotos  by index of the region; other entries stay
+  bool ImageRegionPartition(
+      std::vector<tqfd::Rect2_T<double>>& regions, double ignored,
+      std::map<std::uint64_t, std::vector<tqfd::Point2_T<int>>>& regionPhotos);
+  /// What the update passes start with: fills photoList, photoOverlaps, globalRect and the
+  /// resolutions. Null pointers as in GetGlobalGeoInfoFromFile.
+  bool PlaceMosaic(std::vector<std::vector<tqfd::Point2_T<int>>>* stripPhotos,
+                   std::vector<tqfd::Rect2_T<double>>* stripRects);
+
+  std::vector<tqorkit::tqPhotoCategory> photoBlocks;  ///< in photo-list order
+  std::map<int, tqorkit::tqIntOri> cameras;           ///< by camera id
   std::map<std::uint64_t, std::vector<std::uint64_t>> photoNeighbours;
   std::vector<tqfd::Point2_T<int>> extentPoints;
-  tqfd::Rect2_T<double> globalRect;                    ///< ground extent of the mosaic
+  tqfd::Rect2_T<double> globalRect;  ///< ground extent of the mosaic
   double globalResX = 0;  ///< ground size of a mosaic cell; below 1e-5 in magnitude = unset
-  double globalResY = 0;
+  double globalResY = 0;  ///< negative, north-up
+  /// Photos that take part in the update, in job order: x = block, y = photo in the block.
+  std::vector<tqfd::Point2_T<int>> photoList;
+  /// By index in photoList: those that cover more than 30 % of that photo.
+  std::map<std::size_t, std::vector<std::size_t>> photoOverlaps;
 };
 
 }  // namespace tqtortho
