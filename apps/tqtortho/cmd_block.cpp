@@ -4,10 +4,22 @@
 
 #include "commands.h"
 #include "tqorkit/TqFSManager.h"
+#include "tqtortho/tqTORProc.h"
 #include "tqtortho/tqTORectify.h"
 
 namespace tqtortho::app {
 namespace {
+
+/// The work of one block of a parameter file; both kinds have the same arguments.
+using BlockWork = bool (*)(const char* paramPath, int blockNumber);
+
+bool Rectify(const char* paramPath, int blockNumber) {
+  return tqTORectify().BlockOR(paramPath, blockNumber);
+}
+
+bool MakeThumbnails(const char* paramPath, int blockNumber) {
+  return tqTORProc().BlockObs(paramPath, blockNumber);
+}
 
 struct BlockOptions {
   std::string param;
@@ -15,27 +27,23 @@ struct BlockOptions {
   std::string tmp;
 };
 
-int RunBlock(const BlockOptions& options) {
+int RunBlock(const BlockOptions& options, BlockWork work) {
   if (!std::filesystem::is_regular_file(options.param)) {
-    return Fail(kBadInput, options.param +
-                               ": no such parameter file; a job leaves it at "
-                               "WORK/ortho_data/orParam.txt");
+    return Fail(kBadInput,
+                options.param + ": no such parameter file; a job leaves it in WORK/ortho_data");
   }
   if (!options.tmp.empty()) tqorkit::TqFSManager::SetOutputTmpFilePath(options.tmp);
-  tqTORectify rectify;
-  if (!rectify.BlockOR(options.param.c_str(), options.number)) {
+  if (!work(options.param.c_str(), options.number)) {
     return Fail(kFailed, options.param + ": block " + std::to_string(options.number) +
                              " is not in it, or its scale (second line) is below 1");
   }
   return kDone;
 }
 
-}  // namespace
-
-void AddBlock(CLI::App& app, int& status) {
+void AddBlockCommand(CLI::App& app, int& status, const char* name, const char* description,
+                     const char* footer, BlockWork work) {
   auto options = std::make_shared<BlockOptions>();
-  CLI::App* command = app.add_subcommand(
-      "block", "Rectify one work block of a job's parameter file (for job arrays)");
+  CLI::App* command = app.add_subcommand(name, description);
   command->add_option("--param", options->param, "parameter file of the job")
       ->required()
       ->type_name("FILE");
@@ -44,10 +52,27 @@ void AddBlock(CLI::App& app, int& status) {
       ->check(CLI::Range(1, 100000000));
   command->add_option("--tmp", options->tmp, "the job's temporary directory (WORK/tmp)")
       ->type_name("DIR");
-  command->footer(
-      "Example: tqtortho block --param WORK/ortho_data/orParam_plan.txt --number 3 --tmp "
-      "WORK/tmp");
-  command->callback([options, &status] { status = RunBlock(*options); });
+  command->footer(footer);
+  command->callback([options, &status, work] { status = RunBlock(*options, work); });
+}
+
+}  // namespace
+
+void AddBlock(CLI::App& app, int& status) {
+  AddBlockCommand(app, status, "block",
+                  "Rectify one work block of a job's parameter file (for job arrays)",
+                  "Example: tqtortho block --param WORK/ortho_data/orParam_plan.txt --number 3 "
+                  "--tmp WORK/tmp",
+                  &Rectify);
+}
+
+void AddThumbnails(CLI::App& app, int& status) {
+  AddBlockCommand(app, status, "thumbnails",
+                  "Quick occlusion masks of one work block, with a thumbnail of each",
+                  "Masks appear beside the ortho images as PHOTO_obs.tif, thumbnails as "
+                  "PHOTO_obs.tif_thumb.png.\n"
+                  "Example: tqtortho thumbnails --param WORK/ortho_data/orParam.txt --number 3",
+                  &MakeThumbnails);
 }
 
 }  // namespace tqtortho::app

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fstream>
 #include <string>
 
 #include "driver/param_file.h"
@@ -27,16 +26,10 @@ tqorkit::tqPhotoCategory PhotosOf(const ParamBlock& block) {
 }  // namespace
 
 bool tqTORectify::BlockOR(const char* paramPath, int blockNumber) {
-  if (paramPath == nullptr) return false;
   return Guarded([&] {
-    std::ifstream file(paramPath);
-    if (!file) return false;
-    ParamFileReader reader(file);
     ParamHeader header;
-    if (!reader.ReadHeader(header) || !reader.FindBlock(blockNumber)) return false;
     ParamBlock block;
-    reader.ReadBlock(block);
-    file.close();
+    if (!ReadWorkBlock(paramPath, blockNumber, header, block)) return false;
 
     std::map<int, tqorkit::tqIntOri> cameras;
     cameras[block.camera.cameraId].Set(block.camera);

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fstream>
 #include <string>
 
 #include "driver/param_file.h"
@@ -44,16 +43,10 @@ bool TracePhoto(tqorkit::tqExtOri& photo, const ParamHeader& header) {
 }  // namespace
 
 bool tqTORProc::BlockObs(const char* paramPath, int blockNumber) {
-  if (paramPath == nullptr) return false;
   return Guarded([&] {
-    std::ifstream file(paramPath);
-    if (!file) return false;
-    ParamFileReader reader(file);
     ParamHeader header;
-    if (!reader.ReadHeader(header) || !reader.FindBlock(blockNumber)) return false;
     ParamBlock block;
-    reader.ReadBlock(block);
-    file.close();
+    if (!ReadWorkBlock(paramPath, blockNumber, header, block)) return false;
 
     tqorkit::tqPhotoCategory category = PhotosToTrace(block, header.heightPair[0]);
     for (auto& photo : category.GetPhotos()) {

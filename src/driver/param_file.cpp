@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "driver/param_file.h"
 
+#include <fstream>
+
 #include "core/c_locale.h"
 #include "job/messages.h"
 
@@ -157,6 +159,16 @@ void ParamFileReader::ReadBlock(ParamBlock& block) {
     photo.photoName = name;
     photo.imageBlockId = blockIndex;
   }
+}
+
+bool ReadWorkBlock(const char* path, int number, ParamHeader& header, ParamBlock& block) {
+  if (path == nullptr) return false;
+  std::ifstream file(path);
+  if (!file) return false;
+  ParamFileReader reader(file);
+  if (!reader.ReadHeader(header) || !reader.FindBlock(number)) return false;
+  reader.ReadBlock(block);
+  return true;
 }
 
 }  // namespace tqtortho

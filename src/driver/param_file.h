@@ -79,4 +79,9 @@ class ParamFileReader {
   std::string line_;
 };
 
+/// Header and one block of the parameter file at `path`, as every worker takes them. False when the
+/// file cannot be opened, its scale is below 1 (logged) or the block is missing.
+[[nodiscard]] bool ReadWorkBlock(const char* path, int number, ParamHeader& header,
+                                 ParamBlock& block);
+
 }  // namespace tqtortho

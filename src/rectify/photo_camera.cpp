@@ -3,8 +3,6 @@
 
 namespace tqtortho {
 
-namespace {
-
 LensDistortion LensOf(const tqorkit::tqIntOri& interior) {
   const auto inPixels = interior.GetCameraCoeffs(true);
   const auto size = interior.GetImageSize();
@@ -25,8 +23,6 @@ LensDistortion LensOf(const tqorkit::tqIntOri& interior) {
   lens.b2 = c[6];
   return lens;
 }
-
-}  // namespace
 
 PhotoCamera CameraOf(const tqorkit::tqIntOri& interior, const tqorkit::tqExtOri& exterior) {
   double pose[6];  // Xs, Ys, Zs, phi, omega, kappa

@@ -11,4 +11,7 @@ namespace tqtortho {
 [[nodiscard]] PhotoCamera CameraOf(const tqorkit::tqIntOri& interior,
                                    const tqorkit::tqExtOri& exterior);
 
+/// The lens alone.
+[[nodiscard]] LensDistortion LensOf(const tqorkit::tqIntOri& interior);
+
 }  // namespace tqtortho

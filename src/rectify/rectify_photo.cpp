@@ -12,6 +12,7 @@
 #include "rectify/camera_model.h"
 #include "rectify/footprint.h"
 #include "rectify/ortho_kernel.h"
+#include "rectify/photo_camera.h"
 #include "rectify/valid_rect.h"
 #include "tqorkit/TqGPC.h"
 #include "tqtortho/tqTORectify.h"
@@ -22,44 +23,12 @@ namespace {
 using tqorkit::PhotoInfo;
 using Rect = tqfd::Rect2_T<double>;
 
-LensDistortion MakeLens(const tqorkit::tqIntOri& interior) {
-  const tqorkit::tqIntOri::INTORI& record = interior.Get();
-  const tqfd::Point3_T<double> inPixels = interior.GetCameraCoeffs(true);
-  const tqfd::Point2_T<double> size = interior.GetImageSize();
-  const double* c = record.coefficients;
-  LensDistortion lens;
-  lens.model = record.distortionModel;
-  lens.height = size.y;
-  lens.centreCol = size.x * 0.5 + inPixels.x;
-  lens.centreUp = size.y * 0.5 + inPixels.y;
-  lens.focalPixels = inPixels.z;
-  lens.pixelSize = kLengthScale * record.pixelSize;
-  lens.k1 = c[0];
-  lens.k2 = c[1];
-  lens.k3 = c[2];
-  lens.p1 = c[3];
-  lens.p2 = c[4];
-  lens.b1 = c[5];
-  lens.b2 = c[6];
-  return lens;
-}
-
+/// The photo's camera with the rotation matrix that the object holds, which callers may have built
+/// from another orientation than the one it holds now.
 PhotoCamera MakeCamera(const tqorkit::tqIntOri& interior, const tqorkit::tqExtOri& exterior,
                        const double* rotation) {
-  PhotoCamera camera;
-  double pose[6];
-  exterior.GetPos(pose);
-  camera.centre = {pose[0], pose[1], pose[2]};
+  PhotoCamera camera = CameraOf(interior, exterior);
   std::copy_n(rotation, 9, camera.rotation);
-  const tqfd::Point3_T<double> lengths = interior.GetCameraCoeffs(false);
-  camera.focal = kLengthScale * lengths.z;
-  camera.offsetX = kLengthScale * lengths.x;
-  camera.offsetY = kLengthScale * lengths.y;
-  camera.pixelSize = kLengthScale * interior.Get().pixelSize;
-  const tqfd::Point2_T<double> size = interior.GetImageSize();
-  camera.width = size.x;
-  camera.height = size.y;
-  camera.lens = MakeLens(interior);
   return camera;
 }
 
@@ -174,7 +143,7 @@ void tqTORectify::CalcInvCollinearityEquation(double x, double y, double groundZ
 }
 
 tqfd::Point2_T<float> tqTORectify::PixelDistortionCorrect(tqfd::Point2_T<float> ideal) const {
-  return RecordedFromIdeal(MakeLens(interior_), ideal);
+  return RecordedFromIdeal(LensOf(interior_), ideal);
 }
 
 bool tqTORectify::DoTORectfy(PhotoInfo& photo, PhotoInfo& dsm, const tqorkit::tqIntOri& interior,
