@@ -17,6 +17,7 @@ void AddTrace(CLI::App& app, int& status);
 void AddSelfTest(CLI::App& app, int& status);
 void AddSample(CLI::App& app, int& status);
 void AddScore(CLI::App& app, int& status);
+void AddMosaic(CLI::App& app, int& status);
 void AddInfo(CLI::App& app, int& status);
 
 /// One line on standard error: "tqtortho: " and the text.

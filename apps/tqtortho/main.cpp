@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
   AddInfo(app, status);
   AddSample(app, status);
   AddScore(app, status);
+  AddMosaic(app, status);
   AddBlock(app, status);
   AddBorder(app, status);
   AddThumbnails(app, status);

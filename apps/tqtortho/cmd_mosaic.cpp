@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <omp.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "geo/Vector.h"
+#include "host/mosaic_stage.h"
+#include "progress_printer.h"
+#include "tqimage/TqImage.h"
+
+namespace tqtortho::app {
+namespace {
+
+struct MosaicCommand {
+  std::string work;
+  std::string area;
+  int threads = 0;
+  bool noFill = false;
+  bool noBalance = false;
+  bool json = false;
+  bool quiet = false;
+  host::MosaicOptions options;
+};
+
+void PrintReport(const host::MosaicReport& report, const std::string& outDir) {
+  const auto share = [&](std::int64_t cells) {
+    return report.cells > 0 ? 100.0 * static_cast<double>(cells) / report.cells : 0.0;
+  };
+  std::fprintf(stderr, "cells           %14lld\n", static_cast<long long>(report.cells));
+  std::fprintf(stderr, "  seen          %13.3f %%\n", share(report.seen));
+  std::fprintf(stderr, "  by one photo  %13.3f %%\n", share(report.seenByOne));
+  std::fprintf(stderr, "  filled        %13.3f %%\n", share(report.filled));
+  std::fprintf(stderr, "  never covered %13.3f %%\n", share(report.neverCovered));
+  std::fprintf(stderr, "seams           %12.1f m, colour step %.2f, balanced %.2f grey values\n",
+               report.seamLength, report.colourStepBefore, report.colourStepAfter);
+  std::fprintf(stderr, "open %s/mosaic.tif in QGIS\n", outDir.c_str());
+}
+
+int RunMosaic(MosaicCommand command) {
+  host::MosaicInput input;
+  std::string error;
+  host::MosaicOptions& options = command.options;
+  options.workDir = std::filesystem::absolute(command.work).lexically_normal().string();
+  if (!host::LoadMosaicInput(options.workDir, input, error)) return Fail(kBadInput, error);
+  if (!command.area.empty()) {
+    tqimage::TqImage dsm;
+    const std::string dsmPath = options.workDir + "/dsm.tif";
+    if (!dsm.Open(dsmPath, true)) return Fail(kBadInput, dsmPath + ": cannot be read");
+    const std::string crs = dsm.GetGeoCoefficients().GetProjection();
+    if (!geo::ReadPolygon(command.area, crs, options.area, error)) return Fail(kBadInput, error);
+  }
+  if (command.threads > 0) omp_set_num_threads(command.threads);
+  options.format.threads = command.threads;
+  options.fillHoles = !command.noFill;
+  options.balanceColours = !command.noBalance;
+
+  WatchInterrupts();
+  ProgressPrinter printer(ChooseProgressStyle(command.json, command.quiet));
+  std::string stage;
+  const auto progress = [&](const char* name, double percent) {
+    if (stage != name) {
+      stage = name;
+      printer.BeginStage(stage);
+    }
+    printer.Progress(percent);
+    return !printer.StopRequested();
+  };
+  host::MosaicReport report;
+  const bool made = host::MakeMosaic(input, options, progress, report, error);
+  for (const auto& line : report.leftOut) printer.Warn(line);
+  if (!made) {
+    if (Interrupted()) return Fail(kInterrupted, "interrupted; run the same command again");
+    return Fail(kFailed, error);
+  }
+  for (const auto& done : report.stages) {
+    printer.BeginStage(done.name);
+    printer.EndStage(done.seconds);
+  }
+  if (!command.quiet && !command.json) PrintReport(report, options.outDir);
+  return kDone;
+}
+
+}  // namespace
+
+void AddMosaic(CLI::App& app, int& status) {
+  auto o = std::make_shared<MosaicCommand>();
+  CLI::App* command =
+      app.add_subcommand("mosaic", "Make the mosaic of a finished run again, with other options");
+  command->add_option("--work", o->work, "work directory of the run (OUT/work)")
+      ->required()
+      ->type_name("DIR");
+  command->add_option("--out", o->options.outDir, "receives mosaic.tif, source.tif, quality.tif")
+      ->required()
+      ->type_name("DIR");
+  command->add_option("--compress", o->options.format.compression, "compression of the rasters")
+      ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
+      ->capture_default_str();
+  command->add_option("--jpeg-quality", o->options.format.jpegQuality, "for --compress jpeg")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command->add_option("--feather", o->options.feather, "cells on each side of a seam")
+      ->check(CLI::Range(0, 32))
+      ->capture_default_str();
+  command->add_option("--area", o->area, "polygon (GeoJSON, GeoPackage ...) to cut the product to")
+      ->type_name("FILE");
+  command->add_option("--threads", o->threads, "0: all cores")->check(CLI::Range(0, 1024));
+  command->add_flag("--no-fill", o->noFill, "leave cells empty that no photo sees");
+  command->add_flag("--no-balance", o->noBalance, "keep the photos' colours");
+  command->add_flag("--json", o->json, "progress as JSON lines on standard output");
+  command->add_flag("--quiet", o->quiet, "no progress");
+  command->footer("Example: tqtortho mosaic --work out/work --out out2 --compress jpeg");
+  command->callback([o, &status] { status = RunMosaic(*o); });
+}
+
+}  // namespace tqtortho::app

@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/mosaic_stage.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+
+#include "core/numeric.h"
+#include "core/rect_ops.h"
+#include "host/mosaic_tile.h"
+#include "job/photo_files.h"
+#include "rectify/photo_camera.h"
+#include "tqfd/Timer.h"
+#include "tqimage/TqImage.h"
+#include "tqorkit/tqBinaryData.h"
+
+namespace tqtortho::host {
+namespace {
+
+namespace fs = std::filesystem;
+using tqimage::TqImage;
+
+/// More cells on a side than any survey has; keeps sizes and block numbers in range.
+constexpr int kMostCells = 2'000'000;
+
+/// Times the stages and passes progress on; the first false stops everything.
+class Stages {
+ public:
+  Stages(const MosaicProgress& progress, MosaicReport& report)
+      : progress_(progress), report_(report) {}
+  void Begin(const char* name) {
+    End();
+    name_ = name;
+    timer_.Start();
+    Tell(0);
+  }
+  void End() {
+    if (name_ == nullptr) return;
+    timer_.Stop();
+    report_.stages.push_back({name_, timer_.ElapsedSeconds()});
+    name_ = nullptr;
+  }
+  /// Callable from any thread inside a critical section of the caller's.
+  void Tell(double percent) {
+    if (progress_ && !stopped_ && !progress_(name_, percent)) stopped_ = true;
+  }
+  [[nodiscard]] bool Stopped() const { return stopped_; }
+
+ private:
+  const MosaicProgress& progress_;
+  MosaicReport& report_;
+  tqfd::Timer timer_;
+  const char* name_ = nullptr;
+  std::atomic<bool> stopped_{false};
+};
+
+/// The grid of the mosaic: the fold of the footprints, first to last cell centre.
+bool FindGrid(const MosaicInput& input, const std::string& dsmPath, MosaicGrid& grid,
+              std::string& error) {
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  tqfd::Rect2_T<double> all{kLargest, kLargest, -kLargest, -kLargest};
+  for (const auto& block : input.blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      if (HasArea(photo.GetGeoRect())) FoldInto(all, photo.GetGeoRect());
+    }
+  }
+  if (!HasArea(all) || !(input.gsd > kZeroTolerance)) {
+    error = "no photo of the job has an ortho image; run the job again";
+    return false;
+  }
+  grid.minX = all.minX;
+  grid.maxY = all.maxY;
+  grid.step = input.gsd;
+  grid.cols = TruncToInt((all.maxX - all.minX) / input.gsd + 0.5);
+  grid.rows = TruncToInt((all.maxY - all.minY) / input.gsd + 0.5);
+  if (grid.cols >= kMostCells || grid.rows >= kMostCells) {
+    error = "the photos lie too far apart for one mosaic; check their positions";
+    return false;
+  }
+  ++grid.cols;
+  ++grid.rows;
+  TqImage dsm;
+  if (!dsm.Open(dsmPath, true)) {
+    error = dsmPath + ": cannot be read; --work must be the work directory of a finished run";
+    return false;
+  }
+  grid.projection = dsm.GetGeoCoefficients().GetProjection();
+  return true;
+}
+
+std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string& layerDir) {
+  std::vector<MosaicPhoto> photos;
+  for (const auto& block : input.blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      MosaicPhoto entry;
+      entry.number = static_cast<int>(photos.size()) + 1;
+      entry.name = photo.GetPhotoName();
+      entry.cameraId = photo.GetCameraId();
+      entry.photoPath = block.GetPhotoPath() + "/" + photo.GetPhotoName();
+      entry.orthoPath = OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
+      entry.layerPath = layerDir + "/" + std::to_string(entry.number) + ".tif";
+      const auto camera = input.cameras.find(photo.GetCameraId());
+      entry.usable = HasArea(photo.GetGeoRect()) && camera != input.cameras.end();
+      if (entry.usable) entry.camera = CameraOf(camera->second, photo);
+      photos.push_back(std::move(entry));
+    }
+  }
+  return photos;
+}
+
+void MakeLayers(const MosaicGrid& grid, const std::string& dsmPath,
+                std::vector<MosaicPhoto>& photos, std::vector<PhotoColours>& colours,
+                Stages& stages, MosaicReport& report) {
+  colours.resize(photos.size());
+  int finished = 0;
+#pragma omp parallel for schedule(dynamic)
+  for (std::size_t i = 0; i < photos.size(); ++i) {
+    if (stages.Stopped()) continue;
+    std::string line;
+    const bool wanted = photos[i].usable;
+    if (wanted) MakeMosaicLayer(grid, dsmPath, photos[i], colours[i], line);
+#pragma omp critical(tqtortho_host_mosaic)
+    {
+      if (!line.empty()) report.leftOut.push_back(line);
+      stages.Tell(100.0 * ++finished / static_cast<double>(photos.size()));
+    }
+  }
+}
+
+/// The files that tiles go to.
+struct Outputs {
+  MosaicWriter product;
+  TqImage textures;
+  tqorkit::tqBinaryData map;
+
+  bool Start(const MosaicOptions& options, const MosaicGrid& grid, std::string& error) {
+    const std::string ot = options.workDir + "/tmp/ot";
+    if (!product.Start(options.outDir, ot, grid, options.format, error)) return false;
+    const double transform[6] = {grid.minX, grid.step, 0, grid.maxY, 0, -grid.step};
+    tqimage::GeoCoefficients at(transform, grid.cols, grid.rows);
+    at.SetProjection(grid.projection);
+    const std::string texturePath = ot + "/textures.tif";
+    if (!textures.Create(texturePath, grid.cols, grid.rows, 3, tqimage::kByte, tqimage::kGeoTiff,
+                         true) ||
+        !textures.SetGeoCoefficients(at)) {
+      error = texturePath + ": cannot be written; is the disk full?";
+      return false;
+    }
+    return StartMap(ot + "/pix_map.bin", grid, at, error);
+  }
+
+  bool StartMap(const std::string& path, const MosaicGrid& grid, const tqimage::GeoCoefficients& at,
+                std::string& error);
+
+  bool Write(const MosaicGrid& grid, const MosaicOptions& options, const TileResult& tile,
+             const CellSpan& span) {
+    const int cols = span.endCol - span.firstCol;
+    const int rows = span.endRow - span.firstRow;
+    const tqfd::Rect2_T<int> rect{span.firstCol, span.firstRow, span.endCol, span.endRow};
+    std::vector<std::uint8_t> band(static_cast<std::size_t>(cols) * rows);
+    for (std::size_t b = 0; b < 3; ++b) {
+      for (std::size_t i = 0; i < band.size(); ++i) band[i] = tile.pixels[3 * i + b];
+      if (!textures.WriteImage(static_cast<int>(b), rect, tqimage::kByte, band.data()))
+        return false;
+    }
+    std::vector<std::uint16_t> numbers = tile.source;
+    if (!map.SaveBlkData(span.firstCol, span.firstRow, cols, rows, numbers.data())) return false;
+    const std::vector<std::uint8_t> alpha = AlphaOf(grid, options.area, tile, span);
+    TileResult cut = tile;
+    for (std::size_t i = 0; i < alpha.size(); ++i) {
+      if (alpha[i] != 0) continue;
+      cut.source[i] = 0;
+      cut.quality[i] = kQualityNone;
+      std::fill_n(cut.pixels.begin() + static_cast<std::ptrdiff_t>(3 * i), 3, std::uint8_t{0});
+    }
+    return product.Write({span.firstCol, span.firstRow, cols, rows, cut.pixels.data(), alpha.data(),
+                          cut.source.data(), cut.quality.data()});
+  }
+};
+
+bool Outputs::StartMap(const std::string& path, const MosaicGrid& grid,
+                       const tqimage::GeoCoefficients& at, std::string& error) {
+  if (map.Create(path, grid.cols, grid.rows, 2) && map.SetGeoCoefficients(at)) return true;
+  error = path + ": cannot be written; is the disk full?";
+  return false;
+}
+
+bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
+               const ColourModel& colours, const MosaicOptions& options, Outputs& outputs,
+               Stages& stages, MosaicReport& report, std::string& error) {
+  const int side = std::max(options.tileSide, 64);
+  const int across = (grid.cols + side - 1) / side;
+  const int down = (grid.rows + side - 1) / side;
+  const int count = across * down;
+  TileStatistics sum;
+  int finished = 0;
+  std::atomic<bool> failed{false};
+#pragma omp parallel for schedule(dynamic)
+  for (int i = 0; i < count; ++i) {
+    if (failed || stages.Stopped()) continue;
+    const int row = i / across * side;
+    const int col = i % across * side;
+    const CellSpan span{row, col, std::min(row + side, grid.rows), std::min(col + side, grid.cols)};
+    TileResult tile;
+    std::string line;
+    const bool made = MakeMosaicTile(grid, photos, colours, options, span, tile, line);
+#pragma omp critical(tqtortho_host_mosaic)
+    {
+      if (!made || !outputs.Write(grid, options, tile, span)) {
+        failed = true;
+        if (error.empty()) {
+          error = made ? options.workDir + ": cannot be written to; is the disk full?" : line;
+        }
+      } else {
+        sum.Add(tile.statistics);
+        stages.Tell(100.0 * ++finished / count);
+      }
+    }
+  }
+  if (failed) return false;
+  report.seen = sum.seen;
+  report.seenByOne = sum.seenByOne;
+  report.filled = sum.filled;
+  report.neverCovered = sum.neverCovered;
+  report.seamLength = sum.seams.cells * grid.step;
+  if (sum.seams.compared > 0) {
+    report.colourStepBefore = sum.seams.stepBefore / sum.seams.compared;
+    report.colourStepAfter = sum.seams.stepAfter / sum.seams.compared;
+  }
+  return true;
+}
+
+bool Publish(const std::vector<MosaicPhoto>& photos, const MosaicReport& report, Outputs& outputs,
+             const MosaicOptions& options, std::string& error) {
+  if (!outputs.map.Close() || !outputs.textures.Close()) {
+    error = options.workDir + "/tmp/ot: cannot be written to; is the disk full?";
+    return false;
+  }
+  std::vector<std::pair<int, std::string>> table;
+  for (const MosaicPhoto& photo : photos) table.emplace_back(photo.number, photo.name);
+  char seen[64];
+  std::snprintf(seen, sizeof seen, "%lld", static_cast<long long>(report.seen));
+  return outputs.product.Finish(table, {{"CELLS_SEEN", seen}}, error);
+}
+
+}  // namespace
+
+bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
+                const MosaicProgress& progress, MosaicReport& report, std::string& error) {
+  report = {};
+  Stages stages(progress, report);
+  const std::string dsmPath = options.workDir + "/dsm.tif";
+  MosaicGrid grid;
+  if (!FindGrid(input, dsmPath, grid, error)) return false;
+  report.cells = static_cast<std::int64_t>(grid.cols) * grid.rows;
+
+  const std::string layerDir = options.workDir + "/tmp/ot/layers";
+  struct LayerFiles {
+    std::string dir;
+    ~LayerFiles() {
+      std::error_code ignored;
+      fs::remove_all(dir, ignored);
+    }
+  } const layerFiles{layerDir};
+  std::vector<MosaicPhoto> photos = ListPhotos(input, layerDir);
+  if (photos.size() >= std::numeric_limits<std::uint16_t>::max()) {
+    error = "more than 65534 photos in one job; divide it";
+    return false;
+  }
+  const auto stopped = [&] {
+    if (stages.Stopped()) error = "interrupted";
+    return stages.Stopped();
+  };
+  stages.Begin("visibility");
+  std::vector<PhotoColours> samples;
+  MakeLayers(grid, dsmPath, photos, samples, stages, report);
+  if (stopped()) return false;
+  if (std::none_of(photos.begin(), photos.end(), [](const MosaicPhoto& p) { return p.usable; })) {
+    error = report.leftOut.empty() ? "no photo of the job has an ortho image; run the job again"
+                                   : report.leftOut.front();
+    return false;
+  }
+  stages.Begin("colour");
+  ColourModel colours;
+  if (options.balanceColours) colours = BalanceColours(samples, {});
+  if (stopped()) return false;
+  stages.Begin("mosaic");
+  Outputs outputs;
+  if (!outputs.Start(options, grid, error) ||
+      !MakeTiles(grid, photos, colours, options, outputs, stages, report, error)) {
+    return false;
+  }
+  if (stopped()) return false;
+  stages.Begin("write");
+  if (!Publish(photos, report, outputs, options, error)) return false;
+  stages.Tell(100);
+  stages.End();
+  return true;
+}
+
+}  // namespace tqtortho::host

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/mosaic_writer.h"
+
+#include <cpl_string.h>
+#include <cpl_vsi.h>
+#include <gdal_priv.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+
+#include "internal/gdal_raster.h"
+#include "internal/staged_path.h"
+#include "tqfd/PathHelper.h"
+
+namespace tqtortho::host {
+namespace {
+
+using tqimage::DatasetPtr;
+using tqimage::GdalScope;
+
+bool HasZstd(GDALDriver* driver) {
+  const char* known = driver->GetMetadataItem(GDAL_DMD_CREATIONOPTIONLIST);
+  return known != nullptr && std::string(known).find("ZSTD") != std::string::npos;
+}
+
+/// A working raster: written once, read once, so fast and without overviews.
+DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int bands,
+                         GDALDataType type) {
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
+  if (driver == nullptr) return nullptr;
+  CPLStringList options;
+  options.SetNameValue("TILED", "YES");
+  options.SetNameValue("BLOCKXSIZE", "512");
+  options.SetNameValue("BLOCKYSIZE", "512");
+  options.SetNameValue("INTERLEAVE", "PIXEL");
+  options.SetNameValue("BIGTIFF", "IF_SAFER");
+  options.SetNameValue("SPARSE_OK", "TRUE");
+  if (HasZstd(driver)) {
+    options.SetNameValue("COMPRESS", "ZSTD");
+    options.SetNameValue("ZSTD_LEVEL", "1");
+  } else {
+    options.SetNameValue("COMPRESS", "DEFLATE");
+    options.SetNameValue("ZLEVEL", "1");
+  }
+  if (bands == 4) {
+    options.SetNameValue("PHOTOMETRIC", "RGB");
+    options.SetNameValue("ALPHA", "UNSPECIFIED");
+  }
+  DatasetPtr dataset(
+      driver->Create(path.c_str(), grid.cols, grid.rows, bands, type, options.List()));
+  if (!dataset) return nullptr;
+  const double transform[6] = {grid.minX, grid.step, 0, grid.maxY, 0, -grid.step};
+  tqimage::GeoCoefficients at(transform, grid.cols, grid.rows);
+  at.SetProjection(grid.projection);
+  if (!tqimage::WriteGeoreference(*dataset, at)) return nullptr;
+  return dataset;
+}
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool picture) {
+  CPLStringList options;
+  const std::string wanted = Lower(format.compression);
+  const bool jpeg = picture && wanted == "jpeg";
+  if (jpeg) {
+    options.SetNameValue("COMPRESS", "JPEG");
+    options.SetNameValue("QUALITY", std::to_string(format.jpegQuality).c_str());
+  } else if (wanted == "deflate" || !HasZstd(driver)) {
+    options.SetNameValue("COMPRESS", "DEFLATE");
+    options.SetNameValue("LEVEL", "6");
+  } else {
+    options.SetNameValue("COMPRESS", "ZSTD");
+    options.SetNameValue("LEVEL", "6");
+  }
+  if (!jpeg) options.SetNameValue("PREDICTOR", picture ? "YES" : "NO");
+  options.SetNameValue("BLOCKSIZE", "512");
+  options.SetNameValue("BIGTIFF", "IF_SAFER");
+  options.SetNameValue("OVERVIEWS", "IGNORE_EXISTING");
+  options.SetNameValue("OVERVIEW_RESAMPLING", picture ? "AVERAGE" : "NEAREST");
+  options.SetNameValue("NUM_THREADS",
+                       format.threads > 0 ? std::to_string(format.threads).c_str() : "ALL_CPUS");
+  return options;
+}
+
+/// A cloud-optimised copy beside `target`, renamed onto it.
+bool PublishCog(GDALDataset& working, const std::string& target, const MosaicFormat& format,
+                bool picture, std::string& error) {
+  GdalScope scope;
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("COG");
+  if (driver == nullptr) {
+    error = target + ": this GDAL cannot write cloud-optimised GeoTIFF";
+    return false;
+  }
+  const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
+  const std::string staged = StagedPath(target);
+  const CPLStringList options = FinalOptions(driver, format, picture);
+  DatasetPtr copy(
+      driver->CreateCopy(staged.c_str(), &working, FALSE, options.List(), nullptr, nullptr));
+  const bool whole = copy != nullptr;
+  copy.reset();
+  if (whole && !scope.Failed() && tqimage::PublishFile(staged, target)) return true;
+  VSIUnlink(staged.c_str());
+  error = target + ": cannot be written; is the disk full? " + scope.Message();
+  return false;
+}
+
+}  // namespace
+
+struct MosaicWriter::Impl {
+  std::string outDir;
+  MosaicFormat format;
+  std::string paths[3];
+  DatasetPtr mosaic;
+  DatasetPtr source;
+  DatasetPtr quality;
+
+  ~Impl() {
+    const GdalScope scope;
+    mosaic.reset();
+    source.reset();
+    quality.reset();
+    for (const std::string& path : paths) {
+      if (!path.empty()) VSIUnlink(path.c_str());
+    }
+  }
+};
+
+MosaicWriter::MosaicWriter() : impl_(std::make_unique<Impl>()) {}
+MosaicWriter::~MosaicWriter() = default;
+
+bool MosaicWriter::Start(const std::string& outDir, const std::string& workDir,
+                         const MosaicGrid& grid, const MosaicFormat& format, std::string& error) {
+  GdalScope scope;
+  impl_->outDir = outDir;
+  impl_->format = format;
+  const char* names[3] = {"mosaic", "source", "quality"};
+  for (int i = 0; i < 3; ++i) impl_->paths[i] = StagedPath(workDir + "/" + names[i] + ".tif");
+  (void)tqfd::PathHelper::MakeParentDirectory(impl_->paths[0]);
+  (void)tqfd::PathHelper::MakeParentDirectory(outDir + "/mosaic.tif");
+  impl_->mosaic = CreateWorking(impl_->paths[0], grid, 4, GDT_Byte);
+  impl_->source = CreateWorking(impl_->paths[1], grid, 1, GDT_UInt16);
+  impl_->quality = CreateWorking(impl_->paths[2], grid, 1, GDT_Byte);
+  if (impl_->mosaic && impl_->source && impl_->quality) return true;
+  error = workDir + ": cannot be written to; " + scope.Message();
+  return false;
+}
+
+bool MosaicWriter::Write(const MosaicTile& tile) {
+  GdalScope scope;
+  auto* pixels = const_cast<std::uint8_t*>(tile.pixels);
+  int bands[3] = {1, 2, 3};
+  const auto band = [&](GDALDataset& dataset, int number, const void* data, GDALDataType type) {
+    return dataset.GetRasterBand(number)->RasterIO(
+               GF_Write, tile.firstCol, tile.firstRow, tile.cols, tile.rows,
+               const_cast<void*>(data), tile.cols, tile.rows, type, 0, 0, nullptr) == CE_None;
+  };
+  return impl_->mosaic->RasterIO(GF_Write, tile.firstCol, tile.firstRow, tile.cols, tile.rows,
+                                 pixels, tile.cols, tile.rows, GDT_Byte, 3, bands, 3,
+                                 static_cast<GSpacing>(3) * tile.cols, 1, nullptr) == CE_None &&
+         band(*impl_->mosaic, 4, tile.alpha, GDT_Byte) &&
+         band(*impl_->source, 1, tile.source, GDT_UInt16) &&
+         band(*impl_->quality, 1, tile.quality, GDT_Byte) && !scope.Failed();
+}
+
+bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoTable,
+                          const std::vector<std::pair<std::string, std::string>>& notes,
+                          std::string& error) {
+  GdalScope scope;
+  for (const auto& [key, value] : notes) {
+    impl_->mosaic->SetMetadataItem(key.c_str(), value.c_str());
+  }
+  char key[32];
+  for (const auto& [number, name] : photoTable) {
+    std::snprintf(key, sizeof key, "PHOTO_%05d", number);
+    impl_->source->SetMetadataItem(key, name.c_str());
+  }
+  impl_->source->GetRasterBand(1)->SetNoDataValue(0);
+  impl_->quality->SetMetadataItem("VALUES", "0 nothing, 1 seen, 2 seen by one photo, 3 filled");
+  for (GDALDataset* dataset : {impl_->mosaic.get(), impl_->source.get(), impl_->quality.get()}) {
+    dataset->FlushCache(false);
+  }
+  if (scope.Failed()) {
+    error = impl_->paths[0] + ": cannot be written; is the disk full? " + scope.Message();
+    return false;
+  }
+  return PublishCog(*impl_->mosaic, impl_->outDir + "/mosaic.tif", impl_->format, true, error) &&
+         PublishCog(*impl_->source, impl_->outDir + "/source.tif", impl_->format, false, error) &&
+         PublishCog(*impl_->quality, impl_->outDir + "/quality.tif", impl_->format, false, error);
+}
+
+}  // namespace tqtortho::host

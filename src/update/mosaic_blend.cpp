@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "update/mosaic_blend.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+
+#include "job/cv_bridge.h"
+#include "update/view_rating.h"
+
+namespace tqtortho {
+namespace {
+
+using Colour = std::array<float, 3>;
+
+Colour GainAt(const GainField& field, int row, int col) {
+  if (field.nodes.Empty()) return {1, 1, 1};
+  const int i = row / field.step;
+  const int j = col / field.step;
+  const float v = static_cast<float>(row - i * field.step) / static_cast<float>(field.step);
+  const float u = static_cast<float>(col - j * field.step) / static_cast<float>(field.step);
+  const float* upper = field.nodes.Row(i) + static_cast<std::ptrdiff_t>(3) * j;
+  const float* lower = field.nodes.Row(i + 1) + static_cast<std::ptrdiff_t>(3) * j;
+  Colour gain{};
+  for (int b = 0; b < 3; ++b) {
+    gain[b] = (1 - v) * ((1 - u) * upper[b] + u * upper[b + 3]) +
+              v * ((1 - u) * lower[b] + u * lower[b + 3]);
+  }
+  return gain;
+}
+
+Colour ColourAt(const MosaicView& view, int row, int col) {
+  const std::uint8_t* p = view.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
+  Colour colour = GainAt(view.gain, row, col);
+  for (int b = 0; b < 3; ++b) colour[b] *= static_cast<float>(p[b]);
+  return colour;
+}
+
+/// 255 where a cell of another label is not farther than `reach` cells.
+cv::Mat NearSeams(GridView<const std::uint16_t> labels, int reach) {
+  cv::Mat seam = cv::Mat::zeros(labels.rows, labels.cols, CV_8U);
+  for (int row = 0; row < labels.rows; ++row) {
+    const std::uint16_t* label = labels.Row(row);
+    const std::uint16_t* next = labels.Row(std::min(row + 1, labels.rows - 1));
+    auto* out = seam.ptr<std::uint8_t>(row);
+    for (int col = 0; col < labels.cols; ++col) {
+      const bool right = col + 1 < labels.cols && label[col + 1] != label[col];
+      if (right || next[col] != label[col]) out[col] = 255;
+    }
+  }
+  cv::Mat near;
+  cv::dilate(seam, near,
+             cv::getStructuringElement(cv::MORPH_RECT, cv::Size(2 * reach + 1, 2 * reach + 1)));
+  return near;
+}
+
+/// The labels around a cell and how many cells each supplies.
+struct LabelShares {
+  static constexpr int kMost = 8;
+  std::array<std::uint16_t, kMost> labels{};
+  std::array<int, kMost> counts{};
+  int size = 0;
+
+  void Add(std::uint16_t label) {
+    for (int i = 0; i < size; ++i) {
+      if (labels[i] == label) {
+        ++counts[i];
+        return;
+      }
+    }
+    if (size < kMost) {
+      labels[size] = label;
+      counts[size++] = 1;
+    }
+  }
+};
+
+LabelShares SharesAround(GridView<const std::uint16_t> labels, int row, int col, int feather) {
+  LabelShares shares;
+  shares.Add(labels.At(row, col));  // never left out, however many others there are
+  const int endRow = std::min(row + feather + 1, labels.rows);
+  const int endCol = std::min(col + feather + 1, labels.cols);
+  for (int r = std::max(row - feather, 0); r < endRow; ++r) {
+    const std::uint16_t* label = labels.Row(r);
+    for (int c = std::max(col - feather, 0); c < endCol; ++c) {
+      if (label[c] != 0) shares.Add(label[c]);
+    }
+  }
+  return shares;
+}
+
+Colour Mixed(const std::vector<MosaicView>& views, const LabelShares& shares, int slack, int row,
+             int col) {
+  Colour sum{};
+  float total = 0;
+  const int limit =
+      std::min<int>(views[shares.labels[0] - 1U].rating.At(row, col) + slack, kWorstView);
+  for (int i = 0; i < shares.size; ++i) {
+    const MosaicView& view = views[shares.labels[i] - 1U];
+    if (view.rating.At(row, col) > limit) continue;
+    const Colour colour = ColourAt(view, row, col);
+    const auto share = static_cast<float>(shares.counts[i]);
+    for (int b = 0; b < 3; ++b) sum[b] += share * colour[b];
+    total += share;
+  }
+  for (float& value : sum) value /= total;
+  return sum;
+}
+
+}  // namespace
+
+void BlendViews(const std::vector<MosaicView>& views, GridView<const std::uint16_t> labels,
+                const BlendOptions& options, const CellSpan& area, GridView<std::uint8_t> out) {
+  const cv::Mat near = NearSeams(labels, options.feather);
+  for (int row = area.firstRow; row < area.endRow; ++row) {
+    std::uint8_t* to = out.Row(row - area.firstRow);
+    const auto* nearRow = near.ptr<std::uint8_t>(row);
+    for (int col = area.firstCol; col < area.endCol; ++col, to += 3) {
+      const std::uint16_t label = labels.At(row, col);
+      if (label == 0) {
+        std::fill_n(to, 3, std::uint8_t{0});
+        continue;
+      }
+      const Colour colour = nearRow[col] == 0
+                                ? ColourAt(views[label - 1U], row, col)
+                                : Mixed(views, SharesAround(labels, row, col, options.feather),
+                                        options.slack, row, col);
+      for (int b = 0; b < 3; ++b) {
+        to[b] = static_cast<std::uint8_t>(std::clamp(colour[b] + 0.5F, 1.0F, 255.0F));
+      }
+    }
+  }
+}
+
+void MeasureSeams(const std::vector<MosaicView>& views, GridView<const std::uint16_t> labels,
+                  const CellSpan& area, SeamStatistics& statistics) {
+  const auto compare = [&](int row, int col, std::uint16_t first, std::uint16_t second) {
+    const MosaicView& a = views[first - 1U];
+    const MosaicView& b = views[second - 1U];
+    if (!IsSeen(a.rating.At(row, col)) || !IsSeen(b.rating.At(row, col))) return;
+    const Colour colourA = ColourAt(a, row, col);
+    const Colour colourB = ColourAt(b, row, col);
+    const std::uint8_t* p = a.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
+    const std::uint8_t* q = b.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
+    ++statistics.compared;
+    for (int i = 0; i < 3; ++i) {
+      statistics.stepBefore += std::abs(p[i] - q[i]) / 3.0;
+      statistics.stepAfter += std::fabs(colourA[i] - colourB[i]) / 3.0;
+    }
+  };
+  for (int row = area.firstRow; row < area.endRow; ++row) {
+    for (int col = area.firstCol; col < area.endCol; ++col) {
+      const std::uint16_t label = labels.At(row, col);
+      const auto pair = [&](int r, int c) {
+        if (!labels.Contains(r, c)) return;
+        const std::uint16_t other = labels.At(r, c);
+        if (label == 0 || other == 0 || other == label) return;
+        ++statistics.cells;
+        compare(row, col, label, other);
+      };
+      pair(row, col + 1);
+      pair(row + 1, col);
+    }
+  }
+}
+
+}  // namespace tqtortho
