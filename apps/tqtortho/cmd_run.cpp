@@ -17,6 +17,7 @@ struct RunArguments {
   host::RunOptions run;
   double gsd = -1;
   std::string resampling = "bilinear";
+  std::string finish = "fill";
   bool json = false;
   bool quiet = false;
 };
@@ -41,6 +42,15 @@ nlohmann::json ToJson(const host::RunReport& report) {
           {"cells", report.cells},
           {"seconds", report.seconds},
           {"peakMemoryBytes", report.peakMemoryBytes},
+          {"mosaic", report.mosaicPath},
+          {"mosaicCells", report.mosaic.cells},
+          {"seen", report.mosaic.seen},
+          {"seenByOne", report.mosaic.seenByOne},
+          {"filled", report.mosaic.filled},
+          {"neverCovered", report.mosaic.neverCovered},
+          {"seamLength", report.mosaic.seamLength},
+          {"colourStepBefore", report.mosaic.colourStepBefore},
+          {"colourStepAfter", report.mosaic.colourStepAfter},
           {"preview", report.previewPath},
           {"vrt", report.vrtPath}};
 }
@@ -65,9 +75,21 @@ void PrintTable(const host::RunReport& report) {
   for (const auto& s : report.stages) std::printf("  %-14s %8.1f s\n", s.name.c_str(), s.seconds);
   std::printf("  %-14s %8.1f s, peak memory %.0f MB\n", "all", report.seconds,
               static_cast<double>(report.peakMemoryBytes) / 1e6);
+  if (!report.mosaicPath.empty()) {
+    const host::MosaicReport& m = report.mosaic;
+    const double percent = m.cells > 0 ? 100.0 / static_cast<double>(m.cells) : 0;
+    std::printf(
+        "mosaic: %.1f million cells; %.2f %% seen, %.2f %% by one photo only, %.2f %% filled, "
+        "%.2f %% never covered\n",
+        static_cast<double>(m.cells) / 1e6, percent * static_cast<double>(m.seen),
+        percent * static_cast<double>(m.seenByOne), percent * static_cast<double>(m.filled),
+        percent * static_cast<double>(m.neverCovered));
+    std::printf("        %.0f m of seams, colour step %.2f before, %.2f after balancing\n",
+                m.seamLength, m.colourStepBefore, m.colourStepAfter);
+  }
   if (!report.previewPath.empty()) {
     std::printf("look at %s, open %s in QGIS\n", report.previewPath.c_str(),
-                report.vrtPath.c_str());
+                report.mosaicPath.empty() ? report.vrtPath.c_str() : report.mosaicPath.c_str());
   }
 }
 
@@ -78,6 +100,9 @@ int Run(RunArguments& arguments) {
   run.dsmPath = arguments.source.dsm.empty() ? survey->dsmPath : arguments.source.dsm;
   run.resampling = arguments.resampling == "nearest" ? 0 : 1;
   if (arguments.gsd >= 0) run.gsd = arguments.gsd;
+  run.finish = arguments.finish == "none"   ? host::Finish::kNone
+               : arguments.finish == "mark" ? host::Finish::kMark
+                                            : host::Finish::kFill;
   WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(arguments.json, arguments.quiet));
   if (!arguments.json && !arguments.quiet) {
@@ -130,6 +155,15 @@ void AddRun(CLI::App& app, int& status) {
       ->type_name("Z");
   command->add_option("--resampling", a->resampling, "how photos are sampled")
       ->check(CLI::IsMember({"nearest", "bilinear"}))
+      ->capture_default_str();
+  command
+      ->add_option("--finish", a->finish,
+                   "ortho images after the mosaic: hidden cells filled from it, cells that a photo "
+                   "must not supply marked 0, or nothing")
+      ->check(CLI::IsMember({"fill", "mark", "none"}))
+      ->capture_default_str();
+  command->add_option("--compress", a->run.format.compression, "compression of the mosaic")
+      ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
       ->capture_default_str();
   command->add_option("--area", a->run.areaPath, "produce only this polygon")
       ->type_name("F.geojson");

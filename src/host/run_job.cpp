@@ -34,6 +34,7 @@ namespace fs = std::filesystem;
 class HostJob : public tqTORProc {
  public:
   [[nodiscard]] const std::vector<tqorkit::tqPhotoCategory>& Blocks() const { return photoBlocks; }
+  [[nodiscard]] const std::map<int, tqorkit::tqIntOri>& Cameras() const { return cameras; }
 };
 
 /// Turns the library's callback into the observer's stages: a new message is a new stage.
@@ -65,6 +66,8 @@ class StageRelay {
     return stopped_;
   }
 
+  /// What one percent of the callback stands for; the fill pass counts every photo twice.
+  double share = 1;
   /// Called once when rectification has begun: footprints are estimated and not yet measured.
   std::function<void()> onRectify;
 
@@ -76,7 +79,7 @@ class StageRelay {
       if (text != message::kRectifying || !self->open_) self->Begin(StageName(text));
       if (text == message::kRectifying && self->onRectify) self->onRectify();
     }
-    const bool go = self->Progress(percent);
+    const bool go = self->Progress(percent * self->share);
     // Rectification reports only when its first block is done; its time begins here.
     if (go && text == message::kEstimating && percent > 100 - 1e-6) {
       self->Begin(StageName(std::string(message::kRectifying)));
@@ -90,7 +93,7 @@ class StageRelay {
     if (text == message::kRectifying) return "rectify";
     if (text == message::kObscuring) return "hidden cells";
     if (text == message::kWeighting) return "weights";
-    if (text == message::kUpdating) return "update";
+    if (text == message::kUpdating) return "update orthos";
     return text;
   }
 
@@ -212,6 +215,37 @@ void CollectOutcomes(const HostJob& job, const JobPaths& paths, const RunOptions
   for (const auto& out : report.photos) report.cells += out.cells;
 }
 
+/// The mosaic, and what is done with it to the ortho images.
+bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options, double gsd,
+                  const std::vector<tqfd::Point2_T<double>>& ring, StageRelay& relay,
+                  RunReport& report, std::string& error) {
+  const MosaicInput input{job.Blocks(), job.Cameras(), paths.ortho, gsd};
+  MosaicOptions mosaic;
+  mosaic.outDir = fs::absolute(options.outDir).lexically_normal().string();
+  mosaic.workDir = paths.work;
+  mosaic.format = options.format;
+  mosaic.format.threads = options.threads;
+  mosaic.area = ring;
+  std::string stage;
+  const auto progress = [&](const char* name, double percent) {
+    if (stage != name) {
+      stage = name;
+      relay.Begin(stage);
+    }
+    return relay.Progress(percent);
+  };
+  if (!MakeMosaic(input, mosaic, progress, report.mosaic, error)) return false;
+  report.mosaicPath = options.outDir + "/mosaic.tif";
+  if (options.finish == Finish::kFill) {
+    relay.share = 0.5;
+    (void)job.UpdateOrthoImages(std::string(), paths.ortho, &StageRelay::Callback, &relay);
+  } else if (options.finish == Finish::kMark) {
+    (void)job.UpdateOrthoImagesMarkOcc(std::string(), paths.ortho, &StageRelay::Callback, &relay);
+  }
+  relay.End();
+  return !relay.Stopped();
+}
+
 /// One picture and one virtual raster over all orthos, so that a person can look at once.
 void WriteOverview(const RunOptions& options, RunReport& report, RunObserver& observer) {
   std::vector<std::string> orthos;
@@ -224,7 +258,8 @@ void WriteOverview(const RunOptions& options, RunReport& report, RunObserver& ob
   std::vector<std::uint8_t> pixels;
   int width = 0, height = 0, bands = 0;
   if (!geo::BuildVrt(report.vrtPath, orthos, 0) ||
-      !geo::ReadReduced(report.vrtPath, 2000, pixels, width, height, bands) ||
+      !geo::ReadReduced(report.mosaicPath.empty() ? report.vrtPath : report.mosaicPath, 2000,
+                        pixels, width, height, bands) ||
       !geo::WritePng(report.previewPath, pixels.data(), width, height, bands)) {
     observer.Warn(report.previewPath + ": could not be made (the ortho images are complete)");
     report.previewPath.clear();
@@ -351,13 +386,20 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer
     return RunStatus::kFailed;
   }
   CollectOutcomes(job, paths, options, withoutFootprint, relay, report, observer);
-  if (!options.sizingOnly) WriteOverview(options, report, observer);
   relay.End();
+  const bool any = std::any_of(report.photos.begin(), report.photos.end(),
+                               [](const PhotoOutcome& p) { return p.done; });
+  if (any && !options.sizingOnly) {
+    if (!MakeProducts(job, paths, options, heightPair[0], ring, relay, report, error)) {
+      relay.End();
+      return relay.Stopped() ? Stopped(error) : RunStatus::kFailed;
+    }
+    for (const auto& line : report.mosaic.leftOut) observer.Warn(line);
+    WriteOverview(options, report, observer);
+  }
   timer.Stop();
   report.seconds = timer.ElapsedSeconds();
   report.peakMemoryBytes = PeakMemory();
-  const bool any = std::any_of(report.photos.begin(), report.photos.end(),
-                               [](const PhotoOutcome& p) { return p.done; });
   if (!any) {
     error = "no photo could be rectified; the first: photo " + report.photos.front().name + ": " +
             report.photos.front().reason;

@@ -8,9 +8,17 @@
 
 #include "host/dsm_prepare.h"
 #include "host/input_check.h"
+#include "host/mosaic_stage.h"
 #include "host/survey.h"
 
 namespace tqtortho::host {
+
+/// What is done to the ortho images once the mosaic is made.
+enum class Finish {
+  kFill,  ///< hidden cells get the mosaic's texture, with soft seams
+  kMark,  ///< cells that the photo must not supply become 0
+  kNone,  ///< they stay as they were rectified
+};
 
 /// How a job is run; defaults are the command's.
 struct RunOptions {
@@ -22,6 +30,8 @@ struct RunOptions {
   int resampling = 1;         ///< 0 nearest neighbour, 1 bilinear
   std::string areaPath;       ///< polygon file of the area to produce; empty: everything
   bool reducedCopies = false;
+  Finish finish = Finish::kFill;
+  MosaicFormat format;      ///< of the mosaic
   bool sizingOnly = false;  ///< georeference sidecars only, no rasters
   int threads = 0;          ///< 0: all cores
 };
@@ -49,6 +59,8 @@ struct RunReport {
   std::vector<PhotoOutcome> photos;
   std::vector<StageTime> stages;
   std::int64_t cells = 0;
+  MosaicReport mosaic;
+  std::string mosaicPath;  ///< empty when none was made
   double seconds = 0;
   std::int64_t peakMemoryBytes = 0;
   std::string previewPath;
