@@ -10,8 +10,9 @@ namespace tqtortho {
 
 /// A block of cells that may block rays of a tile.
 struct Blocker {
-  double col0, col1, row0, row1;  ///< positions that truncate to its cells
-  double top;                     ///< the largest height
+  /// Positions that truncate to its cells; near and far as the tile's rays pass them.
+  double nearCol, farCol, nearRow, farRow;
+  double top;              ///< the largest height
   int leafCol0, leafCol1;  ///< leaves whose marches may test its cells (upper-right case only)
   int leafRow0, leafRow1;
 };
@@ -25,8 +26,7 @@ struct LaneScene {
   double colMargin, rowMargin;
   double boxCol0, boxCol1;  ///< the box, which may end a hair before the last column ...
   double boxRow0, boxRow1;  ///< ... or below the first row
-  /// Camera right of and above the cells: marches start at the leaves' entries, not at the cells.
-  bool upperRight;
+  bool toRight, up;         ///< where the rays go
   /// Where marches that start at the cell end, besides the box: the border to leaves whose case is
   /// against the ray, which test the first step only.
   bool endsAtCol, endsAtRow;
@@ -35,6 +35,10 @@ struct LaneScene {
   const double* leafRows;  ///< ... in rows, descending
   /// Leaves whose case is against the ray (upper-right case): one step each. -1: none.
   int shortLeafCol, shortLeafRow;
+
+  /// With the camera right of and above the cells marches start at the leaves' entries, else at the
+  /// cells.
+  [[nodiscard]] bool UpperRight() const { return toRight && up; }
 };
 
 /// One row of up to eight neighbouring cells.

@@ -123,8 +123,6 @@ LaneScene TileTracer::LanesOf(const Tile& tile) const {
   const double rows = s.heights.rows - 1;
   const double sizeX = static_cast<double>(s.cellSizeX);
   const double sizeY = static_cast<double>(s.cellSizeY);
-  const bool toRight = tile.col0 < cameraCol_;
-  const bool up = tile.row0 > cameraRow_;
   LaneScene lanes{};
   lanes.heights = s.heights;
   lanes.cellSizeX = sizeX;
@@ -139,10 +137,11 @@ LaneScene TileTracer::LanesOf(const Tile& tile) const {
   lanes.boxCol1 = s.box.maxX / sizeX;
   lanes.boxRow0 = s.box.maxY / sizeY + rows;
   lanes.boxRow1 = s.box.minY / sizeY + rows;
-  lanes.upperRight = toRight && up;
+  lanes.toRight = tile.col0 < cameraCol_;
+  lanes.up = tile.row0 > cameraRow_;
   // Only rays to the right (up) can be against the case of the leaves that hold the camera's x (y).
-  lanes.endsAtCol = toRight && againstCol_ >= 0;
-  lanes.endsAtRow = up && againstRow_ >= 0;
+  lanes.endsAtCol = lanes.toRight && againstCol_ >= 0;
+  lanes.endsAtRow = lanes.up && againstRow_ >= 0;
   if (lanes.endsAtCol) lanes.endCol = leafCols_[againstCol_];
   if (lanes.endsAtRow) lanes.endRow = leafRows_[againstRow_];
   lanes.leafCols = leafCols_.data();
@@ -168,20 +167,23 @@ std::vector<TileTracer::Tile> TileTracer::Tiles() const {
   return tiles;
 }
 
-void TileTracer::AddBlocker(int blockRow, int blockCol, bool upperRight,
+void TileTracer::AddBlocker(int blockRow, int blockCol, const LaneScene& lanes,
                             std::vector<Blocker>& blockers) const {
-  Blocker blocker{};
   // Truncation adds a cell before the grid's first.
-  blocker.col0 = blockCol == 0 ? -1 : static_cast<double>(blockCol) * kBlock;
-  blocker.col1 = (blockCol + 1.0) * kBlock;
-  blocker.row0 = blockRow == 0 ? -1 : static_cast<double>(blockRow) * kBlock;
-  blocker.row1 = (blockRow + 1.0) * kBlock;
+  const double col0 = blockCol == 0 ? -1 : static_cast<double>(blockCol) * kBlock;
+  const double col1 = (blockCol + 1.0) * kBlock;
+  const double row0 = blockRow == 0 ? -1 : static_cast<double>(blockRow) * kBlock;
+  const double row1 = (blockRow + 1.0) * kBlock;
+  Blocker blocker{};
+  blocker.nearCol = lanes.toRight ? col0 : col1;
+  blocker.farCol = lanes.toRight ? col1 : col0;
+  blocker.nearRow = lanes.up ? row1 : row0;
+  blocker.farRow = lanes.up ? row0 : row1;
   blocker.top = static_cast<double>(blocks_.At(blockRow, blockCol));
-  if (upperRight) {
+  if (lanes.UpperRight()) {
     // A march looks one step past its leaf, so the leaves before the block count too.
     constexpr double kRounding = 0.01;
-    const RaySurface& s = scene_.surface;
-    const double reach = -static_cast<double>(s.cellSizeX) / static_cast<double>(s.cellSizeY);
+    const double reach = -lanes.cellSizeX / lanes.cellSizeY;
     const int lastCol = static_cast<int>(leafCols_.size()) - 2;
     const int lastRow = static_cast<int>(leafRows_.size()) - 2;
     const auto colLeaf = [&](double col) {
@@ -193,15 +195,15 @@ void TileTracer::AddBlocker(int blockRow, int blockCol, bool upperRight,
           std::upper_bound(leafRows_.begin(), leafRows_.end(), row, std::greater<double>());
       return std::clamp(static_cast<int>(after - leafRows_.begin()) - 1, 0, lastRow);
     };
-    blocker.leafCol0 = colLeaf(blocker.col0 - 1 - kRounding);
-    blocker.leafCol1 = colLeaf(blocker.col1 + kRounding);
-    blocker.leafRow0 = rowLeaf(blocker.row1 + reach + kRounding);
-    blocker.leafRow1 = rowLeaf(blocker.row0 - kRounding);
+    blocker.leafCol0 = colLeaf(col0 - 1 - kRounding);
+    blocker.leafCol1 = colLeaf(col1 + kRounding);
+    blocker.leafRow0 = rowLeaf(row1 + reach + kRounding);
+    blocker.leafRow1 = rowLeaf(row0 - kRounding);
   }
   blockers.push_back(blocker);
 }
 
-bool TileTracer::FindBlockers(const Tile& tile, double lowest, bool upperRight,
+bool TileTracer::FindBlockers(const Tile& tile, double lowest, const LaneScene& lanes,
                               std::vector<Blocker>& blockers) const {
   const double rowWay = std::fabs(cameraRow_ - (tile.row0 + tile.row1) / 2.0);
   const double colWay = std::fabs(cameraCol_ - (tile.col0 + tile.col1) / 2.0);
@@ -235,7 +237,7 @@ bool TileTracer::FindBlockers(const Tile& tile, double lowest, bool upperRight,
       const int row = alongCols ? side : block;
       const int col = alongCols ? block : side;
       const double top = static_cast<double>(blocks_.At(row, col));
-      if (top > cleared && top > lowest) AddBlocker(row, col, upperRight, blockers);
+      if (top > cleared && top > lowest) AddBlocker(row, col, lanes, blockers);
     }
   }
   return true;
@@ -273,15 +275,14 @@ void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
     }
   }
   if (lowest > highest) return;  // nothing to examine
-  const bool upperRight = tile.col0 < cameraCol_ && tile.row0 > cameraRow_;
+  const LaneScene lanes = LanesOf(tile);
   scratch.blockers.clear();
   if (static_cast<double>(lowest) < s.box.minZ || static_cast<double>(highest) > s.box.maxZ ||
-      !FindBlockers(tile, static_cast<double>(lowest), upperRight, scratch.blockers)) {
+      !FindBlockers(tile, static_cast<double>(lowest), lanes, scratch.blockers)) {
     return TraceRays(tile, examine, hidden, scratch);
   }
   if (scratch.blockers.empty()) return;
 
-  const LaneScene lanes = LanesOf(tile);
   for (int r = tile.row0; r < tile.row1; ++r) {
     for (int part = 0; part < kTile / kLanes; ++part) {
       LaneGroup group{r, tile.col0 + part * kLanes, wanted[r - tile.row0][part], 0, 0};

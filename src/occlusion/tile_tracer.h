@@ -45,9 +45,9 @@ class TileTracer {
              Scratch& scratch) const;
 
  private:
-  [[nodiscard]] bool FindBlockers(const Tile& tile, double lowest, bool upperRight,
+  [[nodiscard]] bool FindBlockers(const Tile& tile, double lowest, const LaneScene& lanes,
                                   std::vector<Blocker>& blockers) const;
-  void AddBlocker(int blockRow, int blockCol, bool upperRight,
+  void AddBlocker(int blockRow, int blockCol, const LaneScene& lanes,
                   std::vector<Blocker>& blockers) const;
   void TraceRays(const Tile& tile, GridView<const std::uint8_t> examine,
                  GridView<std::uint8_t> hidden, Scratch& scratch) const;
