@@ -11,6 +11,7 @@
 #include "tqimage/TqImage.h"
 #include "update/hole_fill.h"
 #include "update/photo_choice.h"
+#include "update/seam_finder.h"
 #include "update/view_rating.h"
 
 namespace tqtortho::host {
@@ -62,10 +63,12 @@ class TileMaker {
     for (const TileView& view : views_) ratings.emplace_back(view.rating.data(), rows_, cols_);
     labels_.resize(Cells());
     const GridView<std::uint16_t> labels(labels_.data(), rows_, cols_);
-    ChooseViews(ratings, {}, labels);
+    ChooseBestViews(ratings, labels);
     ReadHeights();
     if (!ReadPixels()) return false;
     const std::vector<MosaicView> views = BlendInputs();
+    MoveSeams(views, GridView<const float>(heights_.data(), rows_, cols_), {}, labels);
+    MergePatches(ratings, {}, labels);
     BlendOptions blend;
     blend.feather = options_.feather;
     pixels_.resize(3 * Cells());
@@ -184,6 +187,7 @@ class TileMaker {
     const auto noData = static_cast<float>(dsm.GetNoDataValue(0));
     const auto corner = at.GetOrigin();
     const auto cell = at.GetResolution();
+    clearance_ = std::clamp(TruncToInt(cell.x / grid_.step + 1.5), 2, 16);
     for (int row = 0; row < rows_; ++row) {
       const double y = grid_.maxY - (whole_.firstRow + row) * grid_.step;
       const int r = FloorToInt((y - corner.y) / cell.y + 0.5) - cells.minY;
@@ -227,7 +231,7 @@ class TileMaker {
     for (const TileView& view : views_) {
       MosaicView input;
       input.rating = {view.rating.data(), rows_, cols_};
-      input.pixels = {view.pixels.data(), rows_, 3 * cols_};
+      if (!view.pixels.empty()) input.pixels = {view.pixels.data(), rows_, 3 * cols_};
       if (!view.gains.empty()) {
         input.gain.nodes = {view.gains.data(), rows_ / kColourBlock + 2,
                             3 * (cols_ / kColourBlock + 2)};
@@ -254,9 +258,11 @@ class TileMaker {
     }
     TileStatistics& sum = tile_.statistics;
     if (any && options_.fillHoles) {
-      sum.filled = FillHoles({wanted.data(), rows_, cols_}, {seen.data(), rows_, cols_},
-                             {heights_.data(), rows_, cols_}, {}, core_,
-                             {pixels_.data(), rows_, 3 * cols_}, {filled.data(), rows_, cols_});
+      HoleFillOptions fill;
+      fill.clearance = clearance_;
+      FillHoles({wanted.data(), rows_, cols_}, {seen.data(), rows_, cols_},
+                {heights_.data(), rows_, cols_}, fill, {pixels_.data(), rows_, 3 * cols_},
+                {filled.data(), rows_, cols_});
     }
     std::size_t out = 0;
     for (int row = core_.firstRow; row < core_.endRow; ++row) {
@@ -273,6 +279,7 @@ class TileMaker {
           sum.seenByOne += views == 1 ? 1 : 0;
         } else if (filled[i] != 0) {
           tile_.quality[out] = kQualityFilled;
+          ++sum.filled;
         } else if (wanted[i] != 0) {
           ++sum.neverCovered;
         }
@@ -290,6 +297,7 @@ class TileMaker {
   CellSpan core_;   ///< of the tile with its margin
   int rows_ = 0;
   int cols_ = 0;
+  int clearance_ = 4;  ///< of holes, in cells: a surface cell and a bit
   std::vector<TileView> views_;
   std::vector<std::uint16_t> labels_;
   std::vector<std::uint8_t> pixels_;

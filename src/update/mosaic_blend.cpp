@@ -14,22 +14,6 @@ namespace {
 
 using Colour = std::array<float, 3>;
 
-Colour GainAt(const GainField& field, int row, int col) {
-  if (field.nodes.Empty()) return {1, 1, 1};
-  const int i = row / field.step;
-  const int j = col / field.step;
-  const float v = static_cast<float>(row - i * field.step) / static_cast<float>(field.step);
-  const float u = static_cast<float>(col - j * field.step) / static_cast<float>(field.step);
-  const float* upper = field.nodes.Row(i) + static_cast<std::ptrdiff_t>(3) * j;
-  const float* lower = field.nodes.Row(i + 1) + static_cast<std::ptrdiff_t>(3) * j;
-  Colour gain{};
-  for (int b = 0; b < 3; ++b) {
-    gain[b] = (1 - v) * ((1 - u) * upper[b] + u * upper[b + 3]) +
-              v * ((1 - u) * lower[b] + u * lower[b + 3]);
-  }
-  return gain;
-}
-
 Colour ColourAt(const MosaicView& view, int row, int col) {
   const std::uint8_t* p = view.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
   Colour colour = GainAt(view.gain, row, col);
@@ -109,6 +93,22 @@ Colour Mixed(const std::vector<MosaicView>& views, const LabelShares& shares, in
 }
 
 }  // namespace
+
+std::array<float, 3> GainAt(const GainField& field, int row, int col) {
+  if (field.nodes.Empty()) return {1, 1, 1};
+  const int i = row / field.step;
+  const int j = col / field.step;
+  const float v = static_cast<float>(row - i * field.step) / static_cast<float>(field.step);
+  const float u = static_cast<float>(col - j * field.step) / static_cast<float>(field.step);
+  const float* upper = field.nodes.Row(i) + static_cast<std::ptrdiff_t>(3) * j;
+  const float* lower = field.nodes.Row(i + 1) + static_cast<std::ptrdiff_t>(3) * j;
+  Colour gain{};
+  for (int b = 0; b < 3; ++b) {
+    gain[b] = (1 - v) * ((1 - u) * upper[b] + u * upper[b + 3]) +
+              v * ((1 - u) * lower[b] + u * lower[b + 3]);
+  }
+  return gain;
+}
 
 void BlendViews(const std::vector<MosaicView>& views, GridView<const std::uint16_t> labels,
                 const BlendOptions& options, const CellSpan& area, GridView<std::uint8_t> out) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -15,6 +16,9 @@ struct GainField {
   GridView<const float> nodes;  ///< three bands interleaved; without nodes the gain is 1
   int step = 1;
 };
+
+/// The gain at a cell, per band.
+[[nodiscard]] std::array<float, 3> GainAt(const GainField& field, int row, int col);
 
 /// One photo on the cells of a tile.
 struct MosaicView {

@@ -11,24 +11,6 @@ namespace {
 
 using Views = std::vector<GridView<const std::uint8_t>>;
 
-void TakeBest(const Views& views, GridView<std::uint16_t> labels) {
-  std::vector<std::uint8_t> best(static_cast<std::size_t>(labels.cols));
-  for (int row = 0; row < labels.rows; ++row) {
-    std::uint16_t* label = labels.Row(row);
-    std::fill_n(label, labels.cols, kNoView);
-    std::fill(best.begin(), best.end(), kHiddenView);
-    for (std::size_t k = 0; k < views.size(); ++k) {
-      const std::uint8_t* rating = views[k].Row(row);
-      for (int col = 0; col < labels.cols; ++col) {
-        if (rating[col] < best[col]) {
-          best[col] = rating[col];
-          label[col] = static_cast<std::uint16_t>(k + 1);
-        }
-      }
-    }
-  }
-}
-
 /// Gives small patches of one label to their neighbours.
 class PatchMerger {
  public:
@@ -114,9 +96,27 @@ class PatchMerger {
 
 }  // namespace
 
-void ChooseViews(const std::vector<GridView<const std::uint8_t>>& views,
-                 const PhotoChoiceOptions& options, GridView<std::uint16_t> labels) {
-  TakeBest(views, labels);
+void ChooseBestViews(const std::vector<GridView<const std::uint8_t>>& views,
+                     GridView<std::uint16_t> labels) {
+  std::vector<std::uint8_t> best(static_cast<std::size_t>(labels.cols));
+  for (int row = 0; row < labels.rows; ++row) {
+    std::uint16_t* label = labels.Row(row);
+    std::fill_n(label, labels.cols, kNoView);
+    std::fill(best.begin(), best.end(), kHiddenView);
+    for (std::size_t k = 0; k < views.size(); ++k) {
+      const std::uint8_t* rating = views[k].Row(row);
+      for (int col = 0; col < labels.cols; ++col) {
+        if (rating[col] < best[col]) {
+          best[col] = rating[col];
+          label[col] = static_cast<std::uint16_t>(k + 1);
+        }
+      }
+    }
+  }
+}
+
+void MergePatches(const std::vector<GridView<const std::uint8_t>>& views,
+                  const PhotoChoiceOptions& options, GridView<std::uint16_t> labels) {
   PatchMerger(views, options, labels).Run();
 }
 

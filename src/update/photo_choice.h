@@ -18,14 +18,17 @@ struct PhotoChoiceOptions {
   int patchSlack = 70;
 };
 
-/// Chooses, for each cell of a tile, the view that supplies it.
-///
-/// A cell is only ever given to a view that sees it, and every cell that some view sees is given to
-/// one. Ties go to the earlier view.
+/// Gives each cell of a tile the view with the best rating. Every cell that some view sees is given
+/// to one; ties go to the earlier view.
 ///
 /// @param views  ratings of the views (see view_rating.h), each as large as `labels`
 /// @param labels receives 1 + the index of the view, kNoView where none sees the cell
-void ChooseViews(const std::vector<GridView<const std::uint8_t>>& views,
-                 const PhotoChoiceOptions& options, GridView<std::uint16_t> labels);
+void ChooseBestViews(const std::vector<GridView<const std::uint8_t>>& views,
+                     GridView<std::uint16_t> labels);
+
+/// Gives patches that are too small to their neighbours. A cell is only ever given to a view that
+/// sees it. Patches that touch the border of the tile stay: they may be large beyond it.
+void MergePatches(const std::vector<GridView<const std::uint8_t>>& views,
+                  const PhotoChoiceOptions& options, GridView<std::uint16_t> labels);
 
 }  // namespace tqtortho

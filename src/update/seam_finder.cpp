@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "update/seam_finder.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "update/max_flow.h"
+#include "update/view_rating.h"
+
+namespace tqtortho {
+namespace {
+
+/// One photo on the nodes.
+struct NodeView {
+  std::size_t view = 0;
+  std::vector<float> cost;                   ///< mean rating; infinite where it sees nothing
+  std::vector<std::array<float, 3>> colour;  ///< mean over the cells that it sees
+};
+
+class SeamMover {
+ public:
+  SeamMover(const std::vector<MosaicView>& views, GridView<const float> heights,
+            const SeamOptions& options, GridView<std::uint16_t> labels)
+      : options_(options), labels_(labels), side_(std::max(options.nodeSide, 1)) {
+    rows_ = (labels.rows + side_ - 1) / side_;
+    cols_ = (labels.cols + side_ - 1) / side_;
+    for (std::size_t k = 0; k < views.size(); ++k) {
+      if (!views[k].pixels.Empty()) AddView(views[k], k);
+    }
+    FindSteps(heights);
+  }
+
+  void Run(const std::vector<MosaicView>& views) {
+    if (nodeViews_.size() < 2) return;
+    label_.assign(Nodes(), kNobody);
+    for (int i = 0; i < Nodes(); ++i) {
+      float least = std::numeric_limits<float>::infinity();
+      for (std::size_t k = 0; k < nodeViews_.size(); ++k) {
+        if (nodeViews_[k].cost[i] < least) {
+          least = nodeViews_[k].cost[i];
+          label_[i] = static_cast<int>(k);
+        }
+      }
+    }
+    for (int sweep = 0; sweep < options_.sweeps; ++sweep) {
+      bool changed = false;
+      for (std::size_t k = 0; k < nodeViews_.size(); ++k) {
+        changed = Expand(static_cast<int>(k)) || changed;
+      }
+      if (!changed) break;
+    }
+    TakeOver(views);
+  }
+
+ private:
+  static constexpr int kNobody = -1;
+
+  [[nodiscard]] int Nodes() const { return rows_ * cols_; }
+
+  void AddView(const MosaicView& view, std::size_t index) {
+    NodeView node;
+    node.view = index;
+    node.cost.assign(static_cast<std::size_t>(Nodes()), std::numeric_limits<float>::infinity());
+    node.colour.assign(node.cost.size(), {});
+    for (int i = 0; i < rows_; ++i) {
+      for (int j = 0; j < cols_; ++j) {
+        int cells = 0;
+        int seen = 0;
+        double rating = 0;
+        std::array<double, 3> sum{};
+        for (int r = i * side_; r < std::min((i + 1) * side_, labels_.rows); ++r) {
+          const std::uint8_t* ratings = view.rating.Row(r);
+          const std::uint8_t* pixels = view.pixels.Row(r);
+          for (int c = j * side_; c < std::min((j + 1) * side_, labels_.cols); ++c) {
+            if (labels_.At(r, c) == 0) continue;  // nobody sees it
+            ++cells;
+            if (!IsSeen(ratings[c])) continue;
+            ++seen;
+            rating += ratings[c];
+            for (std::size_t b = 0; b < 3; ++b) sum[b] += pixels[3 * c + static_cast<int>(b)];
+          }
+        }
+        if (seen == 0) continue;
+        const auto n = static_cast<std::size_t>(i * cols_ + j);
+        node.cost[n] = static_cast<float>((rating + options_.unseen * (cells - seen)) / cells);
+        const auto gain = GainAt(view.gain, i * side_, j * side_);
+        for (std::size_t b = 0; b < 3; ++b) {
+          node.colour[n][b] = static_cast<float>(sum[b] / seen) * gain[b];
+        }
+      }
+    }
+    nodeViews_.push_back(std::move(node));
+  }
+
+  void FindSteps(GridView<const float> heights) {
+    step_.assign(static_cast<std::size_t>(Nodes()), 0);
+    for (int i = 0; i < rows_; ++i) {
+      for (int j = 0; j < cols_; ++j) {
+        float low = std::numeric_limits<float>::infinity();
+        float high = -low;
+        for (int r = i * side_; r < std::min((i + 1) * side_, labels_.rows); ++r) {
+          for (int c = j * side_; c < std::min((j + 1) * side_, labels_.cols); ++c) {
+            low = std::min(low, heights.At(r, c));
+            high = std::max(high, heights.At(r, c));
+          }
+        }
+        step_[static_cast<std::size_t>(i * cols_ + j)] = high - low > options_.step ? 1 : 0;
+      }
+    }
+  }
+
+  /// Difference of two photos at a node.
+  [[nodiscard]] float Difference(int a, int b, int node) const {
+    const NodeView& first = nodeViews_[a];
+    const NodeView& second = nodeViews_[b];
+    const auto most = static_cast<float>(options_.mostGreys);
+    if (std::isinf(first.cost[node]) || std::isinf(second.cost[node])) return most;
+    float sum = 0;
+    for (std::size_t c = 0; c < 3; ++c) {
+      sum += std::fabs(first.colour[node][c] - second.colour[node][c]);
+    }
+    return std::min(sum / 3, most);
+  }
+
+  /// What a seam between nodes p and q costs.
+  [[nodiscard]] float Seam(int a, int b, int p, int q) const {
+    if (a == b) return 0;
+    const float steps = step_[p] != 0 || step_[q] != 0 ? static_cast<float>(options_.atStep) : 0;
+    return static_cast<float>(options_.length) + steps +
+           static_cast<float>(options_.perGrey) * 0.5F *
+               (Difference(a, b, p) + Difference(a, b, q));
+  }
+
+  /// Offers photo `alpha` to all nodes that it sees; whether any took it.
+  bool Expand(int alpha) {
+    const NodeView& offered = nodeViews_[alpha];
+    place_.assign(static_cast<std::size_t>(Nodes()), -1);
+    int count = 0;
+    for (int i = 0; i < Nodes(); ++i) {
+      if (label_[i] != kNobody && label_[i] != alpha && !std::isinf(offered.cost[i])) {
+        place_[i] = count++;
+      }
+    }
+    if (count == 0) return false;
+    // The sink's side takes the photo.
+    MaxFlow flow(count);
+    for (int i = 0; i < Nodes(); ++i) {
+      if (place_[i] >= 0) {
+        flow.AddSourceSideCost(place_[i], nodeViews_[label_[i]].cost[i]);
+        flow.AddSinkSideCost(place_[i], offered.cost[i]);
+      }
+      if (i % cols_ + 1 < cols_) AddPair(alpha, i, i + 1, flow);
+      if (i + cols_ < Nodes()) AddPair(alpha, i, i + cols_, flow);
+    }
+    flow.Solve();
+    bool changed = false;
+    for (int i = 0; i < Nodes(); ++i) {
+      if (place_[i] < 0 || !flow.OnSinkSide(place_[i])) continue;
+      label_[i] = alpha;
+      changed = true;
+    }
+    return changed;
+  }
+
+  void AddPair(int alpha, int p, int q, MaxFlow& flow) const {
+    const int a = label_[p];
+    const int b = label_[q];
+    if (a == kNobody || b == kNobody || (place_[p] < 0 && place_[q] < 0)) return;
+    const float stay = Seam(a, b, p, q);
+    const float secondTakes = Seam(a, alpha, p, q);
+    const float firstTakes = Seam(alpha, b, p, q);
+    if (place_[p] < 0) {
+      flow.AddSourceSideCost(place_[q], stay);
+      flow.AddSinkSideCost(place_[q], secondTakes);
+      return;
+    }
+    if (place_[q] < 0) {
+      flow.AddSourceSideCost(place_[p], stay);
+      flow.AddSinkSideCost(place_[p], firstTakes);
+      return;
+    }
+    // Both taking it costs nothing. Seam costs obey the triangle inequality, so the edge is not
+    // negative but for rounding.
+    flow.AddSinkSideCost(place_[p], firstTakes - stay);
+    flow.AddSinkSideCost(place_[q], -firstTakes);
+    flow.AddEdge(place_[p], place_[q], std::max(secondTakes + firstTakes - stay, 0.0F), 0);
+  }
+
+  /// Cells follow their node where its photo sees them.
+  void TakeOver(const std::vector<MosaicView>& views) {
+    for (int row = 0; row < labels_.rows; ++row) {
+      std::uint16_t* label = labels_.Row(row);
+      for (int col = 0; col < labels_.cols; ++col) {
+        if (label[col] == 0) continue;
+        const int node = label_[row / side_ * cols_ + col / side_];
+        if (node == kNobody) continue;
+        const std::size_t view = nodeViews_[node].view;
+        const int best = views[label[col] - 1U].rating.At(row, col);
+        const std::uint8_t rating = views[view].rating.At(row, col);
+        if (IsSeen(rating) && rating <= best + options_.slack) {
+          label[col] = static_cast<std::uint16_t>(view + 1);
+        }
+      }
+    }
+  }
+
+  const SeamOptions& options_;
+  GridView<std::uint16_t> labels_;
+  int side_;
+  int rows_ = 0;
+  int cols_ = 0;
+  std::vector<NodeView> nodeViews_;
+  std::vector<std::uint8_t> step_;
+  std::vector<int> label_;  ///< of the nodes, an index into nodeViews_
+  std::vector<int> place_;  ///< of the nodes in the current graph, -1 for none
+};
+
+}  // namespace
+
+void MoveSeams(const std::vector<MosaicView>& views, GridView<const float> heights,
+               const SeamOptions& options, GridView<std::uint16_t> labels) {
+  if (labels.Empty()) return;
+  SeamMover(views, heights, options, labels).Run(views);
+}
+
+}  // namespace tqtortho
