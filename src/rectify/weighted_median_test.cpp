@@ -54,22 +54,22 @@ TEST(BlendMedianTest, WholeNumberBlendIsExactForEveryInput) {
   for (int median = 1; median < 256; ++median) {
     const int rows = 3 * 256;
     const int cols = 3 * 256;
-    pixels.assign(static_cast<std::size_t>(rows) * cols, static_cast<std::uint8_t>(median));
+    pixels.assign(static_cast<std::size_t>(rows) * cols * 3, static_cast<std::uint8_t>(median));
     weights.assign(static_cast<std::size_t>(rows) * cols, 0);
     for (int pixel = 1; pixel < 256; ++pixel) {
       for (int weight = 0; weight < 256; ++weight) {
         const std::size_t at = static_cast<std::size_t>(3 * pixel + 1) * cols + 3 * weight + 1;
-        pixels[at] = static_cast<std::uint8_t>(pixel);
+        std::fill_n(&pixels[at * 3], 3, static_cast<std::uint8_t>(pixel));
         weights[at] = static_cast<std::uint8_t>(weight);
       }
     }
-    BlendMedian({pixels.data(), rows, cols}, 1, {weights.data(), rows, cols}, 0, 0);
+    BlendMedian({pixels.data(), rows, cols * 3}, 3, {weights.data(), rows, cols}, 0, 0);
     for (int pixel = 1; pixel < 256; ++pixel) {
       for (int weight = 0; weight < 256; ++weight) {
         const std::size_t at = static_cast<std::size_t>(3 * pixel + 1) * cols + 3 * weight + 1;
         const auto expected =
             static_cast<std::uint8_t>(median * weight / 255.0 + (255 - weight) * pixel / 255.0);
-        wrong += pixels[at] != expected;
+        wrong += pixels[at * 3] != expected || pixels[at * 3 + 2] != expected;
       }
     }
   }
