@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <random>
 #include <vector>
 
@@ -138,6 +139,14 @@ inline RayCase AwkwardCase(const Draw& draw) {
       for (int r = r0; r < r1; ++r) {
         for (int c = c0; c < c1; ++c) dsm.heights[static_cast<std::size_t>(r) * cols + c] = top;
       }
+    }
+  }
+  if (draw(12) == 0) {
+    static constexpr float kOdd[] = {-HUGE_VALF, HUGE_VALF, 1e30f, -1e30f,
+                                     std::numeric_limits<float>::quiet_NaN()};
+    const float odd = kOdd[draw(5)];
+    for (unsigned cells = 1 + draw(6); cells > 0; --cells) {
+      dsm.heights[draw(static_cast<unsigned>(dsm.heights.size()))] = odd;
     }
   }
   SetGrid(dsm, rows, cols, cellX, cellY);

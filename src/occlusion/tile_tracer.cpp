@@ -277,7 +277,8 @@ void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
   if (lowest > highest) return;  // nothing to examine
   const LaneScene lanes = LanesOf(tile);
   scratch.blockers.clear();
-  if (static_cast<double>(lowest) < s.box.minZ || static_cast<double>(highest) > s.box.maxZ ||
+  if (!std::isfinite(lowest) || static_cast<double>(lowest) < s.box.minZ ||
+      static_cast<double>(highest) > s.box.maxZ ||
       !FindBlockers(tile, static_cast<double>(lowest), lanes, scratch.blockers)) {
     return TraceRays(tile, examine, hidden, scratch);
   }
