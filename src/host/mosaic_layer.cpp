@@ -175,6 +175,41 @@ void ResampleWalls(const MosaicPhoto& photo, const std::vector<std::uint8_t>& at
   }
 }
 
+/// Makes a view of a roof's edge worse where the photo also shows the wall below that edge.
+///
+/// An edge is known to a fraction of a surface cell. Where the wall faces the camera, being wrong
+/// by a cell shows the facade; a camera on the other side sees roof or ground, whichever it is.
+void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell,
+                   const std::vector<std::uint8_t>& atWall, Layer& layer) {
+  constexpr double kWorse = 60;
+  constexpr float kDrop = 1;
+  const VisibilityLattice& lattice = layer.lattice;
+  const int reach = std::max(TruncToInt(0.6 * surfaceCell / lattice.step + 1.5), 2);
+  for (int row = 0; row < lattice.rows; ++row) {
+    for (int col = 0; col < lattice.cols; ++col) {
+      const std::size_t i = layer.Index(row, col);
+      if (atWall[i] == 0 || !IsSeen(layer.rating[i])) continue;
+      const double dX = photo.camera.centre.x - layer.X(col);
+      const double dY = photo.camera.centre.y - layer.Y(row);
+      const double away = std::sqrt(dX * dX + dY * dY);
+      if (!(away > lattice.step)) continue;
+      float lowest = layer.heights[i];
+      for (int k = 1; k <= reach; ++k) {
+        const int r = row - TruncToInt(std::round(k * dY / away));
+        const int c = col + TruncToInt(std::round(k * dX / away));
+        if (r < 0 || r >= lattice.rows || c < 0 || c >= lattice.cols) break;
+        lowest = std::min(lowest, layer.heights[layer.Index(r, c)]);
+      }
+      const float drop = layer.heights[i] - lowest;
+      if (!(drop > kDrop)) continue;
+      // The facade is as wide as this many cells in the ortho.
+      const double width = drop * away / (photo.camera.centre.z - layer.heights[i]) / lattice.step;
+      const double worse = layer.rating[i] + kWorse * std::clamp(width, 0.0, 1.0);
+      layer.rating[i] = static_cast<std::uint8_t>(std::min<double>(worse, kWorstView));
+    }
+  }
+}
+
 /// Mean colours of the blocks of the mosaic's grid that the photo sees completely.
 void CollectColours(const MosaicGrid& grid, const MosaicPhoto& photo, const Layer& layer,
                     PhotoColours& colours) {
@@ -276,6 +311,7 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
   RateView(photo.camera, lattice,
            GridView<const float>(layer.heights.data(), lattice.rows, lattice.cols), options,
            rating);
+  AvoidWallTops(photo, cell.x, atWall, layer);
   CollectColours(grid, photo, layer, colours);
   if (!WriteLayer(grid, photo, layer)) {
     error = photo.layerPath + ": cannot be written; is the disk full?";

@@ -16,6 +16,7 @@ namespace {
 /// One photo on the nodes.
 struct NodeView {
   std::size_t view = 0;
+  std::vector<std::uint8_t> best;            ///< best rating
   std::vector<float> cost;                   ///< mean rating; infinite where it sees nothing
   std::vector<std::array<float, 3>> colour;  ///< mean over the cells that it sees
 };
@@ -65,11 +66,13 @@ class SeamMover {
     node.view = index;
     node.cost.assign(static_cast<std::size_t>(Nodes()), std::numeric_limits<float>::infinity());
     node.colour.assign(node.cost.size(), {});
+    node.best.assign(node.cost.size(), kHiddenView);
     for (int i = 0; i < rows_; ++i) {
       for (int j = 0; j < cols_; ++j) {
         int cells = 0;
         int seen = 0;
         double rating = 0;
+        std::uint8_t best = kHiddenView;
         std::array<double, 3> sum{};
         for (int r = i * side_; r < std::min((i + 1) * side_, labels_.rows); ++r) {
           const std::uint8_t* ratings = view.rating.Row(r);
@@ -80,11 +83,13 @@ class SeamMover {
             if (!IsSeen(ratings[c])) continue;
             ++seen;
             rating += ratings[c];
+            best = std::min(best, ratings[c]);
             for (std::size_t b = 0; b < 3; ++b) sum[b] += pixels[3 * c + static_cast<int>(b)];
           }
         }
         if (seen == 0) continue;
         const auto n = static_cast<std::size_t>(i * cols_ + j);
+        node.best[n] = best;
         node.cost[n] = static_cast<float>((rating + options_.unseen * (cells - seen)) / cells);
         const auto gain = GainAt(view.gain, i * side_, j * side_);
         for (std::size_t b = 0; b < 3; ++b) {
@@ -189,18 +194,35 @@ class SeamMover {
     flow.AddEdge(place_[p], place_[q], std::max(secondTakes + firstTakes - stay, 0.0F), 0);
   }
 
-  /// Cells follow their node where its photo sees them.
+  /// The best rating of a node's photo in and around the node: the one without what borders cost.
+  [[nodiscard]] int BestAround(const NodeView& view, int node) const {
+    constexpr int kAround = 2;
+    const int row = node / cols_;
+    const int col = node % cols_;
+    int best = kHiddenView;
+    for (int i = std::max(row - kAround, 0); i <= std::min(row + kAround, rows_ - 1); ++i) {
+      for (int j = std::max(col - kAround, 0); j <= std::min(col + kAround, cols_ - 1); ++j) {
+        best = std::min<int>(best, view.best[i * cols_ + j]);
+      }
+    }
+    return best;
+  }
+
+  /// Cells follow their node where its photo sees them well.
   void TakeOver(const std::vector<MosaicView>& views) {
+    std::vector<int> limit(label_.size(), 0);
+    for (int i = 0; i < Nodes(); ++i) {
+      if (label_[i] != kNobody) limit[i] = BestAround(nodeViews_[label_[i]], i) + options_.slack;
+    }
     for (int row = 0; row < labels_.rows; ++row) {
       std::uint16_t* label = labels_.Row(row);
       for (int col = 0; col < labels_.cols; ++col) {
-        if (label[col] == 0) continue;
-        const int node = label_[row / side_ * cols_ + col / side_];
-        if (node == kNobody) continue;
-        const std::size_t view = nodeViews_[node].view;
-        const int best = views[label[col] - 1U].rating.At(row, col);
+        const int node = row / side_ * cols_ + col / side_;
+        if (label[col] == 0 || label_[node] == kNobody) continue;
+        const std::size_t view = nodeViews_[label_[node]].view;
+        const int own = views[label[col] - 1U].rating.At(row, col);
         const std::uint8_t rating = views[view].rating.At(row, col);
-        if (IsSeen(rating) && rating <= best + options_.slack) {
+        if (IsSeen(rating) && rating <= std::max(own + options_.slack, limit[node])) {
           label[col] = static_cast<std::uint16_t>(view + 1);
         }
       }

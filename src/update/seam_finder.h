@@ -22,8 +22,9 @@ struct SeamOptions {
   double step = 1.0;
   /// What it costs to give a node to a photo that sees none of it, in ratings.
   double unseen = 400;
-  /// A cell keeps its label where its node's photo is worse by more than this, in ratings: at the
-  /// borders of what the photo sees.
+  /// A cell keeps its label where its node's photo shows it worse by more than this, in ratings,
+  /// than both the cell's own photo and the best of the cells around: at the borders of what the
+  /// photo sees.
   int slack = 12;
   int sweeps = 2;
 };

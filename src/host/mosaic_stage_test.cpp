@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/mosaic_stage.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <vector>
+
+#include "host/run_job.h"
+#include "host/sample_town.h"
+#include "host/survey_reader.h"
+#include "testing/temp_dir.h"
+#include "tqimage/TqImage.h"
+#include "tqorkit/tqBinaryData.h"
+
+namespace tqtortho::host {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using tqimage::TqImage;
+using tqorkit::PhotoInfo;
+
+class Silent : public RunObserver {
+ public:
+  void BeginStage(const std::string&) override {}
+  void Progress(double) override {}
+  void EndStage(double) override {}
+  void Warn(const std::string&) override {}
+  bool StopRequested() override { return false; }
+};
+
+/// A finished job on a small town, shared by all tests.
+class MosaicStageTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new tqtortho::testing::TempDir;
+    SampleOptions sample;
+    sample.outDir = dir_->File("town");
+    sample.sizeM = 40;
+    sample.photoCount = 6;
+    sample.photoGsdM = 0.2;
+    sample.truthCellM = 0.2;
+    std::string error;
+    ASSERT_TRUE(WriteSampleTown(sample, error, {})) << error;
+    std::vector<std::string> problems;
+    auto survey =
+        ReadSurvey(dir_->File("town/cameras.txt"), dir_->File("town/photos.txt"), problems);
+    ASSERT_TRUE(survey.has_value());
+    RunOptions options;
+    options.dsmPath = dir_->File("town/dsm.tif");
+    options.outDir = dir_->File("job");
+    options.gsd = 0.2;
+    Silent silent;
+    RunReport report;
+    ASSERT_EQ(RunJob(*survey, options, silent, report, error), RunStatus::kDone) << error;
+  }
+  static void TearDownTestSuite() {
+    delete dir_;
+    dir_ = nullptr;
+  }
+
+  static MosaicOptions Options(const std::string& out) {
+    MosaicOptions options;
+    options.workDir = dir_->File("job/work");
+    options.outDir = dir_->File(out);
+    return options;
+  }
+  static MosaicReport Make(const MosaicOptions& options) {
+    MosaicInput input;
+    MosaicReport report;
+    std::string error;
+    EXPECT_TRUE(LoadMosaicInput(options.workDir, input, error)) << error;
+    EXPECT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
+    EXPECT_THAT(report.leftOut, ::testing::IsEmpty());
+    return report;
+  }
+  static PhotoInfo Read(const std::string& path) {
+    PhotoInfo image;
+    EXPECT_TRUE(TqImage::QuickReadImage(path, image, nullptr)) << path;
+    return image;
+  }
+
+  static tqtortho::testing::TempDir* dir_;
+};
+tqtortho::testing::TempDir* MosaicStageTest::dir_ = nullptr;
+
+TEST_F(MosaicStageTest, TheMosaicShowsTheTownAsItIs) {
+  const MosaicReport report = Make(Options("m"));
+  EXPECT_GT(report.seen, 0.95 * (report.seen + report.filled + report.neverCovered));
+  const PhotoInfo mosaic = Read(dir_->File("m/mosaic.tif"));
+  const PhotoInfo truth = Read(dir_->File("town/truth/ortho.tif"));
+  ASSERT_EQ(mosaic.bands, 4);
+  // Grids may lie half a cell apart, which alone costs a few decibels; facades, or roofs leaning
+  // over streets, cost far more.
+  double sum = 0;
+  int count = 0;
+  for (int row = 0; row < mosaic.height; ++row) {
+    for (int col = 0; col < mosaic.width; ++col) {
+      const int c =
+          static_cast<int>(std::lround((mosaic.geoRect[0] + col * 0.2 - truth.geoRect[0]) / 0.2));
+      const int r =
+          static_cast<int>(std::lround((truth.geoRect[3] - mosaic.geoRect[3] + row * 0.2) / 0.2));
+      const std::uint8_t* m =
+          &mosaic.data[4 * (static_cast<std::size_t>(row) * mosaic.width + col)];
+      if (m[3] == 0 || c < 0 || r < 0 || c >= truth.width || r >= truth.height) continue;
+      const std::uint8_t* t =
+          &truth.data[truth.bands * (static_cast<std::size_t>(r) * truth.width + c)];
+      for (int b = 0; b < 3; ++b) sum += (m[b] - t[b]) * (m[b] - t[b]) / 3.0;
+      ++count;
+    }
+  }
+  ASSERT_GT(count, 30000);
+  EXPECT_GT(10 * std::log10(65025 / (sum / count)), 22);
+}
+
+TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
+  const MosaicReport report = Make(Options("s"));
+  const PhotoInfo mosaic = Read(dir_->File("s/mosaic.tif"));
+  const PhotoInfo source = Read(dir_->File("s/source.tif"));
+  const PhotoInfo quality = Read(dir_->File("s/quality.tif"));
+  const PhotoInfo texture = Read(dir_->File("job/work/tmp/ot/textures.tif"));
+  tqorkit::tqBinaryData map;
+  const std::string mapPath = dir_->File("job/work/tmp/ot/pix_map.bin");
+  ASSERT_TRUE(map.Open(std::wstring(mapPath.begin(), mapPath.end())));
+  const std::size_t cells = static_cast<std::size_t>(mosaic.width) * mosaic.height;
+  ASSERT_EQ(static_cast<std::int64_t>(cells), report.cells);
+  std::vector<std::uint16_t> numbers(cells);
+  ASSERT_TRUE(map.ReadBlkData(0, 0, mosaic.width, mosaic.height, numbers.data()));
+  ASSERT_EQ(source.data.size(), 2 * cells);
+  ASSERT_EQ(quality.data.size(), cells);
+  const auto* photo = reinterpret_cast<const std::uint16_t*>(source.data.data());
+  std::int64_t seen = 0;
+  for (std::size_t i = 0; i < cells; ++i) {
+    const int q = quality.data[i];
+    ASSERT_LE(photo[i], 6);
+    ASSERT_EQ(photo[i], numbers[i]);
+    ASSERT_EQ(q == kQualitySeen || q == kQualitySeenOnce, photo[i] != 0);
+    ASSERT_EQ(q != kQualityNone, mosaic.data[4 * i + 3] == 255);
+    ASSERT_EQ(q != kQualityNone, mosaic.data[4 * i] != 0);
+    for (std::size_t b = 0; b < 3; ++b) ASSERT_EQ(mosaic.data[4 * i + b], texture.data[3 * i + b]);
+    seen += photo[i] != 0 ? 1 : 0;
+  }
+  EXPECT_EQ(seen, report.seen);
+  EXPECT_FALSE(fs::exists(dir_->File("job/work/tmp/ot/layers"))) << "working files are gone";
+}
+
+TEST_F(MosaicStageTest, TheAreaCutsTheProductAndNotTheMap) {
+  MosaicOptions options = Options("a");
+  const MosaicReport whole = Make(options);
+  const PhotoInfo all = Read(dir_->File("a/mosaic.tif"));
+  const double x = all.geoRect[0] + 10;
+  const double y = all.geoRect[3] - 10;
+  options.area = {{x, y}, {x + 8, y}, {x, y - 8}};  // a triangle of 800 cells
+  const MosaicReport cut = Make(options);
+  EXPECT_EQ(cut.seen, whole.seen);
+  const PhotoInfo mosaic = Read(dir_->File("a/mosaic.tif"));
+  int inside = 0;
+  for (std::size_t i = 3; i < mosaic.data.size(); i += 4) inside += mosaic.data[i] == 255 ? 1 : 0;
+  EXPECT_NEAR(inside, 800, 45);
+}
+
+// Seams may differ where tiles meet; what is seen and covered may not.
+TEST_F(MosaicStageTest, SmallTilesCoverTheSameCells) {
+  const MosaicReport large = Make(Options("l"));
+  MosaicOptions options = Options("t");
+  options.tileSide = 64;
+  const MosaicReport small = Make(options);
+  EXPECT_EQ(small.seen, large.seen);
+  EXPECT_EQ(small.seenByOne, large.seenByOne);
+  const PhotoInfo a = Read(dir_->File("l/mosaic.tif"));
+  const PhotoInfo b = Read(dir_->File("t/mosaic.tif"));
+  int different = 0;
+  for (std::size_t i = 0; i < a.data.size(); ++i) different += std::abs(a.data[i] - b.data[i]) > 20;
+  EXPECT_LT(different, 0.01 * a.data.size());
+}
+
+TEST_F(MosaicStageTest, WhatIsMissingIsSaidInOneLine) {
+  MosaicInput input;
+  MosaicReport report;
+  std::string error;
+  EXPECT_FALSE(LoadMosaicInput(dir_->File("nowhere"), input, error));
+  EXPECT_THAT(error, HasSubstr("orParam.txt"));
+
+  MosaicOptions options = Options("u");
+  ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
+  // A photo whose ortho is gone is left out, the others make the mosaic.
+  const std::string prefix = input.orthoPrefix;
+  const std::string copy = dir_->File("orthos/");
+  fs::copy(prefix, copy, fs::copy_options::recursive);
+  input.orthoPrefix = copy;
+  int removed = 0;
+  for (const auto& entry : fs::directory_iterator(copy)) {
+    const std::string name = entry.path().filename().string();
+    if (removed == 0 && name.find("_obs") == std::string::npos &&
+        entry.path().extension() == ".jpg") {
+      fs::resize_file(entry.path(), 100);
+      ++removed;
+    }
+  }
+  if (removed == 1) {
+    ASSERT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
+    EXPECT_EQ(report.leftOut.size(), 1U);
+  }
+  const MosaicProgress stop = [](const char*, double) { return false; };
+  EXPECT_FALSE(MakeMosaic(input, Options("v"), stop, report, error));
+  EXPECT_EQ(error, "interrupted");
+  EXPECT_FALSE(fs::exists(dir_->File("v/mosaic.tif")));
+}
+
+}  // namespace
+}  // namespace tqtortho::host
