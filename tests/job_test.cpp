@@ -63,6 +63,7 @@ struct TownJob {
     options.dsmPath = town.outDir + "/dsm.tif";
     options.outDir = dir.File("out");
     options.threads = 2;
+    options.finish = Finish::kNone;  // the orthos as they were rectified
     status = RunJob(*survey, options, observer, report, error);
   }
 };
@@ -80,6 +81,12 @@ TEST_P(TownJobTest, OrthosLieOnTheTruthAndMasksFollowTrueVisibility) {
   EXPECT_GE(score.total.patches, 10);
   EXPECT_LT(score.total.registration, 0.1);
   EXPECT_GT(score.total.psnr, 27);
+  MosaicScore mosaic;
+  ASSERT_TRUE(ScoreMosaic(job.dir.File("town"), job.report.mosaicPath, mosaic, job.error))
+      << job.error;
+  EXPECT_LT(mosaic.registration, 0.1);
+  EXPECT_GT(mosaic.psnr, 29);  // ground that no photo sees included
+  EXPECT_LT(mosaic.facades, 0.004);
   // Small houses have small shadows, and blobs of up to 500 cells are taken for speckles.
   EXPECT_GT(score.total.iou, 0.25);
 }
@@ -130,6 +137,7 @@ TEST(RealSurveyTest, ObliquePhotosAgreeWithAnIndependentTool) {
   options.dsmPath = dsmPath;
   options.outDir = dir.Path();
   options.gsd = 0.4;
+  options.finish = Finish::kNone;
   QuietObserver observer;
   RunReport report;
   ASSERT_EQ(RunJob(*survey, options, observer, report, error), RunStatus::kDone) << error;

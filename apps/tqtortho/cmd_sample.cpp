@@ -34,7 +34,7 @@ void PrintScore(const host::PhotoScore& s) {
               s.registration, s.patches, s.iou, s.precision, s.recall);
 }
 
-int Score(const std::string& truth, const std::string& orthos) {
+int Score(const std::string& truth, const std::string& orthos, const std::string& mosaic) {
   host::JobScore score;
   std::string error;
   if (!host::ScoreJob(truth, orthos, score, error)) return Fail(kBadInput, error);
@@ -42,6 +42,13 @@ int Score(const std::string& truth, const std::string& orthos) {
               "IoU", "precision", "recall");
   for (const auto& photo : score.photos) PrintScore(photo);
   PrintScore(score.total);
+  if (mosaic.empty()) return kDone;
+  host::MosaicScore whole;
+  if (!host::ScoreMosaic(truth, mosaic, whole, error)) return Fail(kBadInput, error);
+  std::printf(
+      "mosaic: PSNR %.1f dB, shift %.3f cells over %d patches, %.2f %% covered, %.3f %% of it "
+      "facades\n",
+      whole.psnr, whole.registration, whole.patches, 100 * whole.covered, 100 * whole.facades);
   return kDone;
 }
 
@@ -81,7 +88,7 @@ void AddSample(CLI::App& app, int& status) {
 
 void AddScore(CLI::App& app, int& status) {
   struct Arguments {
-    std::string truth, orthos;
+    std::string truth, orthos, mosaic;
   };
   auto a = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand(
@@ -92,7 +99,9 @@ void AddScore(CLI::App& app, int& status) {
   command->add_option("--orthos", a->orthos, "ortho directory of the job (OUT/ortho)")
       ->required()
       ->type_name("DIR");
-  command->callback([a, &status] { status = Score(a->truth, a->orthos); });
+  command->add_option("--mosaic", a->mosaic, "mosaic of the job (OUT/mosaic.tif)")
+      ->type_name("FILE");
+  command->callback([a, &status] { status = Score(a->truth, a->orthos, a->mosaic); });
 }
 
 }  // namespace tqtortho::app

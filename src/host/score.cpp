@@ -155,6 +155,8 @@ tqfd::Rect2_T<double> AreaOf(const tqimage::GeoCoefficients& geo, int width, int
 struct Comparison {
   int rows = 0, cols = 0;
   double cellM = 0;
+  double inside = 0;   ///< cells where the truth is known
+  double facades = 0;  ///< compared cells of a facade's colour
   std::vector<float> truthGrey, orthoGrey;
   std::vector<std::uint8_t> seen;      ///< 1: the photo truly sees the cell and the ortho shows it
   std::vector<std::uint8_t> noObject;  ///< 0: building or tree
@@ -165,6 +167,17 @@ bool ReadOrtho(const std::string& path, tqorkit::PhotoInfo& ortho, tqimage::GeoC
          ortho.bands >= 3 && ortho.width > 0 && ortho.height > 0;
 }
 
+/// Facades are painted in strong magenta and cyan, hues that nothing else in a town has.
+bool IsFacade(const std::uint8_t* pixel) {
+  const int r = pixel[0], g = pixel[1], b = pixel[2];
+  const int high = std::max({r, g, b}), low = std::min({r, g, b});
+  if (high < 77 || 2 * (high - low) < high) return false;
+  const bool magenta = low == g && r > (high + low) / 2 && b > (high + low) / 2;
+  const bool cyan = low == r && g > (high + low) / 2 && b > (high + low) / 2;
+  return magenta || cyan;
+}
+
+/// @param stem  of the photo; empty for a mosaic, whose cells all count
 bool CompareColours(const std::string& truthDir, const std::string& stem,
                     const std::string& orthoPath, Comparison& c, Tally& tally) {
   tqorkit::PhotoInfo ortho;
@@ -174,7 +187,9 @@ bool CompareColours(const std::string& truthDir, const std::string& stem,
   Window colour, classes, visibility;
   if (!colour.Read(truthDir + "/ortho.tif", area, 3)) return false;
   if (!classes.Read(truthDir + "/class.tif", area, 1)) return false;
-  if (!visibility.Read(truthDir + "/visibility/" + stem + ".tif", area, 1)) return false;
+  if (!stem.empty() && !visibility.Read(truthDir + "/visibility/" + stem + ".tif", area, 1)) {
+    return false;
+  }
   c.rows = ortho.height;
   c.cols = ortho.width;
   c.cellM = geo.GetResolution().x;
@@ -192,11 +207,13 @@ bool CompareColours(const std::string& truthDir, const std::string& stem,
       c.noObject[i] = classes.Nearest(at.x, at.y, 0) < 2 ? 1 : 0;
       const auto* pixel = ortho.data.data() + i * bands;
       std::array<double, 3> truth{};
+      if (!colour.Bilinear(at.x, at.y, truth)) continue;
+      c.inside += 1;
       // 0 and 1 are the codes for no data and for a sample outside the photo.
-      if (pixel[0] <= 1 || visibility.Nearest(at.x, at.y, kOutside) != kSeen ||
-          !colour.Bilinear(at.x, at.y, truth)) {
+      if (pixel[0] <= 1 || (!stem.empty() && visibility.Nearest(at.x, at.y, kOutside) != kSeen)) {
         continue;
       }
+      c.facades += IsFacade(pixel) ? 1 : 0;
       c.seen[i] = 1;
       for (std::size_t b = 0; b < 3; ++b) {
         const double difference = pixel[b] - truth[b];
@@ -301,16 +318,19 @@ std::vector<fs::path> FilesOf(const std::string& folder) {
   return files;
 }
 
+/// The folder of the town serves as well as the one of its truth.
+std::string TruthFolder(const std::string& dir) {
+  std::error_code ignored;
+  return fs::is_directory(dir + "/visibility", ignored) ? dir : dir + "/truth";
+}
+
 }  // namespace
 
 bool ScoreJob(const std::string& truthDir, const std::string& orthoDir, JobScore& score,
               std::string& error) {
   score = {};
   error.clear();
-  // The folder of the town serves as well as the one of its truth.
-  std::error_code ignored;
-  const bool direct = fs::is_directory(truthDir + "/visibility", ignored);
-  const std::string truth = direct ? truthDir : truthDir + "/truth";
+  const std::string truth = TruthFolder(truthDir);
   const std::vector<fs::path> photos = FilesOf(truth + "/visibility");
   if (photos.empty()) {
     error = truthDir + " holds no truth (visibility of photos)";
@@ -333,6 +353,27 @@ bool ScoreJob(const std::string& truthDir, const std::string& orthoDir, JobScore
     return false;
   }
   score.total = ScoreOf("all", std::move(total));
+  return true;
+}
+
+bool ScoreMosaic(const std::string& truthDir, const std::string& mosaicPath, MosaicScore& score,
+                 std::string& error) {
+  score = {};
+  error.clear();
+  Comparison comparison;
+  Tally tally;
+  if (!CompareColours(TruthFolder(truthDir), "", mosaicPath, comparison, tally)) {
+    error = mosaicPath + " cannot be read, or " + truthDir + " holds no truth for its place";
+    return false;
+  }
+  RegisterPatches(comparison, tally);
+  const double cells = tally.samples / 3;
+  const PhotoScore common = ScoreOf("mosaic", std::move(tally));
+  score.psnr = common.psnr;
+  score.registration = common.registration;
+  score.patches = common.patches;
+  score.covered = comparison.inside > 0 ? cells / comparison.inside : 0;
+  score.facades = cells > 0 ? comparison.facades / cells : 0;
   return true;
 }
 

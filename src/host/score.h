@@ -27,4 +27,17 @@ struct JobScore {
 bool ScoreJob(const std::string& truthDir, const std::string& orthoDir, JobScore& score,
               std::string& error);
 
+/// Agreement of a mosaic with the truth of a sample town.
+struct MosaicScore {
+  double psnr = 0;          ///< over all covered cells, hidden and filled ones too, dB
+  double registration = 0;  ///< as in PhotoScore
+  int patches = 0;
+  double covered = 0;  ///< share of the mosaic's cells inside the town that hold a colour
+  double facades = 0;  ///< share of them that show a facade, which no cell truly does
+};
+
+/// Scores a job's mosaic. False, with one line in `error`, when it cannot be compared.
+bool ScoreMosaic(const std::string& truthDir, const std::string& mosaicPath, MosaicScore& score,
+                 std::string& error);
+
 }  // namespace tqtortho::host
