@@ -11,6 +11,7 @@
 #include "host/run_job.h"
 #include "host/sample_town.h"
 #include "host/survey_reader.h"
+#include "job/photo_files.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqBinaryData.h"
@@ -186,24 +187,17 @@ TEST_F(MosaicStageTest, WhatIsMissingIsSaidInOneLine) {
 
   MosaicOptions options = Options("u");
   ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
-  // A photo whose ortho is gone is left out, the others make the mosaic.
-  const std::string prefix = input.orthoPrefix;
+  // A photo whose ortho is damaged is left out, the others make the mosaic.
   const std::string copy = dir_->File("orthos/");
-  fs::copy(prefix, copy, fs::copy_options::recursive);
+  fs::copy(input.orthoPrefix, copy, fs::copy_options::recursive);
   input.orthoPrefix = copy;
-  int removed = 0;
-  for (const auto& entry : fs::directory_iterator(copy)) {
-    const std::string name = entry.path().filename().string();
-    if (removed == 0 && name.find("_obs") == std::string::npos &&
-        entry.path().extension() == ".jpg") {
-      fs::resize_file(entry.path(), 100);
-      ++removed;
-    }
-  }
-  if (removed == 1) {
-    ASSERT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
-    EXPECT_EQ(report.leftOut.size(), 1U);
-  }
+  const auto& photo = input.blocks[0].GetPhotos()[2];
+  const std::string broken = OrthoName(copy, photo.GetPhotoName(), photo.GetImgBlkId());
+  ASSERT_TRUE(fs::exists(broken));
+  fs::resize_file(broken, 100);
+  ASSERT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
+  ASSERT_EQ(report.leftOut.size(), 1U);
+  EXPECT_THAT(report.leftOut[0], HasSubstr(broken));
   const MosaicProgress stop = [](const char*, double) { return false; };
   EXPECT_FALSE(MakeMosaic(input, Options("v"), stop, report, error));
   EXPECT_EQ(error, "interrupted");

@@ -8,6 +8,7 @@
 
 #include "core/numeric.h"
 #include "job/call_guard.h"
+#include "rectify/step_surface.h"
 #include "tqimage/TqImage.h"
 #include "update/hole_fill.h"
 #include "update/photo_choice.h"
@@ -160,8 +161,8 @@ class TileMaker {
     return true;
   }
 
-  /// Nearest surface heights of the tile's cells, NaN where there is none; none at all when the
-  /// surface cannot be read.
+  /// Surface heights of the tile's cells, with walls as sharp as visibility sees them; NaN where
+  /// there is none, or none of its own; none at all when the surface cannot be read.
   void ReadHeights() {
     constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
     heights_.assign(Cells(), kNone);
@@ -173,8 +174,11 @@ class TileMaker {
     const tqfd::Rect2_T<double> ground{
         grid_.minX + whole_.firstCol * grid_.step, grid_.maxY - (whole_.endRow - 1) * grid_.step,
         grid_.minX + (whole_.endCol - 1) * grid_.step, grid_.maxY - whole_.firstRow * grid_.step};
-    const auto cells = at.World2Raster(ground, -1, -1);
+    auto cells = at.World2Raster(ground, -1, -1);
     if (cells.maxX < cells.minX || cells.maxY < cells.minY) return;
+    constexpr int kSurroundings = 3;  // that the place of a wall depends on
+    cells = {cells.minX - kSurroundings, cells.minY - kSurroundings, cells.maxX + kSurroundings,
+             cells.maxY + kSurroundings};
     const int cols = cells.maxX - cells.minX + 1;
     const int rows = cells.maxY - cells.minY + 1;
     const tqfd::Rect2_T<int> rect{cells.minX, cells.minY, cells.maxX + 1, cells.maxY + 1};
@@ -184,20 +188,22 @@ class TileMaker {
         (haveOrigin && !origin.ReadImage(0, rect, tqimage::kByte, known.data()))) {
       return;
     }
-    const auto noData = static_cast<float>(dsm.GetNoDataValue(0));
+    const StepSurface surface(GridView<const float>(part.data(), rows, cols), dsm.GetNoDataValue(0),
+                              StepSurface::DefaultWallStep(at.GetResolution().x));
     const auto corner = at.GetOrigin();
     const auto cell = at.GetResolution();
     clearance_ = std::clamp(TruncToInt(cell.x / grid_.step + 1.5), 2, 16);
     for (int row = 0; row < rows_; ++row) {
       const double y = grid_.maxY - (whole_.firstRow + row) * grid_.step;
-      const int r = FloorToInt((y - corner.y) / cell.y + 0.5) - cells.minY;
+      const double v = (y - corner.y) / cell.y - cells.minY;
+      const int r = FloorToInt(v + 0.5);
       if (r < 0 || r >= rows) continue;
       for (int col = 0; col < cols_; ++col) {
         const double x = grid_.minX + (whole_.firstCol + col) * grid_.step;
-        const int c = FloorToInt((x - corner.x) / cell.x + 0.5) - cells.minX;
-        if (c < 0 || c >= cols) continue;
-        const std::size_t i = static_cast<std::size_t>(r) * cols + c;
-        if (known[i] != 0 && part[i] != noData) heights_[Index(row, col)] = part[i];
+        const double u = (x - corner.x) / cell.x - cells.minX;
+        const int c = FloorToInt(u + 0.5);
+        if (c < 0 || c >= cols || known[static_cast<std::size_t>(r) * cols + c] == 0) continue;
+        heights_[Index(row, col)] = static_cast<float>(surface.HeightAt(v, u));
       }
     }
   }
