@@ -152,6 +152,47 @@ TEST(RayKernelTest, PhotosFromAboveAreTracedInLanes) {
   EXPECT_TRUE(inLanes({-40, 30, 120}));  // outside
 }
 
+// Every seventh step of this ray (2, -3, 6 on 7) lies on a corner of cells, up to the rounding of
+// the additions. One-cell walls around the corner, just high enough for that step, tell where it
+// fell.
+TEST(RayKernelTest, LanesLeaveStepsOnBordersToTheMarch) {
+  constexpr int kSize = 401;
+  const int row = 50;
+  const int col = 50;
+  const Point3 camera{250, 50, 600};  // from (50, 350): 700 away
+  Bytes examine(std::size_t{kSize} * kSize, 0);
+  examine[std::size_t{row} * kSize + col] = 1;
+  int hidden = 0;
+  for (int m = 1; m <= 7; ++m) {
+    for (int corner = 0; corner < 4; ++corner) {
+      RayCase scene{FlatSurface(kSize, kSize, 1), camera, examine};
+      const int wallRow = row + 3 * m - corner / 2;
+      const int wallCol = col + 2 * m - corner % 2;
+      scene.dsm.heights[static_cast<std::size_t>(wallRow) * kSize + wallCol] =
+          static_cast<float>(6 * m + 0.4);
+      scene.dsm.heights[0] = 60;  // keeps the ray inside the tree for all walls
+      SetGrid(scene.dsm, kSize, kSize, 1, -1);
+      const Bytes mask = Trace(scene.dsm, camera, examine);
+      ASSERT_EQ(Difference(scene, mask, 1 << 20), "") << m << " " << corner;
+      hidden += mask[std::size_t{row} * kSize + col] != 0 ? 1 : 0;
+    }
+  }
+  EXPECT_GE(hidden, 7) << "one of the four cells holds the step";
+}
+
+// A march looks one step past its leaf. Walls that stand right behind the leaves' common border, on
+// a border of blocks too, are hit by that step alone from some cells.
+TEST(RayKernelTest, TheStepPastALeafIsNotForgotten) {
+  constexpr int kSize = 257;
+  RayCase scene{FlatSurface(kSize, kSize, 1), {128, 128, 60}, {}};
+  for (int i = 0; i < kSize; ++i) {
+    scene.dsm.heights[static_cast<std::size_t>(i) * kSize + 64] = 5;
+    scene.dsm.heights[std::size_t{191} * kSize + i] = 5;
+  }
+  SetGrid(scene.dsm, kSize, kSize, 1, -1);
+  EXPECT_EQ(Difference(scene, Trace(scene.dsm, scene.camera), 1L << 26), "");
+}
+
 TEST(RayKernelTest, SurfacesWithoutExtentHideNothing) {
   const Point3 camera{3, 3, 50};
   tqDSM flat = FlatSurface(8, 8, 1);
