@@ -100,12 +100,6 @@ void DropEmptyCells(Layer& layer) {
   }
 }
 
-/// The surface under a photo's ortho and everything that hides it.
-struct Surface {
-  PhotoInfo heights;
-  SurfacePlacement placement;
-};
-
 /// Heights of all cells; `atWall` gets 1 where the cell lies in or beside a wall.
 void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, Layer& layer,
                  std::vector<std::uint8_t>& atWall) {
