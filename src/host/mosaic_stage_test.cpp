@@ -122,9 +122,9 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
   const PhotoInfo mosaic = Read(dir_->File("s/mosaic.tif"));
   const PhotoInfo source = Read(dir_->File("s/source.tif"));
   const PhotoInfo quality = Read(dir_->File("s/quality.tif"));
-  const PhotoInfo texture = Read(dir_->File("job/work/tmp/ot/textures.tif"));
+  const PhotoInfo texture = Read(dir_->File("job/work") + "/tmp/ot/textures.tif");
   tqorkit::tqBinaryData map;
-  const std::string mapPath = dir_->File("job/work/tmp/ot/pix_map.bin");
+  const std::string mapPath = dir_->File("job/work") + "/tmp/ot/pix_map.bin";
   ASSERT_TRUE(map.Open(std::wstring(mapPath.begin(), mapPath.end())));
   const std::size_t cells = static_cast<std::size_t>(mosaic.width) * mosaic.height;
   ASSERT_EQ(static_cast<std::int64_t>(cells), report.cells);
@@ -145,7 +145,7 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
     seen += photo[i] != 0 ? 1 : 0;
   }
   EXPECT_EQ(seen, report.seen);
-  EXPECT_FALSE(fs::exists(dir_->File("job/work/tmp/ot/layers"))) << "working files are gone";
+  EXPECT_FALSE(fs::exists(dir_->File("job/work") + "/tmp/ot/layers")) << "working files are gone";
 }
 
 TEST_F(MosaicStageTest, TheAreaCutsTheProductAndNotTheMap) {

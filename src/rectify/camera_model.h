@@ -13,8 +13,8 @@ inline constexpr double kLengthScale = 0.001;
 /// Geometry of one oriented photo, as numbers.
 ///
 /// Frames: ground X, Y, Z; image plane x to the right and y UPWARD from the photo centre, in the
-/// unit of `focal`; pixels as (column, u) with u upward from the lower edge, row = height - u. Whole
-/// columns and rows are pixel centres.
+/// unit of `focal`; pixels as (column, u) with u upward from the lower edge, row = height - u.
+/// Whole columns and rows are pixel centres.
 struct PhotoCamera {
   tqfd::Point3_T<double> centre;                     ///< projection centre on the ground axes
   double rotation[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};  ///< row-major a1 a2 a3, b1 b2 b3, c1 c2 c3
