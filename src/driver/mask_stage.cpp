@@ -7,6 +7,7 @@
 #include <system_error>
 #include <vector>
 
+#include "driver/mosaic_masks.h"
 #include "job/call_guard.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
@@ -119,6 +120,9 @@ bool WeighPhoto(tqExtOri& photo, const std::map<int, tqorkit::tqIntOri>& cameras
 
 bool tqTORProc::MosaicMskProc(tqfd::ProgressCallback progress, void* user) {
   return Guarded([&] {
+    if (!TqRaster::tqRasterTorMsk::HasMaker()) {
+      TqRaster::tqRasterTorMsk::SetMaker(&MakeMosaicMasks);
+    }
     TqRaster::tqRasterTorMsk masks;
     return masks.DoMosaicMskByBlock(photoBlocks, progress, user);
   });

@@ -16,6 +16,8 @@
 #include "testing/test_peer.h"
 #include "testing/tiny_job.h"
 #include "tqfd/Logger.h"
+#include "tqfd/StringConverter.h"
+#include "tqorkit/tqBinaryData.h"
 #include "tqraster/tqRasterTorMsk.h"
 
 namespace tqtortho {
@@ -236,6 +238,34 @@ TEST(TqTORProcTest, AMosaicMaskMakerDecidesTheLastStage) {
     EXPECT_EQ(seen, 1U);
   }
   TqRaster::tqRasterTorMsk::SetMaker(nullptr);
+}
+
+// Two photos side by side: every cell that one of them shows unhidden goes to the nearer one.
+TEST(TqTORProcTest, TheJobsOwnMapGivesEachCellToTheNearestPhotoThatShowsIt) {
+  TinyJob files;
+  files.AddPhoto("west.tif", 13, 12);
+  files.AddPhoto("east.tif", 22, 12);
+  Job job;
+  ASSERT_TRUE(job.Run(files, 0.5, nullptr));
+  tqorkit::tqBinaryData map;
+  ASSERT_TRUE(map.Open(tqfd::StringConverter::Convert(PixMapPath())));
+  std::vector<std::uint16_t> cells(static_cast<std::size_t>(map.GetWidth()) * map.GetHeight());
+  ASSERT_TRUE(map.ReadBlkData(0, 0, map.GetWidth(), map.GetHeight(), cells.data()));
+  const auto at = map.GetGeoCoefficients();
+  int counts[3] = {};
+  for (int row = 0; row < map.GetHeight(); ++row) {
+    for (int col = 0; col < map.GetWidth(); ++col) {
+      const int number = cells[static_cast<std::size_t>(row) * map.GetWidth() + col];
+      ASSERT_LE(number, 2);
+      ++counts[number];
+      const double east = at.Raster2World(col, row).x - TinyJob::kX0;
+      // Level ground hides nothing; where both photos show it the middle between them decides.
+      EXPECT_TRUE(number != 1 || east <= 17.5 + 0.01) << row << " " << col;
+      EXPECT_TRUE(number != 2 || east >= 17.5 - 0.01) << row << " " << col;
+    }
+  }
+  EXPECT_GT(counts[1], 500);
+  EXPECT_GT(counts[2], 500);
 }
 
 // --- Dispatch ------------------------------------------------------------------------------------

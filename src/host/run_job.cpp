@@ -93,6 +93,7 @@ class StageRelay {
     if (text == message::kRectifying) return "rectify";
     if (text == message::kObscuring) return "hidden cells";
     if (text == message::kWeighting) return "weights";
+    if (text == message::kMosaicking) return "mosaic masks";
     if (text == message::kUpdating) return "update orthos";
     return text;
   }

@@ -28,6 +28,8 @@ inline constexpr std::string_view kImageSizeAbnormal = "影像尺寸异常：";
 inline constexpr std::string_view kObscuring = "正在检测阴影...";
 /// "generating weight masks"
 inline constexpr std::string_view kWeighting = "正在生成权值模板.....";
+/// "making mosaic masks"
+inline constexpr std::string_view kMosaicking = "正在生成镶嵌模板...";
 /// "updating ortho images"
 inline constexpr std::string_view kUpdating = "正在更新正射影像.....";
 /// "error opening pix_map.bin"

@@ -35,4 +35,9 @@ void tqRasterTorMsk::SetMaker(Maker maker) {
   TheInstalled().maker = std::move(maker);
 }
 
+bool tqRasterTorMsk::HasMaker() {
+  const std::lock_guard<std::mutex> lock(TheInstalled().mutex);
+  return static_cast<bool>(TheInstalled().maker);
+}
+
 }  // namespace TqRaster

@@ -12,8 +12,9 @@ namespace TqRaster {
 
 /// The job's mosaic masks, which decide the photo that supplies each part of the mosaic.
 ///
-/// The masks are made by whatever maker the process has installed; this class only holds the place
-/// in the job where they are due. Without a maker no mask is written and the job goes on.
+/// The masks are made by the maker that the process has installed; a job installs the library's own
+/// (the nearest photo that shows the cell) unless the host has set another. Without a maker no mask
+/// is written.
 class TQTORTHO_API tqRasterTorMsk {
  public:
   using Maker = std::function<bool(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
@@ -30,6 +31,7 @@ class TQTORTHO_API tqRasterTorMsk {
   /// Installs the maker for the whole process; an empty one removes it. Thread-safe; a run that has
   /// begun keeps the maker it began with.
   static void SetMaker(Maker maker);
+  [[nodiscard]] static bool HasMaker();
 };
 
 }  // namespace TqRaster
