@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "geo/Crs.h"
+#include "occlusion/tqDSM.h"
 #include "testing/temp_dir.h"
 #include "testing/test_peer.h"
 #include "testing/town_data.h"
@@ -100,6 +101,35 @@ TEST_F(PhotoVisibilityTest, WhatHidesFromOutsideTheRectangleIsRead) {
       TestPeer::LoadSubDEM(dsm_.c_str(), rect, Point{1100.0, 1950.0, 110.0}, surface, part));
   EXPECT_GE(part.GetOrigin().x, 1076);
   EXPECT_LE(surface.width, 80);
+}
+
+// Two ways that share no code: rays marched through the cells from inside the surface's box, and
+// sight lines followed along planes. They may differ along the shadow's and the wall's borders
+// only.
+TEST_F(PhotoVisibilityTest, AgreesWithTheRayTracerAwayFromBorders) {
+  tqDSM dsm;
+  ASSERT_TRUE(dsm.Load(dsm_));
+  for (const Point camera : {Point{1030, 1950, 110}, Point{1085.3, 1921.7, 90}}) {
+    Bytes rays;
+    int cols = 0, rows = 0;
+    tqRayTracer tracer;
+    Point centre = camera;
+    TestPeer::RayTracing(tracer, dsm, centre, rays, cols, rows, nullptr, 0);
+    ASSERT_EQ(cols, 200);
+    ASSERT_EQ(rows, 100);
+    Bytes lines;
+    ASSERT_TRUE(TestPeer::GenOcclusion(interior_, At(camera.x, camera.y, camera.z), dsm_.c_str(),
+                                       Rect{1000, 1901, 1199, 2000}, 1.0, std::uint8_t{0}, lines,
+                                       cols, rows));
+    ASSERT_EQ(lines.size(), rays.size());
+    int hidden = 0, differ = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      hidden += lines[i] == 255 ? 1 : 0;
+      differ += lines[i] != rays[i] ? 1 : 0;
+    }
+    EXPECT_GT(hidden, 700);
+    EXPECT_LT(differ, 2.5 * 100) << "a cell or two beside each border line of 100 cells";
+  }
 }
 
 TEST_F(PhotoVisibilityTest, PartsKeepTheirPlaceAtTheEdgeOfTheFile) {
