@@ -143,12 +143,16 @@ std::int64_t PeakMemory() {
 
 /// Why a photo has no ortho image, from what it left behind.
 std::string FailureReason(const tqorkit::tqPhotoCategory& block, const tqorkit::tqExtOri& photo,
-                          bool hadFootprint) {
+                          const std::string& orthoDir, bool hadFootprint) {
   const std::string path = block.GetPhotoPath() + "/" + photo.GetPhotoName();
   if (!hadFootprint) return "sees no cell of the DSM (or of the area); left out";
   tqorkit::PhotoInfo image;
   if (!tqimage::TqImage::QuickReadImage(path, image, nullptr)) {
     return "its pixels cannot be read; the file may be truncated: " + path;
+  }
+  const std::int64_t room = FreeSpace(orthoDir);
+  if (room >= 0 && room < static_cast<std::int64_t>(image.data.size())) {
+    return "its ortho image could not be written; the disk is nearly full: " + orthoDir;
   }
   return "no cell of the DSM shows a pixel of it; check its position and angles";
 }
@@ -205,7 +209,7 @@ void CollectOutcomes(const HostJob& job, const JobPaths& paths, const RunOptions
       }
       out.hiddenShare = HiddenShare(out.orthoPath, out.cells);
     } else if (!out.done) {
-      out.reason = FailureReason(block, photo, withoutFootprint.count(places[k]) == 0);
+      out.reason = FailureReason(block, photo, paths.ortho, withoutFootprint.count(places[k]) == 0);
     }
 #pragma omp critical(tqtortho_host_outcome)
     {
@@ -380,6 +384,12 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer
   if (!ok) {
     relay.End();
     if (relay.Stopped()) return Stopped(error);
+    constexpr std::int64_t kLittle = 1 << 20;
+    const std::int64_t room = FreeSpace(paths.work);
+    if (room >= 0 && room < kLittle) {
+      error = paths.work + ": cannot be written to; the disk is full";
+      return RunStatus::kFailed;
+    }
     error =
         "no photo sees the DSM (or the area); check coordinate systems, heights and the order of "
         "the angles (omega phi kappa, radians). Details: " +
