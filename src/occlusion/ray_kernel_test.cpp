@@ -132,7 +132,7 @@ TEST(RayKernelTest, EveryInstructionSetGivesTheSameBytes) {
     for (const char* name : {"baseline", "avx2", "avx512"}) {
       if (LaneKernelOf(name) == nullptr) continue;
       const ForcedKernel forced(name);
-      ASSERT_EQ(ChooseLaneKernel(), LaneKernelOf(name));
+      ASSERT_EQ(&ChooseLaneKernel(), LaneKernelOf(name));
       ASSERT_EQ(Trace(scene.dsm, scene.camera, scene.examine), mask) << name << " " << round;
     }
   }

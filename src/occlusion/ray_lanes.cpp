@@ -40,6 +40,9 @@ TQT_INLINE unsigned Bits(Mask m) {
 TQT_INLINE Real Sqrt(Real a) { return Real{std::sqrt(a[0]), std::sqrt(a[1])}; }
 TQT_INLINE unsigned Bits(Mask m) { return static_cast<unsigned>((m[0] & 1) | (m[1] & 2)); }
 #endif
+TQT_INLINE Real Gather(const float* cells, Int index) {
+  return Real{static_cast<double>(cells[index[0]]), static_cast<double>(cells[index[1]])};
+}
 #include "occlusion/ray_lanes_kernel.inc"
 }  // namespace baseline
 
@@ -56,6 +59,9 @@ TQT_INLINE Real Sqrt(Real a) { return _mm256_sqrt_pd(a); }
 TQT_INLINE unsigned Bits(Mask m) {
   return static_cast<unsigned>(_mm256_movemask_pd(reinterpret_cast<__m256d>(m)));
 }
+TQT_INLINE Real Gather(const float* cells, Int index) {
+  return _mm256_cvtps_pd(_mm_i32gather_ps(cells, reinterpret_cast<__m128i>(index), 4));
+}
 #include "occlusion/ray_lanes_kernel.inc"
 }  // namespace avx2
 #if defined(__clang__)
@@ -71,6 +77,10 @@ namespace avx512 {
 TQT_LANE_TYPES(8);
 TQT_INLINE Real Sqrt(Real a) { return _mm512_maskz_sqrt_pd(0xff, a); }
 TQT_INLINE unsigned Bits(Mask m) { return _mm512_movepi64_mask(reinterpret_cast<__m512i>(m)); }
+TQT_INLINE Real Gather(const float* cells, Int index) {
+  return _mm512_maskz_cvtps_pd(0xff,
+                               _mm256_i32gather_ps(cells, reinterpret_cast<__m256i>(index), 4));
+}
 #include "occlusion/ray_lanes_kernel.inc"
 }  // namespace avx512
 #if defined(__clang__)
@@ -82,24 +92,24 @@ TQT_INLINE unsigned Bits(Mask m) { return _mm512_movepi64_mask(reinterpret_cast<
 
 }  // namespace
 
-LaneKernel LaneKernelOf(std::string_view name) {
+const LaneKernel* LaneKernelOf(std::string_view name) {
 #if defined(__x86_64__)
   if (name == "avx512") {
     const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
                      __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
-    return has ? avx512::DecideGroup : nullptr;
+    return has ? &avx512::kKernel : nullptr;
   }
-  if (name == "avx2") return __builtin_cpu_supports("avx2") ? avx2::DecideGroup : nullptr;
+  if (name == "avx2") return __builtin_cpu_supports("avx2") ? &avx2::kKernel : nullptr;
 #endif
-  return name == "baseline" ? baseline::DecideGroup : nullptr;
+  return name == "baseline" ? &baseline::kKernel : nullptr;
 }
 
-LaneKernel ChooseLaneKernel() {
+const LaneKernel& ChooseLaneKernel() {
   const char* forced = std::getenv("TQTORTHO_KERNEL");
   for (const char* name : {forced == nullptr ? "" : forced, "avx512", "avx2"}) {
-    if (const LaneKernel kernel = LaneKernelOf(name)) return kernel;
+    if (const LaneKernel* kernel = LaneKernelOf(name)) return *kernel;
   }
-  return baseline::DecideGroup;
+  return baseline::kKernel;
 }
 
 }  // namespace tqtortho

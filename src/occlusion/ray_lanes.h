@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
@@ -49,17 +50,31 @@ struct LaneGroup {
   unsigned undecided;  ///< result: neither certain
 };
 
-/// Decides the wanted cells of a group against `blockers`, eight rays at once. All of the group's
-/// rays must lie in the same quadrant of the camera.
-using LaneKernel = void (*)(const LaneScene& scene, const std::vector<Blocker>& blockers,
-                            LaneGroup& group);
+/// Eight parts of a tile: middle and half size in cells, and the lowest cell to decide (plus
+/// infinity when there is none).
+struct TileParts {
+  static constexpr int kCount = 8;
+  double col[kCount], row[kCount];
+  double halfCols[kCount], halfRows[kCount];
+  double lowest[kCount];
+};
+
+/// The vector code of one instruction set.
+struct LaneKernel {
+  /// Decides the wanted cells of a group against `blockers`, several rays at once. All of the
+  /// group's rays must lie in the same quadrant of the camera.
+  void (*decide)(const LaneScene& scene, const std::vector<Blocker>& blockers, LaneGroup& group);
+  /// Writes one byte per blocker: a bit per part with a ray that it may block.
+  void (*sieve)(const LaneScene& scene, const TileParts& parts,
+                const std::vector<Blocker>& blockers, std::uint8_t* meets);
+};
 
 /// The kernel of an instruction set: "avx512", "avx2" or "baseline"; null when the machine lacks
 /// it.
-[[nodiscard]] LaneKernel LaneKernelOf(std::string_view name);
+[[nodiscard]] const LaneKernel* LaneKernelOf(std::string_view name);
 
 /// The one named by the environment variable TQTORTHO_KERNEL when the machine has it, else the
 /// widest.
-[[nodiscard]] LaneKernel ChooseLaneKernel();
+[[nodiscard]] const LaneKernel& ChooseLaneKernel();
 
 }  // namespace tqtortho

@@ -9,7 +9,11 @@ namespace {
 
 constexpr int kBlock = 8;
 constexpr int kTile = 16;
-constexpr int kLanes = 8;
+/// Parts of a tile that have their own blockers; a row of a part is one group of lanes.
+constexpr int kPartCols = 8;
+constexpr int kPartRows = 4;
+constexpr int kPartsAcross = kTile / kPartCols;
+static_assert(kPartsAcross * (kTile / kPartRows) == TileParts::kCount);
 /// The lanes' margins are this much wider than a single march needs: a step interval may be cut by
 /// leaf borders into that many pieces.
 constexpr double kPieces = 8;
@@ -58,7 +62,7 @@ void AddSpans(int begin, int middle, int end, std::vector<std::pair<int, int>>& 
 TileTracer::TileTracer(const RayScene& scene, const FilteredMarch& march)
     : scene_(scene),
       march_(march),
-      decide_(ChooseLaneKernel()),
+      kernel_(ChooseLaneKernel()),
       blocks_(scene.surface.heights, kBlock) {
   const RaySurface& s = scene.surface;
   const LocalBox& box = s.box;
@@ -72,9 +76,11 @@ TileTracer::TileTracer(const RayScene& scene, const FilteredMarch& march)
   // Well above everything, and never so flat that an axis counts as parallel.
   const double above = camera.z - std::max(scene.highest, leafTop_);
   const double reach = std::fabs(camera.x) + std::fabs(camera.y) + box.maxX + box.maxY;
-  const bool regular = sizeX > 0 && sizeY < 0 && -sizeY >= 0.1 * sizeX && -sizeY <= 10 * sizeX &&
-                       kPieces * margins.cols < 0.01 && kPieces * margins.rows < 0.01 &&
-                       std::isfinite(scene.highest) && leafTop_ >= box.minZ && leafTop_ <= box.maxZ;
+  const bool regular =
+      sizeX > 0 && sizeY < 0 && -sizeY >= 0.1 * sizeX && -sizeY <= 10 * sizeX &&
+      kPieces * margins.cols < 0.01 && kPieces * margins.rows < 0.01 &&
+      std::isfinite(scene.highest) && s.heights.CellCount() < (std::size_t{1} << 31) &&
+      s.heights.stride == s.heights.cols && leafTop_ >= box.minZ && leafTop_ <= box.maxZ;
   usable_ = regular && above >= sizeX && above > 1e-5 * reach &&
             reach < 1e4 * (box.maxX + box.maxY) && camera.z < 1e9 && ReadLeafBorders();
 }
@@ -255,24 +261,55 @@ void TileTracer::TraceRays(const Tile& tile, GridView<const std::uint8_t> examin
   }
 }
 
+void TileTracer::TracePart(const Tile& part, const unsigned* wanted, const LaneScene& lanes,
+                           GridView<std::uint8_t> hidden, Scratch& scratch) const {
+  for (int r = part.row0; r < part.row1; ++r) {
+    LaneGroup group{r, part.col0, wanted[r - part.row0], 0, 0};
+    if (group.wanted == 0) continue;
+    kernel_.decide(lanes, scratch.partBlockers, group);
+    for (int i = 0; i < kPartCols; ++i) {
+      const int c = group.firstCol + i;
+      if ((group.hidden >> i & 1) != 0 ||
+          ((group.undecided >> i & 1) != 0 && march_.IsHidden(r, c, scratch.ray))) {
+        hidden.At(r, c) = 255;
+      }
+    }
+  }
+}
+
 void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
                        GridView<std::uint8_t> hidden, Scratch& scratch) const {
   if (!usable_) return TraceRays(tile, examine, hidden, scratch);
   const RaySurface& s = scene_.surface;
   float lowest = HUGE_VALF;
   float highest = -HUGE_VALF;
-  unsigned wanted[kTile][kTile / kLanes] = {};
-  for (int r = tile.row0; r < tile.row1; ++r) {
-    for (int c = tile.col0; c < tile.col1; ++c) {
-      const float h = s.heights.At(r, c);
-      if (!IsValidHeight(h, s.noData) || (examine.cells != nullptr && examine.At(r, c) == 0)) {
-        continue;
+  Tile cells[TileParts::kCount];
+  TileParts parts;
+  unsigned wanted[TileParts::kCount][kPartRows] = {};
+  for (int p = 0; p < TileParts::kCount; ++p) {
+    Tile& part = cells[p];
+    part.row0 = std::min(tile.row0 + p / kPartsAcross * kPartRows, tile.row1);
+    part.row1 = std::min(part.row0 + kPartRows, tile.row1);
+    part.col0 = std::min(tile.col0 + p % kPartsAcross * kPartCols, tile.col1);
+    part.col1 = std::min(part.col0 + kPartCols, tile.col1);
+    float partLowest = HUGE_VALF;
+    for (int r = part.row0; r < part.row1; ++r) {
+      for (int c = part.col0; c < part.col1; ++c) {
+        const float h = s.heights.At(r, c);
+        if (!IsValidHeight(h, s.noData) || (examine.cells != nullptr && examine.At(r, c) == 0)) {
+          continue;
+        }
+        partLowest = std::min(partLowest, h);
+        highest = std::max(highest, h);
+        wanted[p][r - part.row0] |= 1u << (c - part.col0);
       }
-      lowest = std::min(lowest, h);
-      highest = std::max(highest, h);
-      const int lane = c - tile.col0;
-      wanted[r - tile.row0][lane / kLanes] |= 1u << (lane % kLanes);
     }
+    lowest = std::min(lowest, partLowest);
+    parts.col[p] = (part.col0 + part.col1 - 1) / 2.0;
+    parts.row[p] = (part.row0 + part.row1 - 1) / 2.0;
+    parts.halfCols[p] = (part.col1 - part.col0 - 1) / 2.0;
+    parts.halfRows[p] = (part.row1 - part.row0 - 1) / 2.0;
+    parts.lowest[p] = static_cast<double>(partLowest);
   }
   if (lowest > highest) return;  // nothing to examine
   const LaneScene lanes = LanesOf(tile);
@@ -284,19 +321,14 @@ void TileTracer::Trace(const Tile& tile, GridView<const std::uint8_t> examine,
   }
   if (scratch.blockers.empty()) return;
 
-  for (int r = tile.row0; r < tile.row1; ++r) {
-    for (int part = 0; part < kTile / kLanes; ++part) {
-      LaneGroup group{r, tile.col0 + part * kLanes, wanted[r - tile.row0][part], 0, 0};
-      if (group.wanted == 0) continue;
-      decide_(lanes, scratch.blockers, group);
-      for (int i = 0; i < kLanes; ++i) {
-        const int c = group.firstCol + i;
-        if ((group.hidden >> i & 1) != 0 ||
-            ((group.undecided >> i & 1) != 0 && march_.IsHidden(r, c, scratch.ray))) {
-          hidden.At(r, c) = 255;
-        }
-      }
+  scratch.meets.resize(scratch.blockers.size());
+  kernel_.sieve(lanes, parts, scratch.blockers, scratch.meets.data());
+  for (int p = 0; p < TileParts::kCount; ++p) {
+    scratch.partBlockers.clear();
+    for (std::size_t i = 0; i < scratch.blockers.size(); ++i) {
+      if ((scratch.meets[i] >> p & 1) != 0) scratch.partBlockers.push_back(scratch.blockers[i]);
     }
+    if (!scratch.partBlockers.empty()) TracePart(cells[p], wanted[p], lanes, hidden, scratch);
   }
 }
 

@@ -25,7 +25,9 @@ class TileTracer {
  public:
   struct Scratch {
     FilteredMarch::Scratch ray;
-    std::vector<Blocker> blockers;
+    std::vector<Blocker> blockers;      ///< of the tile
+    std::vector<Blocker> partBlockers;  ///< of one part of it
+    std::vector<std::uint8_t> meets;
   };
   /// Cells [row0, row1) x [col0, col1).
   struct Tile {
@@ -49,6 +51,8 @@ class TileTracer {
                                   std::vector<Blocker>& blockers) const;
   void AddBlocker(int blockRow, int blockCol, const LaneScene& lanes,
                   std::vector<Blocker>& blockers) const;
+  void TracePart(const Tile& part, const unsigned* wanted, const LaneScene& lanes,
+                 GridView<std::uint8_t> hidden, Scratch& scratch) const;
   void TraceRays(const Tile& tile, GridView<const std::uint8_t> examine,
                  GridView<std::uint8_t> hidden, Scratch& scratch) const;
   [[nodiscard]] bool ReadLeafBorders();
@@ -60,7 +64,7 @@ class TileTracer {
   double cameraCol_ = 0;
   double cameraRow_ = 0;
   double leafTop_ = 0;
-  LaneKernel decide_;
+  const LaneKernel& kernel_;
   BlockMaxima blocks_;
   std::vector<double> leafCols_;  ///< borders of the leaves, those left of the camera when inside
   std::vector<double> leafRows_;
