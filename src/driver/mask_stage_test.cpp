@@ -11,6 +11,7 @@
 
 #include "job/messages.h"
 #include "job/photo_files.h"
+#include "testing/progress_calls.h"
 #include "testing/tiny_job.h"
 #include "tqraster/tqSelectWgt.h"
 #include "tqtortho/tqRayTracer.h"
@@ -25,17 +26,7 @@ using ::testing::IsEmpty;
 using testing::TinyJob;
 using Bytes = std::vector<std::uint8_t>;
 
-struct Calls {
-  std::vector<double> percents;
-  std::vector<std::string> messages;
-  int answer = 1;
-  static int Callback(double percent, const char* message, void* user) {
-    auto& calls = *static_cast<Calls*>(user);
-    calls.percents.push_back(percent);
-    calls.messages.emplace_back(message);
-    return calls.answer;
-  }
-};
+using testing::Calls;
 
 class OneThread {
  public:

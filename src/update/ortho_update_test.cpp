@@ -10,6 +10,7 @@
 
 #include "job/messages.h"
 #include "job/photo_files.h"
+#include "testing/progress_calls.h"
 #include "testing/temp_dir.h"
 #include "tqfd/Logger.h"
 #include "tqfd/PathHelper.h"
@@ -32,17 +33,7 @@ using tqorkit::TqFSManager;
 using Bytes = std::vector<std::uint8_t>;
 using Colour = std::array<std::uint8_t, 3>;
 
-struct Calls {
-  std::vector<double> percents;
-  std::vector<std::string> messages;
-  int answer = 1;
-  static int Callback(double percent, const char* message, void* user) {
-    auto& calls = *static_cast<Calls*>(user);
-    calls.percents.push_back(percent);
-    calls.messages.emplace_back(message);
-    return calls.answer;
-  }
-};
+using testing::Calls;
 
 /// Cells of a photo on the mosaic grid.
 struct Window {
