@@ -87,12 +87,17 @@ std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
   return finding;
 }
 
+std::optional<GroundPose> PoseThrough(const Vector3& centre, const Matrix3& cameraToFrame,
+                                      const TopocentricToGrid& toGrid) {
+  const auto onGrid = toGrid(centre);
+  const auto derivative = MapDerivative(centre, toGrid);
+  if (!onGrid || !derivative) return std::nullopt;
+  return GroundPose{*onGrid, Product(NearestRotation(*derivative), cameraToFrame)};
+}
+
 std::optional<GroundPose> PoseFromTopocentric(const OpenSfmShot& shot,
                                               const TopocentricToGrid& toGrid) {
-  const auto centre = toGrid(shot.centre);
-  const auto derivative = MapDerivative(shot.centre, toGrid);
-  if (!centre || !derivative) return std::nullopt;
-  return GroundPose{*centre, Product(NearestRotation(*derivative), CameraToGround(shot.rotation))};
+  return PoseThrough(shot.centre, CameraToGround(shot.rotation), toGrid);
 }
 
 GroundPose PoseFromGrid(const OpenSfmShot& shot, double offsetEast, double offsetNorth) {

@@ -44,9 +44,14 @@ struct GroundPose {
   Matrix3 cameraToGround{};
 };
 
-/// Pose of a topocentric shot: the centre point by point through the map projection, the rotation
-/// through its derivative at the centre (convergence, and the tilt of "up" away from the
-/// reference), made orthogonal. Nothing where the map is not defined.
+/// Pose of a camera of any metric frame: the centre point by point through the map projection, the
+/// rotation through its derivative at the centre (convergence, and the tilt of "up" away from the
+/// reference), made orthogonal. `cameraToFrame` has the camera's right, up and backward as columns.
+/// Nothing where the map is not defined.
+[[nodiscard]] std::optional<GroundPose> PoseThrough(const Vector3& centre,
+                                                    const Matrix3& cameraToFrame,
+                                                    const TopocentricToGrid& toGrid);
+/// The same of a topocentric shot.
 [[nodiscard]] std::optional<GroundPose> PoseFromTopocentric(const OpenSfmShot& shot,
                                                             const TopocentricToGrid& toGrid);
 /// Pose of a shot that is on the grid already.

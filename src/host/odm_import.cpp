@@ -15,6 +15,7 @@
 #include "geo/Crs.h"
 #include "geo/RasterTools.h"
 #include "host/geodesy.h"
+#include "host/import_assembly.h"
 #include "host/lens_fit.h"
 #include "host/number_text.h"
 #include "host/odm_frame.h"
@@ -26,88 +27,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double kDegrees = 180 / std::numbers::pi;
-
-bool ReadWhole(const fs::path& path, std::string& text) {
-  std::ifstream in(path, std::ios::binary);
-  std::error_code ignored;
-  if (!in || fs::is_directory(path, ignored)) return false;
-  text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
-}
-
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return text;
-}
-
-/// Finds the photo files of shots in one folder: by exact name, else regardless of case, else with
-/// the extension of a photo added.
-class PhotoFolder {
- public:
-  explicit PhotoFolder(const fs::path& folder) {
-    std::error_code failed;
-    for (fs::directory_iterator it(folder, failed), end; !failed && it != end;
-         it.increment(failed)) {
-      const std::string name = it->path().filename().string();
-      // The first of several spellings in byte order, whatever order the system lists them in.
-      auto& known = byLowerName_[Lower(name)];
-      if (known.empty() || name < known) known = name;
-      exact_.insert({name, name});
-    }
-  }
-  [[nodiscard]] std::string Find(const std::string& shot) const {
-    if (const auto it = exact_.find(shot); it != exact_.end()) return it->second;
-    const std::string lower = Lower(shot);
-    for (const char* extension : {"", ".jpg", ".jpeg", ".tif", ".tiff", ".png"}) {
-      const auto it = byLowerName_.find(lower + extension);
-      if (it != byLowerName_.end()) return it->second;
-    }
-    return {};
-  }
-
- private:
-  std::map<std::string, std::string> exact_, byLowerName_;
-};
-
-/// Photos left out for one reason, as one line.
-struct LeftOut {
-  std::string reason;
-  std::vector<std::string> names;
-
-  void AddTo(std::vector<std::string>& notes) const {
-    if (names.empty()) return;
-    constexpr std::size_t kNamed = 5;
-    std::string line = std::to_string(names.size()) +
-                       (names.size() == 1 ? " photo left out: " : " photos left out: ") + reason +
-                       ": ";
-    for (std::size_t i = 0; i < std::min(kNamed, names.size()); ++i) {
-      line += (i > 0 ? ", " : "") + names[i];
-    }
-    if (names.size() > kNamed) line += " ...";
-    notes.push_back(line);
-  }
-};
-
-/// The DSM's coordinate system, checked to be a metric map.
-bool ReadMap(const std::string& dsmPath, std::string& wkt, std::string& error) {
-  geo::RasterSummary summary;
-  if (!geo::DescribeRaster(dsmPath, summary, error)) return false;
-  wkt = summary.coefficients.GetProjection();
-  const auto crs = wkt.empty() ? std::nullopt : geo::DescribeCrs(wkt);
-  if (!crs) {
-    error = dsmPath + ": names no coordinate system, so the photos cannot be placed on it; " +
-            "use the DSM as the project wrote it";
-    return false;
-  }
-  if (crs->geographic || std::fabs(crs->metresPerUnit - 1) > 1e-6) {
-    error = dsmPath + ": its coordinate system (" + crs->name +
-            ") is not in metres; use the DSM as the project wrote it";
-    return false;
-  }
-  return true;
-}
 
 /// Puts shots on the DSM's map; made once per project.
 class Placer {
@@ -183,7 +102,7 @@ class Placer {
                   std::vector<std::string>& notes, std::string& error) {
     const fs::path coords = project / "odm_georeferencing/coords.txt";
     std::string text;
-    if (ReadWhole(coords, text)) {
+    if (ReadWholeFile(coords.string(), text)) {
       if (const auto offset = ParseCoordsOffset(text)) {
         offset_ = *offset;
         if (std::hypot(offset_[0] - reference[0], offset_[1] - reference[1]) < 1e5) return true;
@@ -206,84 +125,19 @@ class Placer {
   TopocentricToGrid toGrid_;
 };
 
-/// The photos of one camera: found, of the right size and placed.
-SurveyBlock CollectPhotos(const OpenSfmReconstruction& file, const std::string& camera,
-                          const SurveyCamera& converted, const fs::path& folder,
-                          const PhotoFolder& photos, const Placer& placer,
-                          std::vector<std::string>& notes) {
-  SurveyBlock block;
-  block.path = folder.string();
-  LeftOut missing{"no such file in " + block.path, {}};
-  LeftOut unreadable{"no readable image", {}};
-  LeftOut otherSize{"not the " + std::to_string(converted.rasterWidth) + " x " +
-                        std::to_string(converted.rasterHeight) +
-                        " pixels that the camera was calibrated for (turned or resized?)",
-                    {}};
-  LeftOut displaced{"outside the DSM's coordinate system", {}};
+/// The shots of a reconstruction with their places on the map.
+PlacedProject PlaceShots(OpenSfmReconstruction file, const Placer& placer, std::string photoDir) {
+  PlacedProject project;
+  project.photoDir = std::move(photoDir);
+  project.cameras = std::move(file.cameras);
   for (const OpenSfmShot& shot : file.shots) {
-    if (shot.camera != camera) continue;
-    const std::string name = photos.Find(shot.name);
-    geo::RasterSummary raster;
-    std::string why;
-    if (name.empty()) {
-      missing.names.push_back(shot.name);
-    } else if (!geo::DescribeRaster((folder / name).string(), raster, why)) {
-      unreadable.names.push_back(name);
-    } else if (raster.width != converted.rasterWidth || raster.height != converted.rasterHeight) {
-      otherSize.names.push_back(name);
-    } else if (const auto pose = placer.Place(shot); !pose) {
-      displaced.names.push_back(name);
+    if (const auto pose = placer.Place(shot)) {
+      project.shots.push_back({shot.name, shot.camera, pose->centre, pose->cameraToGround});
     } else {
-      const PhotoAngles angles = AnglesFromMatrix(pose->cameraToGround);
-      block.photos.push_back({name, pose->centre[0], pose->centre[1], pose->centre[2], angles.omega,
-                              angles.phi, angles.kappa, converted.id});
+      project.unplaced.push_back(shot.name);
     }
   }
-  for (const LeftOut& left : {missing, unreadable, otherSize, displaced}) left.AddTo(notes);
-  return block;
-}
-
-std::string DescribeFit(const SourceLens& lens, const LensFit& fit) {
-  std::string line = "camera \"" + lens.name + "\" (" + lens.projection + "): expressed by model " +
-                     std::to_string(fit.camera.model) + ", off by at most " +
-                     Fixed(fit.maxResidual, 4) + " pixel, " + Fixed(fit.rmsResidual, 4) + " RMS";
-  if (fit.usedShare < 0.995) {
-    line += "; " + Fixed(100 * fit.usedShare, 0) +
-            " % of each photo is used (straight rays of the rest fall outside its frame)";
-  }
-  return line;
-}
-
-bool FillSurvey(const fs::path& project, const OpenSfmReconstruction& file, const Placer& placer,
-                Survey& survey, std::string& error) {
-  const fs::path folder = fs::absolute(project / "images").lexically_normal();
-  const PhotoFolder photos(folder);
-  std::map<std::string, std::size_t> used;
-  for (const OpenSfmShot& shot : file.shots) ++used[shot.camera];
-  for (const auto& [name, count] : used) {
-    const auto camera = file.cameras.find(name);
-    if (camera == file.cameras.end()) {
-      error = "camera \"" + name + "\" of " + std::to_string(count) +
-              " photos is not described; export the project again";
-      return false;
-    }
-    if (error = camera->second.fault; !error.empty()) return false;
-    const auto fit =
-        FitLens(camera->second.lens, static_cast<int>(survey.cameras.size()) + 1, error);
-    if (!fit) return false;
-    SurveyBlock block =
-        CollectPhotos(file, name, fit->camera, folder, photos, placer, survey.notes);
-    if (block.photos.empty()) continue;
-    survey.notes.push_back(DescribeFit(camera->second.lens, *fit));
-    survey.cameras.push_back(fit->camera);
-    survey.blocks.push_back(std::move(block));
-  }
-  if (survey.blocks.empty()) {
-    error = "none of its " + std::to_string(file.shots.size()) + " photos can be used" +
-            (survey.notes.empty() ? std::string() : " (" + survey.notes.back() + ")");
-    return false;
-  }
-  return true;
+  return project;
 }
 
 }  // namespace
@@ -297,7 +151,7 @@ std::optional<Survey> ImportOdm(const std::string& projectDir, std::string& erro
     return std::nullopt;
   }
   std::string text;
-  if (!ReadWhole(reconstruction, text)) {
+  if (!ReadWholeFile(reconstruction, text)) {
     error = reconstruction + ": cannot be read; is " + projectDir +
             " an OpenDroneMap project that was processed to the end?";
     return std::nullopt;
@@ -310,13 +164,15 @@ std::optional<Survey> ImportOdm(const std::string& projectDir, std::string& erro
     return std::nullopt;
   }
   std::string wkt;
-  if (!ReadMap(survey.dsmPath, wkt, error)) return std::nullopt;
-  const auto file = ParseOpenSfm(text, error);
+  if (!ReadMetricMap(survey.dsmPath, wkt, error)) return std::nullopt;
+  auto file = ParseOpenSfm(text, error);
   text.clear();
   const auto placer =
       file ? Placer::Create(project, *file, wkt, survey.notes, error) : std::nullopt;
   if (placer) survey.notes.insert(survey.notes.end(), file->notes.begin(), file->notes.end());
-  if (!placer || !FillSurvey(project, *file, *placer, survey, error)) {
+  if (!placer ||
+      !AssembleSurvey(PlaceShots(std::move(*file), *placer, (project / "images").string()), survey,
+                      error)) {
     error = reconstruction + ": " + error;
     return std::nullopt;
   }

@@ -52,8 +52,8 @@ constexpr Projection kPinholes[] = {
     {"simple_radial", false, true, 1, false},
 };
 
-OpenSfmCamera ReadCamera(const std::string& name, const Json& object) {
-  OpenSfmCamera camera;
+SourceCamera ReadCamera(const std::string& name, const Json& object) {
+  SourceCamera camera;
   SourceLens& lens = camera.lens;
   lens.name = name;
   if (!object.is_object()) {

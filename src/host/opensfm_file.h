@@ -23,16 +23,9 @@ struct OpenSfmShot {
   double captureTime = 0;
 };
 
-/// A camera of the file; `fault` says why it cannot be used (a fisheye, a number missing) and is
-/// looked at only when a photo needs the camera.
-struct OpenSfmCamera {
-  SourceLens lens;
-  std::string fault;
-};
-
 /// The largest reconstruction of a file.
 struct OpenSfmReconstruction {
-  std::map<std::string, OpenSfmCamera> cameras;
+  std::map<std::string, SourceCamera> cameras;
   std::vector<OpenSfmShot> shots;                    ///< in flight order: capture time, then name
   bool hasReference = false;                         ///< origin of the topocentric frame
   double latitude = 0, longitude = 0, altitude = 0;  ///< degrees, metres

@@ -30,6 +30,13 @@ struct SourceLens {
   }
 };
 
+/// A camera of another tool; `fault` says why it cannot be used (a fisheye, a number missing) and
+/// is looked at only when a photo needs the camera.
+struct SourceCamera {
+  SourceLens lens;
+  std::string fault;
+};
+
 /// Distorted ray of a straight one.
 [[nodiscard]] tqfd::Point2_T<double> Distorted(const SourceLens& lens, tqfd::Point2_T<double> ray);
 /// Pixel position (column, row downward; whole numbers are pixel centres) of a ray.
