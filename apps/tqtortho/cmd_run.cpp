@@ -39,6 +39,7 @@ nlohmann::json ToJson(const host::RunReport& report) {
           {"gsd", report.gsd},
           {"photos", photos},
           {"stages", stages},
+          {"photosKept", report.photosKept},
           {"cells", report.cells},
           {"seconds", report.seconds},
           {"peakMemoryBytes", report.peakMemoryBytes},
@@ -69,6 +70,10 @@ void PrintTable(const host::RunReport& report) {
     } else {
       std::printf("%-*s failed: %s\n", static_cast<int>(width), p.name.c_str(), p.reason.c_str());
     }
+  }
+  if (report.photosKept > 0) {
+    std::printf("\n%d photos were finished by an earlier run and kept (--fresh makes them anew)",
+                report.photosKept);
   }
   std::printf("\n%zu of %zu photos done, %.1f million cells of %.3g m\n", done,
               report.photos.size(), static_cast<double>(report.cells) / 1e6, report.gsd);
@@ -170,6 +175,8 @@ void AddRun(CLI::App& app, int& status) {
   command->add_flag("--reduced", a->run.reducedCopies,
                     "also write a reduced copy of every ortho (OUT/rs)");
   command->add_flag("--sizing-only", a->run.sizingOnly, "georeference sidecars only, no rasters");
+  command->add_flag("--fresh", a->run.fresh,
+                    "start over; without it a run goes on where an earlier one in OUT stopped");
   command->add_option("--work", a->run.workDir, "the job's own state (default OUT/work)")
       ->type_name("DIR");
   command->add_option("--threads", a->run.threads, "threads; default: all cores")

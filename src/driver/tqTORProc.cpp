@@ -10,6 +10,7 @@
 #include "job/call_guard.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
+#include "job/photo_records.h"
 #include "rectify/sidecar.h"
 #include "tqfd/PathHelper.h"
 #include "tqfd/Timer.h"
@@ -130,10 +131,12 @@ bool tqTORProc::OrthoRectiProc(const char* dsmPath, const char* cameraFile,
     // A photo of an unknown camera is in no work block; a sidecar that an earlier job left for it
     // must not pass for a footprint of this one.
     const std::string prefix = outputDir == nullptr ? "" : outputDir;
+    PhotoRecords* const records = InstalledPhotoRecords();
     for (const auto& block : photoBlocks) {
       for (const auto& photo : block.GetPhotos()) {
-        const std::string name = SidecarName(prefix, photo);
-        if (!name.empty()) tqfd::PathHelper::RemoveFile(name);
+        const std::string ortho = OrthoName(prefix, photo.GetPhotoName(), photo.GetImgBlkId());
+        if (ortho.empty() || (records != nullptr && records->IsFinished(ortho))) continue;
+        tqfd::PathHelper::RemoveFile(OrthoSidecarName(ortho));
       }
     }
     if (!rectify.ShellOrthoRectify(&photoBlocks, &cameras, dsmPath, dispatchPair, areaPolygon,

@@ -32,6 +32,7 @@ struct RunOptions {
   bool reducedCopies = false;
   Finish finish = Finish::kFill;
   MosaicFormat format;      ///< of the mosaic
+  bool fresh = false;       ///< forget what an earlier run in workDir finished
   bool sizingOnly = false;  ///< georeference sidecars only, no rasters
   int threads = 0;          ///< 0: all cores
 };
@@ -58,6 +59,7 @@ struct RunReport {
   DsmPrepareReport dsm;
   std::vector<PhotoOutcome> photos;
   std::vector<StageTime> stages;
+  int photosKept = 0;  ///< photos whose files an earlier run had finished
   std::int64_t cells = 0;
   MosaicReport mosaic;
   std::string mosaicPath;  ///< empty when none was made
@@ -81,8 +83,10 @@ class RunObserver {
 
 enum class RunStatus { kDone, kFailed, kBadInput, kInterrupted };
 
-/// Runs a whole job on a survey. `error` gets one line when the status is not kDone. Uses the
-/// process-wide directory setters and OpenMP's thread number, so one job at a time in a process.
+/// Runs a whole job on a survey, going on where an earlier run in the same directories stopped:
+/// work whose inputs and options are unchanged is kept (see JobState). `error` gets one line when
+/// the status is not kDone. Uses the process-wide directory setters and OpenMP's thread number, so
+/// one job at a time in a process.
 [[nodiscard]] RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer,
                                RunReport& report, std::string& error);
 

@@ -8,6 +8,7 @@
 #include "job/call_guard.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
+#include "job/photo_records.h"
 #include "rectify/border_weights.h"
 #include "rectify/dsm_tile.h"
 #include "rectify/photo_outputs.h"
@@ -35,6 +36,25 @@ bool ReadPhoto(const std::string& path, bool sizeOnly, tqorkit::PhotoInfo& photo
   photo.height = image.GetHeight();
   photo.bands = image.GetBandCount();
   photo.dataType = tqimage::kByte;
+  return true;
+}
+
+bool IsFinished(const std::string& orthoName) {
+  PhotoRecords* const records = InstalledPhotoRecords();
+  return records != nullptr && !orthoName.empty() && records->IsFinished(orthoName);
+}
+
+/// Whether a host has every photo of the blocks from an earlier run; their surface is not read
+/// then.
+bool AllFinished(std::vector<tqorkit::tqPhotoCategory>& blocks, const std::string& outputDir) {
+  if (InstalledPhotoRecords() == nullptr) return false;
+  for (auto& block : blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      if (!IsFinished(OrthoName(outputDir, photo.GetPhotoName(), photo.GetImgBlkId()))) {
+        return false;
+      }
+    }
+  }
   return true;
 }
 
@@ -158,6 +178,7 @@ bool tqTORectify::OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* pho
     return false;
   }
   return Guarded([&] {
+    if (AllFinished(*photoBlocks, outputDir)) return true;
     BlockJob job{dsmPath,
                  cameras,
                  heightPair,
@@ -183,6 +204,7 @@ bool tqTORectify::OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* pho
         const std::string& photoName = photo.GetPhotoName();
         const std::string orthoName = OrthoName(job.outputDir, photoName, photo.GetImgBlkId());
         auto outcome = PhotoOutcome::kNoOrtho;
+        if (IsFinished(orthoName)) continue;
         if (!orthoName.empty()) {
           RemoveOldOutputs(orthoName, job.outputDir);
           RemoveLeftovers(orthoName);
@@ -192,6 +214,9 @@ bool tqTORectify::OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* pho
                 RectifyBlockPhoto(job, block.GetPhotoPath() + "/" + photoName, photo, orthoName);
             return true;
           });
+        }
+        if (outcome == PhotoOutcome::kDone && InstalledPhotoRecords() != nullptr) {
+          InstalledPhotoRecords()->Finish(orthoName);
         }
         if (outcome == PhotoOutcome::kBadScale) {
           LogMessage(message::kScaleAbnormal);

@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/job_state.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "core/fingerprint.h"
+#include "driver/param_file.h"
+#include "host/import_assembly.h"
+#include "internal/staged_path.h"
+#include "job/photo_files.h"
+
+namespace tqtortho::host {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+constexpr const char* kRecordEnd = ".json";
+
+/// Forces a file, or the names in a directory, to the disk: a record must not outlive its files in
+/// a power cut.
+void Sync(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return;
+  (void)::fsync(file);
+  ::close(file);
+}
+
+Json ReadRecord(const std::string& path) {
+  std::string text;
+  if (!ReadWholeFile(path, text)) return {};
+  return Json::parse(text, nullptr, false);
+}
+
+void WriteRecord(const std::string& path, const std::string& fingerprint,
+                 const std::vector<std::string>& files, const Json& said) {
+  Json stamps = Json::object();
+  for (const auto& file : files) {
+    Sync(file);
+    stamps[file] = FileStamp(file);
+  }
+  const std::string unfinished = StagedPath(path);
+  std::error_code failed;
+  fs::create_directories(fs::path(path).parent_path(), failed);
+  std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
+  out << Json{{"fingerprint", fingerprint}, {"files", stamps}, {"said", said}}.dump(
+      1, ' ', false, Json::error_handler_t::replace);
+  out.close();
+  // Without its record the work is done once more, nothing worse.
+  if (!out) {
+    fs::remove(unfinished, failed);
+    return;
+  }
+  Sync(unfinished);
+  fs::rename(unfinished, path, failed);
+}
+
+/// Whether a record speaks of these inputs, and its files are as it left them.
+bool Agrees(const Json& record, const std::string& fingerprint) {
+  if (!record.is_object() || !record.contains("files") || !record["files"].is_object() ||
+      record.value("fingerprint", Json()) != Json(fingerprint)) {
+    return false;
+  }
+  const Json& files = record["files"];
+  for (auto it = files.begin(); it != files.end(); ++it) {
+    const std::string now = FileStamp(it.key());
+    if (now.empty() || it.value() != Json(now)) return false;
+  }
+  return true;
+}
+
+/// Files that later stages rewrite.
+std::vector<std::string> Rewritten(const std::string& orthoName) {
+  return {orthoName, OwnershipMaskName(orthoName), OwnershipMaskCopyName(orthoName)};
+}
+
+/// Makes `to` the same file as `from`, else a copy of it. Never leaves half a file.
+bool LinkOver(const std::string& from, const std::string& to) {
+  const std::string beside = StagedPath(to);
+  std::error_code failed, ignored;
+  fs::create_directories(fs::path(to).parent_path(), ignored);
+  fs::remove(beside, ignored);
+  fs::create_hard_link(from, beside, failed);
+  if (failed) {
+    failed.clear();
+    fs::copy_file(from, beside, failed);
+  }
+  if (!failed) fs::rename(beside, to, failed);
+  if (failed) fs::remove(beside, ignored);
+  return !failed;
+}
+
+}  // namespace
+
+std::string FileStamp(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return {};
+  return std::to_string(status.st_size) + " " + std::to_string(status.st_mtim.tv_sec) + "." +
+         std::to_string(status.st_mtim.tv_nsec);
+}
+
+std::string OriginalOf(const std::string& workDir, const std::string& orthoPrefix,
+                       const std::string& file) {
+  const bool below = file.compare(0, orthoPrefix.size(), orthoPrefix) == 0;
+  return workDir + "/state/originals/" + (below ? file.substr(orthoPrefix.size()) : file);
+}
+
+JobState::JobState(const std::string& workDir, std::string orthoPrefix, std::string paramFile)
+    : dir_(workDir + "/state"),
+      orthoPrefix_(std::move(orthoPrefix)),
+      paramFile_(std::move(paramFile)) {}
+
+void JobState::Clear() {
+  std::error_code ignored;
+  fs::remove_all(dir_, ignored);
+  const std::lock_guard lock(mutex_);
+  photos_.clear();
+  planRead_ = false;
+}
+
+bool JobState::HasPhotos() const {
+  std::error_code failed;
+  return fs::exists(dir_ + "/photos", failed) && !fs::is_empty(dir_ + "/photos", failed);
+}
+
+std::string JobState::Relative(const std::string& orthoName) const {
+  return orthoName.substr(std::min(orthoName.size(), orthoPrefix_.size()));
+}
+
+std::string JobState::RecordPath(const std::string& orthoName) const {
+  return dir_ + "/photos/" + Relative(orthoName) + kRecordEnd;
+}
+
+std::string JobState::OriginalPath(const std::string& file) const {
+  return dir_ + "/originals/" + Relative(file);
+}
+
+// A work block is what a worker sees of the world: its photos, their camera and footprints. All of
+// it may change each of its photos (the surface is cut for the block).
+void JobState::ReadPlan() {
+  planRead_ = true;
+  std::ifstream file(paramFile_);
+  std::ostringstream whole;
+  whole << file.rdbuf();
+  std::istringstream text(whole.str());
+  ParamFileReader reader(text);
+  ParamHeader header;
+  if (!file || !reader.ReadHeader(header)) return;
+  Fingerprint common;
+  common.Add(base_);
+  std::istringstream lines(whole.str());
+  std::string line;
+  for (int i = 0; i < 7 && std::getline(lines, line); ++i) common.Add(line);
+  for (int number = 1; reader.FindBlock(number); ++number) {
+    const std::streamoff from = text.tellg();
+    ParamBlock block;
+    reader.ReadBlock(block);
+    text.clear();
+    const std::streamoff to = text.tellg();
+    if (from < 0 || to < from) break;
+    Fingerprint ofBlock = common;
+    ofBlock.Add(whole.str().substr(static_cast<std::size_t>(from),
+                                   static_cast<std::size_t>(to) - static_cast<std::size_t>(from)));
+    for (const auto& photo : block.photos) {
+      const std::string name = OrthoName(header.outputDir, photo.photoName, photo.imageBlockId);
+      Fingerprint own = ofBlock;
+      own.Add(FileStamp(block.path + "/" + photo.photoName));
+      // A photo of two work blocks belongs to the last that makes it; it is never taken for done.
+      const bool twice = photos_.count(name) > 0;
+      photos_[name] = {twice ? std::string() : own.Text(), false, twice};
+    }
+  }
+}
+
+JobState::Photo* JobState::Find(const std::string& orthoName) {
+  if (!planRead_) ReadPlan();
+  const auto it = photos_.find(orthoName);
+  return it == photos_.end() ? nullptr : &it->second;
+}
+
+bool JobState::HoldsRecord(const std::string& orthoName, const std::string& fingerprint) {
+  return Agrees(ReadRecord(RecordPath(orthoName)), fingerprint);
+}
+
+void JobState::Forget(const std::string& orthoName) {
+  std::error_code ignored;
+  fs::remove(RecordPath(orthoName), ignored);
+  for (const auto& file : Rewritten(orthoName)) fs::remove(OriginalPath(file), ignored);
+}
+
+bool JobState::IsFinished(const std::string& orthoName) {
+  const std::lock_guard lock(mutex_);
+  Photo* const photo = Find(orthoName);
+  if (photo == nullptr) return false;
+  if (!photo->looked) {
+    photo->looked = true;
+    photo->finished = HoldsRecord(orthoName, photo->fingerprint);
+    if (photo->finished) {
+      ++kept_;
+    } else {
+      Forget(orthoName);
+    }
+  }
+  return photo->finished;
+}
+
+void JobState::Finish(const std::string& orthoName) {
+  std::string fingerprint;
+  {
+    const std::lock_guard lock(mutex_);
+    const Photo* const photo = Find(orthoName);
+    if (photo == nullptr || photo->fingerprint.empty()) return;
+    fingerprint = photo->fingerprint;
+  }
+  std::vector<std::string> files = {ObscuredMaskName(orthoName), OrthoSidecarName(orthoName),
+                                    ObscuredSidecarName(orthoName)};
+  for (const auto& file : Rewritten(orthoName)) {
+    Sync(file);
+    if (!LinkOver(file, OriginalPath(file))) return;
+    files.push_back(OriginalPath(file));
+  }
+  for (const auto& file : files) {
+    if (FileStamp(file).empty()) return;  // the photo is made once more next time
+  }
+  WriteRecord(RecordPath(orthoName), fingerprint, files, Json::object());
+  const std::lock_guard lock(mutex_);
+  if (Photo* const photo = Find(orthoName)) photo->finished = true;
+}
+
+int JobState::PhotosKept() {
+  const std::lock_guard lock(mutex_);
+  return kept_;
+}
+
+std::string JobState::PhotoFingerprint(const std::string& orthoName) {
+  const std::lock_guard lock(mutex_);
+  const Photo* const photo = Find(orthoName);
+  return photo != nullptr && photo->finished ? photo->fingerprint : "none";
+}
+
+bool JobState::RestoreOriginals(const std::string& orthoName, std::string& error) {
+  for (const auto& file : Rewritten(orthoName)) {
+    const std::string original = OriginalPath(file);
+    std::error_code failed;
+    if (fs::equivalent(original, file, failed)) continue;
+    if (LinkOver(original, file)) continue;
+    error = file + ": cannot be written; is the disk full?";
+    return false;
+  }
+  return true;
+}
+
+void JobState::RemoveOthers(const std::set<std::string>& orthoNames) {
+  std::error_code failed;
+  std::vector<std::string> gone;
+  const fs::path photos = dir_ + "/photos";
+  for (fs::recursive_directory_iterator it(photos, failed), end; !failed && it != end;
+       it.increment(failed)) {
+    if (it->path().extension() != kRecordEnd) continue;
+    const std::string name = fs::relative(it->path(), photos, failed).replace_extension().string();
+    if (orthoNames.count(orthoPrefix_ + name) == 0) gone.push_back(orthoPrefix_ + name);
+  }
+  for (const auto& name : gone) {
+    for (const auto& file : {ObscuredMaskName(name), WeightMaskName(name), OrthoSidecarName(name),
+                             ObscuredSidecarName(name), ReducedCopyName(name, orthoPrefix_)}) {
+      fs::remove(file, failed);
+    }
+    for (const auto& file : Rewritten(name)) fs::remove(file, failed);
+    Forget(name);
+  }
+}
+
+std::optional<Json> JobState::Stage(const std::string& name, const std::string& fingerprint) {
+  const std::string path = dir_ + "/" + name + kRecordEnd;
+  const Json record = ReadRecord(path);
+  if (Agrees(record, fingerprint)) return record.value("said", Json::object());
+  std::error_code ignored;
+  fs::remove(path, ignored);
+  return std::nullopt;
+}
+
+void JobState::FinishStage(const std::string& name, const std::string& fingerprint,
+                           const std::vector<std::string>& files, const Json& said) {
+  WriteRecord(dir_ + "/" + name + kRecordEnd, fingerprint, files, said);
+}
+
+}  // namespace tqtortho::host
