@@ -24,22 +24,25 @@ Vector3 EarthCentred(const Geodetic& place) {
           (normal * (1 - kEccentricity2) + place.height) * sinLat};
 }
 
-Geodetic FromEarthCentred(const Vector3& point) {
+Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid) {
+  const double semiMajor = ellipsoid.semiMajor;
+  const double flattening = 1 / ellipsoid.inverseFlattening;
+  const double eccentricity2 = flattening * (2 - flattening);
   const double fromAxis = std::hypot(point[0], point[1]);
   // Fixed point on the latitude: each step gains about two and a half digits (the eccentricity),
   // and atan2 keeps it well defined at the poles.
-  double latitude = std::atan2(point[2], fromAxis * (1 - kEccentricity2));
-  double normal = kSemiMajor;
+  double latitude = std::atan2(point[2], fromAxis * (1 - eccentricity2));
+  double normal = semiMajor;
   for (int step = 0; step < 10; ++step) {
     const double s = std::sin(latitude);
-    normal = kSemiMajor / std::sqrt(1 - kEccentricity2 * s * s);
-    latitude = std::atan2(point[2] + kEccentricity2 * normal * s, fromAxis);
+    normal = semiMajor / std::sqrt(1 - eccentricity2 * s * s);
+    latitude = std::atan2(point[2] + eccentricity2 * normal * s, fromAxis);
   }
   const double s = std::sin(latitude), c = std::cos(latitude);
   Geodetic place;
   place.longitude = std::atan2(point[1], point[0]) / kRadian;
   place.latitude = latitude / kRadian;
-  place.height = fromAxis * c + point[2] * s - kSemiMajor * std::sqrt(1 - kEccentricity2 * s * s);
+  place.height = fromAxis * c + point[2] * s - semiMajor * std::sqrt(1 - eccentricity2 * s * s);
   return place;
 }
 

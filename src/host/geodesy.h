@@ -12,10 +12,15 @@ struct Geodetic {
   double height = 0;
 };
 
+struct Ellipsoid {
+  double semiMajor = 6378137.0;  ///< metres; these are WGS 84
+  double inverseFlattening = 298.257223563;
+};
+
 /// Earth-centred coordinates of a place, metres, and back (to a hundredth of a millimetre from
-/// 100 km below the ellipsoid upward).
+/// 100 km below the ellipsoid upward). Other ellipsoids than WGS 84 serve surveys on older datums.
 [[nodiscard]] Vector3 EarthCentred(const Geodetic& place);
-[[nodiscard]] Geodetic FromEarthCentred(const Vector3& point);
+[[nodiscard]] Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid = {});
 
 /// A local frame with its axes east, north and up at its origin. It is Cartesian: far from the
 /// origin "up" is not the local vertical any more (8 cm of drop at one kilometre).

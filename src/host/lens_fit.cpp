@@ -135,6 +135,40 @@ SurveyCamera RadialTangential(const SourceLens& lens, int id, double focal, bool
   return camera;
 }
 
+/// As RadialTangential, with its coefficients and focal length fitted over the photo: expresses the
+/// term of r^8 and takes the mean of what a skew or unequal focal lengths ask for.
+SurveyCamera RadialFitted(const SourceLens& lens, int id, double focal, bool widened) {
+  SurveyCamera camera = RadialTangential(lens, id, focal, widened);
+  constexpr int kUnknowns = 6;  // focal length, and focal length times k1 k2 k3 p1 p2
+  std::vector<double> rows, right;
+  for (int i = 0; i <= kGridRows; ++i) {
+    for (int j = 0; j <= kGridCols; ++j) {
+      const Point ray =
+          RayOf(lens, focal, camera.width * j / kGridCols, camera.height * i / kGridRows);
+      const Point recorded = RecordedFromRay(lens, ray);
+      if (!InRaster(lens, recorded)) continue;
+      const double x = ray.x, y = ray.y, r2 = x * x + y * y;
+      rows.insert(rows.end(),
+                  {x, r2 * x, r2 * r2 * x, r2 * r2 * r2 * x, 2 * x * y, r2 + 2 * x * x, y, r2 * y,
+                   r2 * r2 * y, r2 * r2 * r2 * y, r2 + 2 * y * y, 2 * x * y});
+      right.insert(right.end(),
+                   {recorded.x - lens.PrincipalCol(), recorded.y - lens.PrincipalRow()});
+    }
+  }
+  const int count = static_cast<int>(right.size());
+  cv::Mat solution;
+  if (count < kUnknowns ||
+      !cv::solve(cv::Mat(count, kUnknowns, CV_64F, rows.data()),
+                 cv::Mat(count, 1, CV_64F, right.data()), solution, cv::DECOMP_SVD)) {
+    return camera;
+  }
+  const double fitted = solution.at<double>(0);
+  if (!(fitted > 0.5 * focal && fitted < 2 * focal)) return camera;
+  camera.focalLength = fitted;
+  for (int i = 1; i < kUnknowns; ++i) camera.coefficients[i - 1] = solution.at<double>(i) / fitted;
+  return camera;
+}
+
 /// Least squares over the frame: recorded + correction(recorded) = straight, linear in the seven
 /// coefficients and in the focal length of the straight frame, which is free.
 SurveyCamera PixelCorrection(const SourceLens& lens, int id, double focal, bool widened) {
@@ -215,8 +249,8 @@ bool Accepted(const LensFit& fit) {
 }
 
 std::string CheckSource(const SourceLens& lens) {
-  const double values[] = {lens.focalX, lens.focalY, lens.centreX, lens.centreY, lens.k1,
-                           lens.k2,     lens.k3,     lens.p1,      lens.p2};
+  const double values[] = {lens.focalX, lens.focalY, lens.centreX, lens.centreY, lens.k1,  lens.k2,
+                           lens.k3,     lens.k4,     lens.p1,      lens.p2,      lens.skew};
   for (const double v : values) {
     if (!std::isfinite(v)) return "holds a number that is not finite";
   }
@@ -275,12 +309,17 @@ std::optional<LensFit> FitLens(const SourceLens& lens, int cameraId, std::string
     error = who + " folds over inside the photo: two rays share a pixel; calibrate it anew";
     return std::nullopt;
   }
+  // Terms that model 3 does not have are fitted; where it has them all, its coefficients are exact.
+  const bool fitted = lens.k4 != 0 || lens.skew != 0;
+  const auto radial = fitted ? RadialFitted : RadialTangential;
   const std::function<SurveyCamera()> candidates[] = {
       [&] { return Undistorted(lens, cameraId, focal); },
-      [&] { return RadialTangential(lens, cameraId, focal, true); },
-      [&] { return RadialTangential(lens, cameraId, focal, false); },
+      [&] { return radial(lens, cameraId, focal, true); },
+      [&] { return radial(lens, cameraId, focal, false); },
       [&] { return PixelCorrection(lens, cameraId, focalY, true); },
       [&] { return PixelCorrection(lens, cameraId, focalY, false); },
+      // Where the focal lengths hardly differ and the distortion is too strong for model 1.
+      [&] { return RadialFitted(lens, cameraId, focal, true); },
   };
   std::optional<LensFit> best;
   for (const auto& make : candidates) {

@@ -33,7 +33,8 @@ struct LensFit {
 /// Without distortion: model 0. With it: model 3 on a virtual frame twice as high as the principal
 /// row, where its mirrored distortion centre coincides with the principal point; the frame is
 /// widened to the right as far as straight rays need it. Different focal lengths along x and y:
-/// model 1, its coefficients fitted to the inverse of the source's distortion.
+/// model 1, its coefficients fitted to the inverse of the source's distortion. A term of r^8 or a
+/// skew: model 3 fitted, else model 1 fitted, which has a skew of its own.
 ///
 /// @return nothing, with one line in `error` that holds the figures, when the residual exceeds
 ///         kLensMaxResidual or kLensRmsResidual, or the lens model folds over inside the photo.

@@ -65,6 +65,27 @@ std::string CrsToWkt(const std::string& crs) {
   return ParseCrs(crs, parsed) ? ToWkt(parsed) : std::string();
 }
 
+std::optional<EarthModel> DescribeEarth(const std::string& crs) {
+  const tqimage::GdalScope scope;
+  OGRSpatialReference parsed;
+  if (!ParseCrs(crs, parsed) || parsed.IsLocal() != 0) return std::nullopt;
+  EarthModel earth;
+  if (parsed.IsCompound() != 0) {
+    const char* name = parsed.GetAttrValue("VERT_CS");
+    earth.verticalName = name != nullptr ? name : "unnamed";
+    parsed.StripVertical();
+  }
+  const std::unique_ptr<OGRSpatialReference> geographic(parsed.CloneGeogCS());
+  OGRErr failed = OGRERR_NONE;
+  earth.semiMajor = parsed.GetSemiMajor(&failed);
+  if (!geographic || failed != OGRERR_NONE) return std::nullopt;
+  const double inverse = parsed.GetInvFlattening(&failed);
+  earth.inverseFlattening = inverse > 0 ? inverse : HUGE_VAL;
+  earth.geographicWkt = ToWkt(*geographic);
+  if (failed != OGRERR_NONE || earth.geographicWkt.empty()) return std::nullopt;
+  return earth;
+}
+
 struct CrsTransform::Impl {
   std::unique_ptr<OGRCoordinateTransformation> transformation;
   bool heights = false;  ///< both systems define heights

@@ -23,6 +23,17 @@ struct CrsInfo {
 /// The text as WKT, or empty.
 [[nodiscard]] std::string CrsToWkt(const std::string& crs);
 
+/// The earth that a CRS with a datum stands on.
+struct EarthModel {
+  std::string geographicWkt;     ///< longitude and latitude of the same datum
+  double semiMajor = 0;          ///< metres
+  double inverseFlattening = 0;  ///< infinite for a sphere
+  std::string verticalName;      ///< of a vertical part; empty: heights are above the ellipsoid
+};
+
+/// Nothing when the text is no CRS or is a local one.
+[[nodiscard]] std::optional<EarthModel> DescribeEarth(const std::string& crs);
+
 /// Transforms points between two CRS, x always east or longitude (degrees), y north or latitude.
 /// Heights pass through a 2-D CRS unchanged. One object serves one thread.
 class CrsTransform {
