@@ -12,6 +12,7 @@
 #include "host/map_frame.h"
 #include "host/metashape_file.h"
 #include "host/odm_frame.h"
+#include "host/table_text.h"
 
 namespace tqtortho::host {
 namespace {
@@ -37,9 +38,7 @@ std::optional<fs::path> CamerasFile(const std::string& path) {
   if (IsCamerasFile(fs::path(path) / "cameras.xml")) return fs::path(path) / "cameras.xml";
   std::vector<fs::path> found;
   for (fs::directory_iterator it(path, failed), end; !failed && it != end; it.increment(failed)) {
-    std::string extension = it->path().extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    const std::string extension = Lower(it->path().extension().string());
     if (extension == ".xml" && IsCamerasFile(it->path())) found.push_back(it->path());
   }
   return found.size() == 1 ? std::optional(found[0]) : std::nullopt;

@@ -2,39 +2,26 @@
 #include "host/pix4d_file.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 #include <set>
 #include <utility>
 
 #include "host/number_text.h"
+#include "host/table_text.h"
 
 namespace tqtortho::host {
 namespace {
 
 constexpr double kDegree = std::numbers::pi / 180;
-constexpr std::string_view kBlanks = " \t\r";
-
-std::string Lower(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-  return out;
-}
+constexpr std::string_view kBlanks = " \t";
 
 /// The words of a text line by line, lines without words passed over.
 class WordLines {
  public:
-  explicit WordLines(std::string_view text) : rest_(text) {
-    if (rest_.substr(0, 3) == "\xEF\xBB\xBF") rest_.remove_prefix(3);
-  }
+  explicit WordLines(std::string_view text) : lines_(text) {}
   bool Next() {
-    while (!rest_.empty()) {
-      const std::size_t end = rest_.find('\n');
-      line_ = rest_.substr(0, end);
-      rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
-      ++number_;
+    while (lines_.Next(line_)) {
       words_.clear();
       for (std::size_t at = line_.find_first_not_of(kBlanks); at != std::string_view::npos;) {
         const std::size_t stop = std::min(line_.find_first_of(kBlanks, at), line_.size());
@@ -47,12 +34,12 @@ class WordLines {
   }
   [[nodiscard]] const std::vector<std::string_view>& Words() const { return words_; }
   [[nodiscard]] std::string_view Line() const { return line_; }
-  [[nodiscard]] std::string At() const { return "line " + std::to_string(number_) + ": "; }
+  [[nodiscard]] std::string At() const { return "line " + std::to_string(lines_.Number()) + ": "; }
 
  private:
-  std::string_view rest_, line_;
+  TextLines lines_;
+  std::string_view line_;
   std::vector<std::string_view> words_;
-  int number_ = 0;
 };
 
 std::optional<double> Finite(std::string_view word) {
