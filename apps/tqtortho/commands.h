@@ -19,6 +19,7 @@ void AddSample(CLI::App& app, int& status);
 void AddScore(CLI::App& app, int& status);
 void AddMosaic(CLI::App& app, int& status);
 void AddInfo(CLI::App& app, int& status);
+void AddHelpPages(CLI::App& app, int& status);
 
 /// One line on standard error: "tqtortho: " and the text.
 void Complain(const std::string& text);

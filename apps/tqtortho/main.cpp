@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
   AddThumbnails(app, status);
   AddTrace(app, status);
   AddSelfTest(app, status);
+  AddHelpPages(app, status);
   const auto known = app.get_subcommands([](const CLI::App*) { return true; });
   if (argc > 1 && argv[1][0] != '-' &&
       std::none_of(known.begin(), known.end(),
