@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
+# shellcheck disable=SC2016
 # The manual page and the completions against the help that they are made from.
 # Usage: help_pages_test.sh TQTORTHO PAGES
 set -uo pipefail

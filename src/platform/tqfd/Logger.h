@@ -10,7 +10,7 @@
 namespace tqfd {
 
 /// The log of errors and timings. Texts arrive in GBK; the default log file
-/// (<program data>/log/tqtortho.log) is UTF-8. Never throws; thread-safe.
+/// (log/tqtortho.log in the program-data directory) is UTF-8. Never throws; thread-safe.
 class TQTORTHO_API Logger {
  public:
   /// Saves one text (GBK). `withTime` puts date and time in front of it, `flush` forces it to disk
