@@ -196,6 +196,7 @@ bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
   const int down = (grid.rows + side - 1) / side;
   const int count = across * down;
   TileStatistics sum;
+  report.supplied.assign(photos.size() + 1, 0);
   int finished = 0;
   std::atomic<bool> failed{false};
 #pragma omp parallel for schedule(dynamic)
@@ -216,6 +217,7 @@ bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
         }
       } else {
         sum.Add(tile.statistics);
+        for (const std::uint16_t number : tile.source) ++report.supplied[number];
         stages.Tell(100.0 * ++finished / count);
       }
     }

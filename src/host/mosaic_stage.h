@@ -39,10 +39,12 @@ struct MosaicReport {
   std::int64_t seen = 0;
   std::int64_t seenByOne = 0;
   std::int64_t filled = 0;
-  std::int64_t neverCovered = 0;     ///< in some photo's frame, seen by none, and not filled
-  double seamLength = 0;             ///< on the ground
-  double colourStepBefore = 0;       ///< mean grey values across seams, as photographed
-  double colourStepAfter = 0;        ///< the same after balancing, before blending
+  std::int64_t neverCovered = 0;  ///< in some photo's frame, seen by none, and not filled
+  double seamLength = 0;          ///< on the ground
+  double colourStepBefore = 0;    ///< mean grey values across seams, as photographed
+  double colourStepAfter = 0;     ///< the same after balancing, before blending
+  /// Cells that each photo supplies, by photo number; [0]: none.
+  std::vector<std::int64_t> supplied;
   std::vector<std::string> leftOut;  ///< photos that could not take part, a line each
   struct Stage {
     std::string name;

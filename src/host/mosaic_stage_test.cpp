@@ -134,6 +134,7 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
   ASSERT_EQ(quality.data.size(), cells);
   const auto* photo = reinterpret_cast<const std::uint16_t*>(source.data.data());
   std::int64_t seen = 0;
+  std::vector<std::int64_t> supplied(7, 0);
   for (std::size_t i = 0; i < cells; ++i) {
     const int q = quality.data[i];
     ASSERT_LE(photo[i], 6);
@@ -143,8 +144,10 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
     ASSERT_EQ(q != kQualityNone, mosaic.data[4 * i] != 0);
     for (std::size_t b = 0; b < 3; ++b) ASSERT_EQ(mosaic.data[4 * i + b], texture.data[3 * i + b]);
     seen += photo[i] != 0 ? 1 : 0;
+    ++supplied[photo[i]];
   }
   EXPECT_EQ(seen, report.seen);
+  EXPECT_EQ(supplied, report.supplied);
   EXPECT_FALSE(fs::exists(dir_->File("job/work") + "/tmp/ot/layers")) << "working files are gone";
 }
 
