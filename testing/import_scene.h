@@ -100,6 +100,13 @@ inline RasterPoint SampledAt(const PhotoCamera& camera, double x, double y, doub
   return {at.x, camera.height - at.y};
 }
 
+/// Whether rectification samples the photo for a ground point: the straight ray must pass the
+/// camera's frame. (Far outside, the polynomials of any lens fold back into the photo.)
+inline bool IsSeen(const PhotoCamera& camera, double x, double y, double z) {
+  const auto at = PixelFromImage(camera, ImageFromGround(camera, x, y, z));
+  return at.x >= 0 && at.y >= 0 && at.x <= camera.width && at.y <= camera.height;
+}
+
 struct PointPair {
   RasterPoint expected;        ///< by the source's own model
   double x = 0, y = 0, z = 0;  ///< on the map
@@ -114,6 +121,7 @@ inline double LargestDistance(const PhotoCamera& camera, int width, int height,
   for (const PointPair& p : points) {
     const RasterPoint& e = p.expected;
     if (!(e.col >= 0 && e.row >= 0 && e.col <= width - 1 && e.row <= height - 1)) continue;
+    if (!IsSeen(camera, p.x, p.y, p.z)) continue;
     ++inside;
     const RasterPoint ours = SampledAt(camera, p.x, p.y, p.z);
     largest = std::max(largest, std::hypot(ours.col - e.col, ours.row - e.row));
