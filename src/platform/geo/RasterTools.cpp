@@ -6,11 +6,11 @@
 #include <gdal_utils.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <new>
 
 #include "internal/gdal_raster.h"
+#include "internal/memory_raster.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
 
@@ -19,24 +19,6 @@ namespace {
 
 using tqimage::DatasetPtr;
 using tqimage::GdalScope;
-
-/// A dataset without bands over memory of the caller's own.
-DatasetPtr MemoryDataset(int width, int height) {
-  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("MEM");
-  return DatasetPtr(driver == nullptr ? nullptr
-                                      : driver->Create("", width, height, 0, GDT_Byte, nullptr));
-}
-
-bool AddBand(GDALDataset& dataset, void* first, GDALDataType type, GSpacing pixel, GSpacing line) {
-  char address[32] = {};
-  const int length = CPLPrintPointer(address, first, static_cast<int>(sizeof(address)) - 1);
-  CPLStringList options;
-  options.SetNameValue("DATAPOINTER",
-                       std::string(address, static_cast<std::size_t>(length)).c_str());
-  options.SetNameValue("PIXELOFFSET", std::to_string(pixel).c_str());
-  options.SetNameValue("LINEOFFSET", std::to_string(line).c_str());
-  return dataset.AddBand(type, options.List()) == CE_None;
-}
 
 std::size_t CellCount(int width, int height) {
   return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
@@ -109,16 +91,8 @@ bool WritePng(const std::string& path, const std::uint8_t* data, int width, int 
   GdalScope scope;
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("PNG");
-  const DatasetPtr view = MemoryDataset(width, height);
+  const DatasetPtr view = PictureView(data, width, height, bands);
   if (driver == nullptr || !view) return false;
-  constexpr std::array kColours = {GCI_RedBand, GCI_GreenBand, GCI_BlueBand, GCI_AlphaBand};
-  for (int band = 0; band < bands; ++band) {
-    // The memory driver only reads through this pointer here.
-    auto* first = const_cast<std::uint8_t*>(data) + band;
-    if (!AddBand(*view, first, GDT_Byte, bands, GSpacing{bands} * width)) return false;
-    view->GetRasterBand(band + 1)->SetColorInterpretation(
-        bands == 1 ? GCI_GrayIndex : kColours[static_cast<std::size_t>(band)]);
-  }
   if (path.rfind("/vsi", 0) != 0) tqfd::PathHelper::MakeParentDirectory(path);
   const std::string staged = tqtortho::StagedPath(path);
   DatasetPtr copy(driver->CreateCopy(staged.c_str(), view.get(), 1, nullptr, nullptr, nullptr));
