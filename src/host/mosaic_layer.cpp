@@ -27,25 +27,6 @@ using tqorkit::PhotoInfo;
 /// further.
 constexpr int kWallReach = 1;
 
-/// A fractional pixel position (column, row); false outside the frame.
-bool PhotoPosition(const PhotoCamera& camera, double x, double y, double z, double& column,
-                   double& row) {
-  const auto image = ImageFromGround(camera, x, y, z);
-  const auto ideal = PixelFromImage(camera, image);
-  const double* m = camera.rotation;
-  const double depth =
-      m[2] * (x - camera.centre.x) + m[5] * (y - camera.centre.y) + m[8] * (z - camera.centre.z);
-  if (!(depth * camera.focal < 0)) return false;
-  if (!(ideal.x >= 0 && ideal.x < camera.width && ideal.y >= 0 && ideal.y < camera.height)) {
-    return false;
-  }
-  const auto recorded =
-      RecordedFromIdeal(camera.lens, {NarrowToFloat(ideal.x), NarrowToFloat(ideal.y)});
-  column = recorded.x;
-  row = camera.height - recorded.y;
-  return column >= 0 && column < camera.width && row >= 0 && row < camera.height;
-}
-
 /// What is known while one layer is made.
 struct Layer {
   PhotoInfo ortho;
@@ -316,6 +297,24 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
 }
 
 }  // namespace
+
+bool PhotoPosition(const PhotoCamera& camera, double x, double y, double z, double& column,
+                   double& row) {
+  const auto image = ImageFromGround(camera, x, y, z);
+  const auto ideal = PixelFromImage(camera, image);
+  const double* m = camera.rotation;
+  const double depth =
+      m[2] * (x - camera.centre.x) + m[5] * (y - camera.centre.y) + m[8] * (z - camera.centre.z);
+  if (!(depth * camera.focal < 0)) return false;
+  if (!(ideal.x >= 0 && ideal.x < camera.width && ideal.y >= 0 && ideal.y < camera.height)) {
+    return false;
+  }
+  const auto recorded =
+      RecordedFromIdeal(camera.lens, {NarrowToFloat(ideal.x), NarrowToFloat(ideal.y)});
+  column = recorded.x;
+  row = camera.height - recorded.y;
+  return column >= 0 && column < camera.width && row >= 0 && row < camera.height;
+}
 
 double PhotoRadius(const PhotoCamera& camera, double x, double y, double z) {
   constexpr double kBeyond = 2;

@@ -40,6 +40,11 @@ struct MosaicPhoto {
   int rows = 0;
 };
 
+/// Where a photo shows a ground point: a fractional column and row of its pixels. False outside the
+/// frame.
+[[nodiscard]] bool PhotoPosition(const PhotoCamera& camera, double x, double y, double z,
+                                 double& column, double& row);
+
 /// How far a ground point's image lies from the middle of the photo; 1 is a corner. 2 for points
 /// that the photo cannot show.
 [[nodiscard]] double PhotoRadius(const PhotoCamera& camera, double x, double y, double z);
