@@ -14,6 +14,7 @@
 
 #include "core/numeric.h"
 #include "host/number_text.h"
+#include "host/table_text.h"
 
 namespace tqtortho::host {
 namespace {
@@ -87,7 +88,8 @@ class TreeBuilder : public YAML::EventHandler {
     if (level.value.is_array()) {
       level.value.push_back(std::move(value));
     } else if (!level.key) {
-      level.key = value.is_string() ? value.get<std::string>() : value.dump();
+      // A list or a map as a key is none that is asked for.
+      level.key = value.is_string() ? value.get<std::string>() : std::string();
     } else {
       level.value[*level.key] = std::move(value);
       level.key.reset();
@@ -119,7 +121,7 @@ std::optional<json> ReadTree(std::string_view text, std::string& error) {
     }
   } catch (const YAML::Exception& failed) {
     error = "line " + std::to_string(failed.mark.line + 1) + ": is neither YAML nor JSON (" +
-            failed.msg + ")";
+            OneLine(failed.msg) + ")";
     return std::nullopt;
   }
   if (error = builder.Fault(); !error.empty()) return std::nullopt;
@@ -230,8 +232,8 @@ SourceCamera ReadCamera(const std::string& name, const json& tree) {
   SourceCamera out;
   SourceLens& lens = out.lens;
   Fields fields(tree);
-  lens.name = name.empty() ? "camera" : name;
-  lens.projection = fields.Text({"type", "projection_type"});
+  lens.name = name.empty() ? "camera" : OneLine(name);
+  lens.projection = OneLine(fields.Text({"type", "projection_type"}));
   if (lens.projection.empty()) lens.projection = "pinhole";
   bool known = false;
   for (const char* type :

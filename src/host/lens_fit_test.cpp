@@ -32,11 +32,13 @@ Pixel OpenSfmProjection(const SourceLens& c, const std::array<double, 9>& r,
   const double zc = r[6] * world[0] + r[7] * world[1] + r[8] * world[2] + t[2];
   const double xn = xc / zc, yn = yc / zc;
   const double r2 = xn * xn + yn * yn;
-  const double radial = 1 + c.k1 * r2 + c.k2 * std::pow(r2, 2) + c.k3 * std::pow(r2, 3);
+  const double radial =
+      1 + c.k1 * r2 + c.k2 * std::pow(r2, 2) + c.k3 * std::pow(r2, 3) + c.k4 * std::pow(r2, 4);
   const double xTangential = 2 * c.p1 * xn * yn + c.p2 * (r2 + 2 * xn * xn);
   const double yTangential = c.p1 * (r2 + 2 * yn * yn) + 2 * c.p2 * xn * yn;
-  const double u = c.focalX * (xn * radial + xTangential) + c.centreX;
-  const double v = c.focalY * (yn * radial + yTangential) + c.centreY;
+  const double xd = xn * radial + xTangential, yd = yn * radial + yTangential;
+  const double u = c.focalX * xd + c.skew * yd + c.centreX;
+  const double v = c.focalY * yd + c.centreY;
   const double size = std::max(c.width, c.height);
   return {u * size + c.width / 2.0 - 0.5, v * size + c.height / 2.0 - 0.5};
 }
@@ -232,6 +234,40 @@ TEST(LensFitTest, DifferentFocalLengthsGoThroughModelOneOrAreRefusedWithTheFigur
   }
   EXPECT_GE(accepted, 18);
   EXPECT_GE(refused, 3);
+}
+
+// What other sources have beyond this model: a term of r^8 and a skew. Small ones beside a strong
+// distortion are fitted by model 3, large ones without by model 1, large ones with are refused.
+TEST(LensFitTest, TermsOfOtherSourcesAreFittedOrRefusedWithTheFigure) {
+  struct Case {
+    double k1, k4, skew, ratio;  // skew in pixels
+    int model;                   // -1: refused
+    double largest;
+  };
+  const Case cases[] = {
+      {-0.26, 0.006, 0, 1, 3, 0.08},   {0.05, -0.02, 0, 1, 3, 0.12},
+      {-0.26, 0.003, 0.1, 1, 3, 0.14}, {-0.26, 0, -0.08, 1.0001, 3, 0.14},
+      {0, 0, 0.1, 1, 0, 0.06},         {0, 0, 3, 1.002, 1, 0.14},
+      {-0.26, 0, 3, 1, -1, 0},         {-0.26, 0.006, 0, 1.01, -1, 0},
+  };
+  std::mt19937 random(8);
+  for (const Case& c : cases) {
+    SourceLens lens = kFieldCamera;
+    if (c.k1 == 0) lens = {"test", "frame", 1368, 912, 0.67, 0.67, -0.0015, 0.0047};
+    lens.k1 = c.k1;
+    lens.k4 = c.k4;
+    lens.skew = c.skew / lens.Size();
+    lens.focalX *= c.ratio;
+    std::string error;
+    const auto fit = FitLens(lens, 1, error);
+    ASSERT_EQ(fit.has_value(), c.model >= 0) << c.k1 << " " << c.k4 << " " << c.skew << error;
+    if (!fit) {
+      EXPECT_THAT(error, HasSubstr("pixels at most"));
+      continue;
+    }
+    EXPECT_EQ(fit->camera.model, c.model) << c.k1 << " " << c.skew;
+    EXPECT_LT(Compare(lens, fit->camera, random).largest, c.largest) << c.k1 << " " << c.skew;
+  }
 }
 
 TEST(LensFitTest, BrokenCalibrationsAreRefusedByName) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "geo/Crs.h"
+#include "host/table_text.h"
 
 namespace tqtortho::host {
 namespace {
@@ -39,7 +40,7 @@ std::optional<TopocentricToGrid> MapFrame::FromPlane(const std::string& crs,
   if (crs.empty()) return [](const Vector3& p) -> std::optional<Vector3> { return p; };
   const auto info = geo::DescribeCrs(crs);
   if (!info) {
-    error = "the poses' coordinate system \"" + crs.substr(0, 60) + "\" is not known";
+    error = "the poses' coordinate system \"" + OneLine(crs.substr(0, 60)) + "\" is not known";
     return std::nullopt;
   }
   if (info->geographic || std::fabs(info->metresPerUnit - 1) > 1e-6) {
@@ -57,7 +58,7 @@ std::optional<TopocentricToGrid> MapFrame::FromEarthCentred(const std::string& c
                                                             std::string& error) const {
   const auto earth = geo::DescribeEarth(crs);
   if (!earth) {
-    error = "the poses' coordinate system \"" + crs.substr(0, 60) + "\" is not known";
+    error = "the poses' coordinate system \"" + OneLine(crs.substr(0, 60)) + "\" is not known";
     return std::nullopt;
   }
   if (!earth->verticalName.empty() && !heightsGiven) {
@@ -80,13 +81,23 @@ std::optional<TopocentricToGrid> MapFrame::FromGeographic(const std::string& crs
   const std::string from = crs.empty() ? "EPSG:4326" : crs;
   const auto info = geo::DescribeCrs(from);
   if (!info || !info->geographic) {
-    error = "the coordinate system \"" + from.substr(0, 60) +
+    error = "the coordinate system \"" + OneLine(from.substr(0, 60)) +
             "\" is not one of longitude and latitude, as the poses are";
     return std::nullopt;
   }
   const auto transform = MakeTransform(from, mapWkt_, error);
   if (!transform) return std::nullopt;
   return [transform](const Vector3& p) { return Moved(*transform, p[0], p[1], p[2]); };
+}
+
+std::optional<TopocentricToGrid> MapFrame::FromTopocentric(const Geodetic& origin,
+                                                           std::string& error) const {
+  const auto toGrid = FromGeographic({}, error);
+  if (!toGrid) return std::nullopt;
+  return [toGrid = *toGrid, frame = Topocentric(origin)](const Vector3& local) {
+    const Geodetic place = frame.Place(local);
+    return toGrid({place.longitude, place.latitude, place.height});
+  };
 }
 
 std::optional<TopocentricToGrid> Shifted(const Vector3& offset,

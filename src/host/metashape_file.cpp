@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/number_text.h"
+#include "host/table_text.h"
 
 namespace tqtortho::host {
 namespace {
@@ -70,14 +71,15 @@ int PixelsOf(const pugi::xml_node& resolution, const char* attribute) {
 SourceCamera ReadSensor(const pugi::xml_node& sensor, const Lines& lines) {
   SourceCamera out;
   SourceLens& lens = out.lens;
-  const std::string label = sensor.attribute("label").value();
+  const std::string label = OneLine(sensor.attribute("label").value());
   const std::string id = sensor.attribute("id").value();
   lens.name = label.empty() ? "sensor " + id : label;
-  lens.projection = sensor.attribute("type").value();
+  lens.projection = OneLine(sensor.attribute("type").value());
   if (lens.projection.empty()) lens.projection = "frame";
   const std::string who = lines.At(sensor) + ": sensor \"" + lens.name + "\"";
   const pugi::xml_node calibration = CalibrationOf(sensor);
-  if (const char* type = calibration.attribute("type").value(); *type != 0) lens.projection = type;
+  if (const char* type = calibration.attribute("type").value(); *type != 0)
+    lens.projection = OneLine(type);
   if (lens.projection != "frame") {
     out.fault = who + ": camera type " + lens.projection +
                 " cannot be expressed; undistort the photos and align them as frame cameras";
@@ -155,7 +157,7 @@ std::optional<MetashapeCamera> ReadCamera(const pugi::xml_node& node, const Simi
   const auto t = Numbers<16>(node.child("transform"));
   if (!t) return std::nullopt;
   MetashapeCamera camera;
-  camera.label = node.attribute("label").value();
+  camera.label = OneLine(node.attribute("label").value());
   camera.sensor = node.attribute("sensor_id").value();
   // Axes right, down, forward: the second and third columns change sign.
   const auto& m = *t;
@@ -190,7 +192,7 @@ class ChunkReader {
       if (sensor.find_node([](const pugi::xml_node& n) {
             return std::strcmp(n.name(), "rolling_shutter") == 0;
           })) {
-        out.notes.push_back("sensor \"" + std::string(sensor.attribute("label").value()) +
+        out.notes.push_back("sensor \"" + OneLine(sensor.attribute("label").value()) +
                             "\": rolling shutter is not corrected; poses are those of the middle");
       }
     }
@@ -243,7 +245,7 @@ class ChunkReader {
       const auto camera = ReadCamera(
           node, component != components_.end() ? component->second : own_.value_or(Similarity{}));
       if (!camera) {
-        error = lines_.At(node) + ": camera \"" + node.attribute("label").value() +
+        error = lines_.At(node) + ": camera \"" + OneLine(node.attribute("label").value()) +
                 "\": its transform is no rigid motion of 16 finite numbers, or it has no label; " +
                 "export the cameras again";
         return false;

@@ -172,6 +172,9 @@ std::optional<PlacedProject> ReadProject(const fs::path& file, const ImportReque
     notes.push_back("altitudes are taken as heights of the DSM: a geoid between the two is not " +
                     std::string("added; use --offset 0,0,DZ"));
   }
+  // Rows come in any order; names of one flight count up.
+  std::sort(table->rows.begin(), table->rows.end(),
+            [](const PoseRow& a, const PoseRow& b) { return a.name < b.name; });
   PlacedProject project;
   project.cameras = std::move(*cameras);
   for (const PoseRow& row : table->rows) {

@@ -13,7 +13,8 @@ namespace tqtortho::host {
 /// exactly one. Decided by content; never fails.
 [[nodiscard]] bool LooksLikePoseCsv(const std::string& path);
 
-/// Reads a table of poses with a header, and the calibration beside it.
+/// Reads a table of poses with a header, and the calibration beside it. Photos are taken in the
+/// order of their names, which is that of their flight.
 ///
 /// @return nothing, with one line in `error`, when they cannot be used.
 [[nodiscard]] std::optional<Survey> ImportPoseCsv(const ImportRequest& request, std::string& error);

@@ -19,6 +19,12 @@ std::string Lower(std::string_view text) {
   return out;
 }
 
+std::string OneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return (c >= 0 && c < 32) || c == 127; }, ' ');
+  return text;
+}
+
 bool SplitFields(std::string_view line, char separator, std::vector<std::string>& out) {
   out.clear();
   const bool blanks = separator == ' ';

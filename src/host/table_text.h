@@ -13,6 +13,9 @@ namespace tqtortho::host {
 /// The text with A to Z in small letters.
 [[nodiscard]] std::string Lower(std::string_view text);
 
+/// The text with control characters made blanks, so that a message that quotes it stays a line.
+[[nodiscard]] std::string OneLine(std::string text);
+
 /// Splits a line at a separator outside quotes. Either quote may open a field and is doubled
 /// inside it; a blank as separator stands for a run of blanks and tabs.
 /// @return false when a quote stays open or a field goes on after it.

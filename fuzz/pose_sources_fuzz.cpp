@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "host/calibration_file.h"
+#include "host/lens_fit.h"
+#include "host/metashape_file.h"
+#include "host/pix4d_file.h"
+#include "host/pose_table.h"
+
+namespace {
+
+using namespace tqtortho::host;
+
+void Require(bool holds) {
+  if (!holds) std::abort();
+}
+
+void RequireRotation(const Matrix3& m) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t j = i; j < 3; ++j) {
+      const double dot =
+          m[3 * i] * m[3 * j] + m[3 * i + 1] * m[3 * j + 1] + m[3 * i + 2] * m[3 * j + 2];
+      Require(std::fabs(dot - (i == j ? 1 : 0)) < 1e-5);
+    }
+  }
+}
+
+void RequireFinite(const Vector3& v) {
+  for (const double c : v) Require(std::isfinite(c));
+}
+
+void RequireUsable(const SourceLens& lens) {
+  std::string error;
+  const auto fit = FitLens(lens, 1, error);
+  Require(fit.has_value() || !error.empty());
+  if (!fit) return;
+  Require(fit->maxResidual <= kLensMaxResidual && fit->rmsResidual <= kLensRmsResidual);
+  Require(fit->camera.width >= 1 && fit->camera.height > 0 && fit->camera.focalLength > 0);
+}
+
+/// The first camera without a fault is converted; more would only cost time.
+void RequireUsable(const std::map<std::string, SourceCamera>& cameras) {
+  Require(!cameras.empty());
+  for (const auto& [name, camera] : cameras) {
+    if (camera.fault.empty()) return RequireUsable(camera.lens);
+  }
+}
+
+}  // namespace
+
+// Whatever the text files of a source hold: no crash, every refusal says why, and what is accepted
+// is usable: finite positions, rotations that are some, cameras that keep their promise. The first
+// byte chooses the file.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  std::string error;
+  switch (data[0] % 6) {
+    case 0:
+      (void)IsMetashapeText(text);
+      if (const auto chunk = ParseMetashape(text, error)) {
+        Require(!chunk->cameras.empty());
+        for (const MetashapeCamera& camera : chunk->cameras) {
+          RequireRotation(camera.cameraToFrame);
+          RequireFinite(camera.centre);
+        }
+        RequireUsable(chunk->sensors);
+        return 0;
+      }
+      break;
+    case 1:
+      if (const auto table = ParsePoseTable(text, error)) {
+        Require(IsPoseTableText(text) && !table->rows.empty());
+        for (const PoseRow& row : table->rows) {
+          RequireRotation(row.cameraToFrame);
+          RequireFinite(row.position);
+        }
+        return 0;
+      }
+      break;
+    case 2:
+      if (const auto cameras = ParseCalibrations(text, error)) return RequireUsable(*cameras), 0;
+      break;
+    case 3:
+      if (const auto poses = ParsePix4dExternal(text, error)) {
+        for (const Pix4dPose& pose : *poses) {
+          RequireRotation(pose.cameraToGround);
+          RequireFinite(pose.position);
+        }
+        return 0;
+      }
+      break;
+    case 4:
+      if (const auto cameras = ParsePix4dInternal(text, error)) {
+        const auto lens = LensOfPix4d(cameras->front(), 1200, 900, error);
+        if (lens) RequireUsable(*lens);
+        Require(lens.has_value() || !error.empty());
+        return 0;
+      }
+      break;
+    default:
+      if (const auto photos = ParsePix4dCalibrated(text, error)) {
+        if (!photos->empty()) RequireUsable(photos->front().lens);
+        return 0;
+      }
+      break;
+  }
+  Require(!error.empty() && error.find('\n') == std::string::npos);
+  return 0;
+}
