@@ -31,6 +31,9 @@ class MapFrame {
   /// From longitude and latitude (degrees) and height, WGS 84 or `crs` where given.
   [[nodiscard]] std::optional<TopocentricToGrid> FromGeographic(const std::string& crs,
                                                                 std::string& error) const;
+  /// From a local frame with its axes east, north and up at a place on WGS 84.
+  [[nodiscard]] std::optional<TopocentricToGrid> FromTopocentric(const Geodetic& origin,
+                                                                 std::string& error) const;
 
  private:
   std::string mapWkt_;
