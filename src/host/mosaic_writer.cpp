@@ -45,7 +45,7 @@ DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int ba
   }
   if (bands == 4) {
     options.SetNameValue("PHOTOMETRIC", "RGB");
-    options.SetNameValue("ALPHA", "UNSPECIFIED");
+    options.SetNameValue("ALPHA", "NON-PREMULTIPLIED");
   }
   DatasetPtr dataset(
       driver->Create(path.c_str(), grid.cols, grid.rows, bands, type, options.List()));
