@@ -7,8 +7,11 @@
 #include <string>
 
 #include "commands.h"
+#include "format_options.h"
 #include "geo/Vector.h"
 #include "host/mosaic_stage.h"
+#include "host/seams_file.h"
+#include "host/take_along.h"
 #include "progress_printer.h"
 #include "tqimage/TqImage.h"
 
@@ -18,6 +21,7 @@ namespace {
 struct MosaicCommand {
   std::string work;
   std::string area;
+  std::string format = "cog";
   int threads = 0;
   bool noFill = false;
   bool noBalance = false;
@@ -38,6 +42,18 @@ void PrintReport(const host::MosaicReport& report, const std::string& outDir) {
   std::fprintf(stderr, "seams           %12.1f m, colour step %.2f, balanced %.2f grey values\n",
                report.seamLength, report.colourStepBefore, report.colourStepAfter);
   std::fprintf(stderr, "open %s/mosaic.tif in QGIS\n", outDir.c_str());
+}
+
+/// Regions and seams, and web tiles: a mosaic without them is still a mosaic.
+void TakeAlong(const MosaicCommand& command, const host::MosaicInput& input,
+               const host::MosaicProgress& progress, ProgressPrinter& printer) {
+  const host::MosaicOptions& o = command.options;
+  std::string error;
+  const auto seams = [&](double percent) { return progress("seams", percent); };
+  if (!host::WriteSeamsFile(input, o.outDir, o.workDir, {}, seams, error)) printer.Warn(error);
+  if (command.format != "png-tiles" || printer.StopRequested()) return;
+  const auto tiles = [&](double share) { return progress("tiles", 100 * share); };
+  if (!host::WriteTileFolder(o.outDir, tiles, error)) printer.Warn(error);
 }
 
 int RunMosaic(MosaicCommand command) {
@@ -70,6 +86,7 @@ int RunMosaic(MosaicCommand command) {
     return !printer.StopRequested();
   };
   host::MosaicReport report;
+  if (command.format == "jpeg") options.format.compression = "jpeg";
   const bool made = host::MakeMosaic(input, options, progress, report, error);
   for (const auto& line : report.leftOut) printer.Warn(line);
   if (!made) {
@@ -80,6 +97,8 @@ int RunMosaic(MosaicCommand command) {
     printer.BeginStage(done.name);
     printer.EndStage(done.seconds);
   }
+  TakeAlong(command, input, progress, printer);
+  if (Interrupted()) return Fail(kInterrupted, "interrupted; run the same command again");
   if (!command.quiet && !command.json) PrintReport(report, options.outDir);
   return kDone;
 }
@@ -93,9 +112,12 @@ void AddMosaic(CLI::App& app, int& status) {
   command->add_option("--work", o->work, "work directory of the run (OUT/work)")
       ->required()
       ->type_name("DIR");
-  command->add_option("--out", o->options.outDir, "receives mosaic.tif, source.tif, quality.tif")
+  command
+      ->add_option("--out", o->options.outDir,
+                   "receives mosaic.tif, source.tif, quality.tif, seams.gpkg")
       ->required()
       ->type_name("DIR");
+  AddFormatOption(*command, o->format);
   command->add_option("--compress", o->options.format.compression, "compression of the rasters")
       ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
       ->capture_default_str();

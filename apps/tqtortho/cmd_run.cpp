@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands.h"
+#include "format_options.h"
 #include "host/run_job.h"
 #include "progress_printer.h"
 #include "source_options.h"
@@ -18,6 +19,7 @@ struct RunArguments {
   double gsd = -1;
   std::string resampling = "bilinear";
   std::string finish = "fill";
+  std::string format = "cog";
   bool json = false;
   bool quiet = false;
 };
@@ -108,6 +110,8 @@ int Run(RunArguments& arguments) {
   run.finish = arguments.finish == "none"   ? host::Finish::kNone
                : arguments.finish == "mark" ? host::Finish::kMark
                                             : host::Finish::kFill;
+  if (arguments.format == "jpeg") run.format.compression = "jpeg";
+  run.webTiles = arguments.format == "png-tiles";
   WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(arguments.json, arguments.quiet));
   if (!arguments.json && !arguments.quiet) {
@@ -167,6 +171,7 @@ void AddRun(CLI::App& app, int& status) {
                    "must not supply marked 0, or nothing")
       ->check(CLI::IsMember({"fill", "mark", "none"}))
       ->capture_default_str();
+  AddFormatOption(*command, a->format);
   command->add_option("--compress", a->run.format.compression, "compression of the mosaic")
       ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
       ->capture_default_str();

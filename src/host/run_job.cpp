@@ -20,6 +20,7 @@
 #include "host/photo_staging.h"
 #include "host/stage_records.h"
 #include "host/stage_relay.h"
+#include "host/take_along.h"
 #include "job/photo_files.h"
 #include "tqfd/PathHelper.h"
 #include "tqfd/Timer.h"
@@ -84,14 +85,13 @@ std::string MosaicFingerprint(const RunReport& report, const RunOptions& options
 }
 
 /// Makes the mosaic unless an earlier run has.
-bool MakeOrKeepMosaic(const HostJob& job, const JobPaths& paths, const RunOptions& options,
-                      double gsd, const std::vector<tqfd::Point2_T<double>>& ring,
+bool MakeOrKeepMosaic(const MosaicInput& input, const JobPaths& paths, const RunOptions& options,
+                      const std::vector<tqfd::Point2_T<double>>& ring,
                       const std::string& fingerprint, JobState& state, StageRelay& relay,
                       RunReport& report, std::string& error) {
   report.mosaicPath = options.outDir + "/mosaic.tif";
   const auto said = state.Stage("mosaic", fingerprint);
   if (said && FromRecord(*said, report.mosaic)) return true;
-  const MosaicInput input{job.Blocks(), job.Cameras(), paths.ortho, gsd};
   MosaicOptions mosaic;
   mosaic.outDir = paths.out;
   mosaic.workDir = paths.work;
@@ -123,9 +123,12 @@ bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options
       Fingerprint().Add(ofMosaic).Add(static_cast<int>(options.finish)).Text();
   const bool finished = state.Stage("finish", ofFinish).has_value();
   if (!finished) PrepareOrthos(paths, state, report, observer);
-  if (!MakeOrKeepMosaic(job, paths, options, gsd, ring, ofMosaic, state, relay, report, error)) {
+  const MosaicInput input{job.Blocks(), job.Cameras(), paths.ortho, gsd};
+  if (!MakeOrKeepMosaic(input, paths, options, ring, ofMosaic, state, relay, report, error)) {
     return false;
   }
+  WriteTakeAlong(input, paths, options, ofMosaic, state, relay, report, observer);
+  if (relay.Stopped()) return false;
   if (finished) return true;
   if (options.finish == Finish::kFill) {
     relay.share = 0.5;

@@ -32,6 +32,7 @@ struct RunOptions {
   bool reducedCopies = false;
   Finish finish = Finish::kFill;
   MosaicFormat format;      ///< of the mosaic
+  bool webTiles = false;    ///< also OUT/tiles
   bool fresh = false;       ///< forget what an earlier run in workDir finished
   bool sizingOnly = false;  ///< georeference sidecars only, no rasters
   int threads = 0;          ///< 0: all cores
