@@ -11,6 +11,7 @@
 #include "tqfd/Geometry.h"
 #include "tqfd/Progress.h"
 #include "tqimage/GeoCoefficients.h"
+#include "tqorkit/PhotoInfo.h"
 #include "tqorkit/tqIntOri.h"
 #include "tqorkit/tqPhotoCategory.h"
 
@@ -62,6 +63,26 @@ class TQTORTHO_API tqTORProc {
   ///         not in it; true otherwise, whatever became of the photos.
   bool BlockObs(const char* paramPath, int blockNumber);
 
+  /// Makes the job's fill texture ("<temporary output>/ot/textures.tif": three bands of bytes, 0 in
+  /// all of them = no colour) and its final pixel-to-photo map ("ot/pix_map.bin") from the ortho
+  /// images and their "_obs.tif" masks. Call it on the object of a finished job, before the ortho
+  /// images are updated: what an update has filled in would count as seen.
+  ///
+  /// Both files have the size and georeference of GetGeoCoeff and the CRS of the orthos. Of the
+  /// photos that see a cell the best supplies it: steepest view, clear of hidden cells and of the
+  /// frame's edge. Colours are the photos' own, mixed over four cells beside seams. Cells that
+  /// photos cover and none sees, and gaps of up to 100 cells in what they cover, take colours from
+  /// around, from the same height level where the job's surface model can be read; the map says 0
+  /// there. Photos whose ortho or mask cannot be read, or whose camera is unknown, supply nothing.
+  ///
+  /// Made in blocks of 1,024 cells on OpenMP's threads; memory is that of a block per thread, about
+  /// 7 MB for each photo over it. The files replace earlier ones when both are complete.
+  ///
+  /// @param orthoDir  prefix of the ortho images' names, as given to TrueOrthoPhotoProc
+  /// @return false without photos, parameter file or resolution, for more than 65,535 photos, when
+  ///         a file cannot be written, and after a stop.
+  bool GennerateFillTexture(std::string orthoDir, tqfd::ProgressCallback progress,
+                            void* user);  // name is fixed by callers
   /// Puts the job's fill texture into every ortho image wherever the texture has a colour, cells
   /// that the photo does not see above all. Call it on the object of a finished job, once texture
   /// ("<temporary output>/ot/textures.tif") and photo map ("ot/pix_map.bin") exist for the same
@@ -75,6 +96,18 @@ class TQTORTHO_API tqTORProc {
   ///         that cannot be read and a map that is missing (logged) are no failure.
   bool UpdateOrthoImages(std::string ignored, std::string orthoDir, tqfd::ProgressCallback progress,
                          void* user);
+  /// The sparing update: puts the texture into hidden cells (FillImgObscure) and holes
+  /// (FillImgInvalidHoles) of every ortho image. All other cells keep their bytes, and ownership
+  /// masks and map are neither read nor written. Repeating it changes nothing.
+  ///
+  /// Goes from region to region (ImageRegionPartition), photos of a region in parallel, each with
+  /// the texture under its own ortho in memory. One step of progress per photo.
+  ///
+  /// @param ignored, orthoDir  as for UpdateOrthoImages
+  /// @return false without photos, parameter file, resolution or texture, and after a stop. A photo
+  ///         that cannot be read or written is no failure; it stays and reports no progress.
+  bool UpdateOrthoImagesEx(std::string ignored, std::string orthoDir,
+                           tqfd::ProgressCallback progress, void* user);
   /// Sets to 0 the cells of every ortho image that the photo must not supply: outside its ownership
   /// mask, or hidden. The alternative to UpdateOrthoImages for hosts that mosaic by themselves.
   ///
@@ -149,6 +182,45 @@ class TQTORTHO_API tqTORProc {
   bool ImageRegionPartition(
       std::vector<tqfd::Rect2_T<double>>& regions, double ignored,
       std::map<std::uint64_t, std::vector<tqfd::Point2_T<int>>>& regionPhotos);
+  /// One block of the fill texture, as GennerateFillTexture writes it. Needs the photos, cameras,
+  /// global rectangle and resolution of this object; changes nothing, so blocks may be made at
+  /// once.
+  ///
+  /// The result for a cell depends on what lies within 128 cells of it, not on how blocks are cut
+  /// (fills more than some tens of cells wide may differ by a grey value).
+  ///
+  /// @param cells    columns and rows of the mosaic, exclusive ends
+  /// @param colours  three bands interleaved, 0 in all of them = no colour
+  /// @param numbers  of the photos that supply the cells, 0 = none or filled
+  /// @return false when the block is empty or reaches outside the mosaic; outputs are then
+  /// unchanged
+  bool GenTextureByBlock(const std::string& orthoDir, const tqfd::Rect2_T<int>& cells,
+                         std::vector<std::uint8_t>& colours,
+                         std::vector<std::uint16_t>& numbers) const;
+  /// Gives colours to cells of a block that no photo sees, from seen cells around: first from those
+  /// that a path of equal height (steps below one height unit) leads to, then from any; at most 60
+  /// cells far, the same again for the latter.
+  ///
+  /// @param wanted   not 0: give the cell a colour; cols x rows cells, as the next two
+  /// @param numbers  0 where the cell has no colour of its own; others are never changed
+  /// @param heights  NaN where unknown; empty when nothing is known
+  /// @param colours  three bands interleaved
+  /// @return false, with nothing changed, when the sizes do not fit
+  static bool FillBlkTexture(int cols, int rows, const std::vector<std::uint8_t>& wanted,
+                             const std::vector<std::uint16_t>& numbers,
+                             const std::vector<float>& heights, std::vector<std::uint8_t>& colours);
+  /// Copies the texture's cells over those of an ortho image that its photo does not see (255 in
+  /// the mask), exactly and without a feather. Cells stay where the texture has no colour and where
+  /// the ortho is empty (0 or 1 in all bands). Safe for different orthos at once.
+  ///
+  /// @param hidden, texture  byte rasters as large as the ortho, one band and any number of them
+  /// @return false, with nothing changed, when a record does not fit
+  static bool FillImgObscure(const tqorkit::PhotoInfo& hidden, const tqorkit::PhotoInfo& texture,
+                             tqorkit::PhotoInfo& ortho);
+  /// Copies the texture's cells over the holes of an ortho image: empty cells (0: no data, 1: an
+  /// invalid photo pixel, in all bands) that cells with data enclose. The empty corners between the
+  /// photo's frame and its raster stay. Otherwise as FillImgObscure.
+  static bool FillImgInvalidHoles(const tqorkit::PhotoInfo& texture, tqorkit::PhotoInfo& ortho);
   /// What the update passes start with: fills photoList, photoOverlaps, globalRect and the
   /// resolutions. Null pointers as in GetGlobalGeoInfoFromFile.
   bool PlaceMosaic(std::vector<std::vector<tqfd::Point2_T<int>>>* stripPhotos,

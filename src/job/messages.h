@@ -30,6 +30,8 @@ inline constexpr std::string_view kObscuring = "正在检测阴影...";
 inline constexpr std::string_view kWeighting = "正在生成权值模板.....";
 /// "making mosaic masks"
 inline constexpr std::string_view kMosaicking = "正在生成镶嵌模板...";
+/// "making the fill texture"
+inline constexpr std::string_view kTexturing = "正在生成填充纹理...";
 /// "updating ortho images"
 inline constexpr std::string_view kUpdating = "正在更新正射影像.....";
 /// "error opening pix_map.bin"
