@@ -31,6 +31,12 @@ void RequireRotation(const Matrix3& m) {
   }
 }
 
+void RequireRightHanded(const Matrix3& m) {
+  Require(m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
+              m[2] * (m[3] * m[7] - m[4] * m[6]) >
+          0);
+}
+
 void RequireFinite(const Vector3& v) {
   for (const double c : v) Require(std::isfinite(c));
 }
@@ -68,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Require(!chunk->cameras.empty());
         for (const MetashapeCamera& camera : chunk->cameras) {
           RequireRotation(camera.cameraToFrame);
+          RequireRightHanded(camera.cameraToFrame);
           RequireFinite(camera.centre);
         }
         RequireUsable(chunk->sensors);

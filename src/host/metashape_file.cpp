@@ -152,6 +152,18 @@ void ListCameras(const pugi::xml_node& list, int depth, std::vector<pugi::xml_no
   }
 }
 
+/// Unit rows that span a volume of one are at right angles and right-handed. Exported numbers have
+/// all their digits.
+bool IsRotation(const Matrix3& m) {
+  const double volume = m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
+                        m[2] * (m[3] * m[7] - m[4] * m[6]);
+  bool unit = std::fabs(volume - 1) < 1e-4;
+  for (std::size_t r = 0; r < 9; r += 3) {
+    unit = unit && std::fabs(std::hypot(m[r], m[r + 1], m[r + 2]) - 1) < 1e-4;
+  }
+  return unit;
+}
+
 /// A camera's pose in the outer frame; nothing when its transform is damaged.
 std::optional<MetashapeCamera> ReadCamera(const pugi::xml_node& node, const Similarity& outer) {
   const auto t = Numbers<16>(node.child("transform"));
@@ -162,16 +174,14 @@ std::optional<MetashapeCamera> ReadCamera(const pugi::xml_node& node, const Simi
   // Axes right, down, forward: the second and third columns change sign.
   const auto& m = *t;
   const Matrix3 inChunk = {m[0], -m[1], -m[2], m[4], -m[5], -m[6], m[8], -m[9], -m[10]};
-  camera.cameraToFrame = NearestRotation(Product(outer.rotation, inChunk));
+  const Matrix3 product = Product(outer.rotation, inChunk);
+  camera.cameraToFrame = NearestRotation(product);
   const Vector3 turned = Product(outer.rotation, Vector3{m[3], m[7], m[11]});
-  double length = 0;
   for (std::size_t i = 0; i < 3; ++i) {
     camera.centre[i] = outer.scale * turned[i] + outer.translation[i];
     if (!std::isfinite(camera.centre[i]) || std::fabs(camera.centre[i]) > 1e9) return std::nullopt;
-    const double c = camera.cameraToFrame[i];
-    length += c * c;
   }
-  if (camera.label.empty() || !(std::fabs(length - 1) < 1e-6)) return std::nullopt;
+  if (camera.label.empty() || !IsRotation(product)) return std::nullopt;
   return camera;
 }
 
@@ -193,7 +203,7 @@ class ChunkReader {
             return std::strcmp(n.name(), "rolling_shutter") == 0;
           })) {
         out.notes.push_back("sensor \"" + OneLine(sensor.attribute("label").value()) +
-                            "\": rolling shutter is not corrected; poses are those of the middle");
+                            "\": its rolling shutter is not corrected");
       }
     }
     if (out.sensors.empty()) {

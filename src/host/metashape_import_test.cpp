@@ -254,6 +254,7 @@ TEST(MetashapeImportTest, EachFaultIsNamedWithItsLine) {
       {"width=\"1400\"", "width=\"x\"", "has no resolution in pixels"},
       {"sensor_id=\"0\"", "sensor_id=\"5\"", "camera \"5\" of 2 photos is not described"},
       {" 0 0 0 1 <", " 0 0 0 <", "line 16: camera \"p0.jpg\": its transform is no rigid motion"},
+      {"<transform>0.", "<transform>-0.", "line 16: camera \"p0.jpg\": its transform is no rigid"},
       {"<scale>", "<scale>-", "line 14: the chunk's transform is damaged"},
       {"<transform><rotation>", "<transform><rotation>a ", "line 14: the chunk's transform"},
       {"<rotation>", "<turn>", "no well-formed XML"},
