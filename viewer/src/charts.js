@@ -44,10 +44,19 @@ export function photoChart(photos, onPick) {
       svg('line', { class: 'grid', x1: area.left, x2: area.right, y1: y(v), y2: y(v) }),
       svg('text', { x: area.left - 7, y: y(v) + 4, 'text-anchor': 'end' }, label(v)),
     ]),
-    svg('text', { x: (area.left + area.right) / 2, y: height - 8, 'text-anchor': 'middle' },
-      'hidden share of the photo’s own ground'),
-    svg('text', { transform: `translate(12 ${(area.top + area.bottom) / 2}) rotate(-90)`,
-      'text-anchor': 'middle' }, 'share of the mosaic supplied'),
+    svg(
+      'text',
+      { x: (area.left + area.right) / 2, y: height - 8, 'text-anchor': 'middle' },
+      'hidden share of the photo’s own ground',
+    ),
+    svg(
+      'text',
+      {
+        transform: `translate(12 ${(area.top + area.bottom) / 2}) rotate(-90)`,
+        'text-anchor': 'middle',
+      },
+      'share of the mosaic supplied',
+    ),
     shown.map((photo) =>
       svg(
         'circle',
@@ -58,8 +67,12 @@ export function photoChart(photos, onPick) {
           fill: css(photoColour(photo.number)),
           onclick: () => onPick(photo),
         },
-        svg('title', {}, `${photo.name}: hidden ${percent(photo.hidden)}, supplied ${percent(photo.supplied)}`)
-      )
-    )
+        svg(
+          'title',
+          {},
+          `${photo.name}: hidden ${percent(photo.hidden)}, supplied ${percent(photo.supplied)}`,
+        ),
+      ),
+    ),
   );
 }

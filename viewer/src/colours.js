@@ -5,7 +5,11 @@
 export const QUALITY = {
   1: { text: 'seen by several photos', short: 'Seen by several photos', colour: [72, 145, 176] },
   2: { text: 'seen by one photo only', short: 'Seen by one photo only', colour: [242, 193, 78] },
-  3: { text: 'seen by no photo, filled from its surroundings', short: 'Filled', colour: [199, 52, 92] },
+  3: {
+    text: 'seen by no photo, filled from its surroundings',
+    short: 'Filled',
+    colour: [199, 52, 92],
+  },
 };
 
 /** Hue by the golden angle, so that photos taken one after the other differ most. */

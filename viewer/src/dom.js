@@ -17,7 +17,9 @@ function fill(element, attributes, children) {
     if (name.startsWith('on')) element.addEventListener(name.slice(2), value);
     else element.setAttribute(name, value === true ? '' : value);
   }
-  element.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined));
+  element.append(
+    ...children.flat(Infinity).filter((child) => child !== null && child !== undefined),
+  );
   return element;
 }
 

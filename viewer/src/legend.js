@@ -14,7 +14,11 @@ function qualityKeys(summary) {
 
 function hiddenKeys(most) {
   const count = Math.min(most, 5);
-  const values = [...new Set(Array.from({ length: count + 1 }, (_, i) => Math.round((i * most) / Math.max(count, 1))))];
+  const values = [
+    ...new Set(
+      Array.from({ length: count + 1 }, (_, i) => Math.round((i * most) / Math.max(count, 1))),
+    ),
+  ];
   return values.map((n) => key(hiddenColour(n, most), n === 0 ? 'hidden from none' : String(n)));
 }
 
@@ -31,7 +35,7 @@ export function legendOf(layers, summary) {
       'div',
       { class: 'entry' },
       h('p', {}, h('strong', {}, layer.title), ` ${layer.about}`),
-      keys.length ? h('ul', { class: 'keys' }, keys) : null
+      keys.length ? h('ul', { class: 'keys' }, keys) : null,
     );
   });
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 import 'ol/ol.css';
 import './page.css';
+import './map.css';
 import { photoChart } from './charts.js';
 import { readPlanes, readReport } from './data.js';
 import { duration, h, memory, number, percent } from './dom.js';
@@ -25,14 +26,23 @@ function header(report) {
     'header',
     {},
     h('h1', {}, report.title || 'True orthophoto report'),
-    h('p', { class: 'crs' }, report.crs
-      ? [report.crs.name, report.crs.code ? ` (${report.crs.code})` : '']
-      : 'coordinate system unknown'),
+    h(
+      'p',
+      { class: 'crs' },
+      report.crs
+        ? [report.crs.name, report.crs.code ? ` (${report.crs.code})` : '']
+        : 'coordinate system unknown',
+    ),
     h(
       'dl',
       { class: 'figures' },
-      figure('Photos', failed ? `${photos.length - failed} of ${photos.length}` : String(photos.length)),
-      failed ? h('div', { class: 'bad' }, h('dt', {}, 'Failed'), h('dd', {}, String(failed))) : null,
+      figure(
+        'Photos',
+        failed ? `${photos.length - failed} of ${photos.length}` : String(photos.length),
+      ),
+      failed
+        ? h('div', { class: 'bad' }, h('dt', {}, 'Failed'), h('dd', {}, String(failed)))
+        : null,
       figure('Cell', cell),
       grid.cols ? figure('Ground', size) : null,
       s.cells ? figure('Seen', share(s.seen)) : null,
@@ -40,8 +50,8 @@ function header(report) {
       s.cells ? figure('Filled', share(s.filled)) : null,
       s.cells ? figure('Seams', `${number(s.seamLength)} ${unit}`) : null,
       figure('Time', duration(s.seconds)),
-      figure('Peak memory', memory(s.peakMemoryBytes))
-    )
+      figure('Peak memory', memory(s.peakMemoryBytes)),
+    ),
   );
 }
 
@@ -64,15 +74,19 @@ function photoSection(report, onPick) {
     { class: 'photos', 'aria-labelledby': 'photos-title' },
     h('h2', { id: 'photos-title' }, 'Photos'),
     h('p', { class: 'filter' }, h('label', { for: 'filter' }, 'Find '), filter, count),
-    h('div', { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': 'Table of photos' }, table),
+    h(
+      'div',
+      { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': 'Table of photos' },
+      table,
+    ),
     chart
       ? h(
           'figure',
           {},
           chart,
-          h('figcaption', {}, 'A photo far right and low sees little and gives little.')
+          h('figcaption', {}, 'A photo far right and low sees little and gives little.'),
         )
-      : null
+      : null,
   );
 }
 
@@ -101,7 +115,15 @@ async function start() {
           'div',
           { class: 'side-column' },
           report.notes.length
-            ? section('notes-title', 'Notes', h('ul', { class: 'notes' }, report.notes.map((n) => h('li', {}, n))))
+            ? section(
+                'notes-title',
+                'Notes',
+                h(
+                  'ul',
+                  { class: 'notes' },
+                  report.notes.map((n) => h('li', {}, n)),
+                ),
+              )
             : null,
           section(
             'stages-title',
@@ -109,17 +131,17 @@ async function start() {
             stageTable(report.stages),
             s.photosKept
               ? h('p', { class: 'quiet' }, `${s.photosKept} photos were kept from an earlier run.`)
-              : null
+              : null,
           ),
           report.settings.length
             ? section('settings-title', 'Settings', pairList(report.settings))
             : null,
           report.versions.length
             ? section('versions-title', 'Versions', pairList(report.versions))
-            : null
-        )
-      )
-    )
+            : null,
+        ),
+      ),
+    ),
   );
   await mapSection?.start();
   app.dataset.ready = 'true';

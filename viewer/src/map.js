@@ -43,7 +43,7 @@ function drawPart(context, grid, side, frame, fromX, toX) {
     left + col * scaleX,
     top + row * scaleY,
     cols * scaleX,
-    rows * scaleY
+    rows * scaleY,
   );
   context.restore();
 }

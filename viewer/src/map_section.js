@@ -29,9 +29,9 @@ function layerButtons(layers, onChoose) {
           checked: i === 0,
           onchange: () => onChoose(layer),
         }),
-        h('span', {}, layer.title)
-      )
-    )
+        h('span', {}, layer.title),
+      ),
+    ),
   );
 }
 
@@ -45,7 +45,7 @@ function overlayBoxes(overlays) {
         name,
         onchange: (event) => overlays[name].setVisible(event.target.checked),
       }),
-      h('span', {}, title)
+      h('span', {}, title),
     );
   return h(
     'fieldset',
@@ -53,7 +53,7 @@ function overlayBoxes(overlays) {
     h('legend', { class: 'for-ears' }, 'Over the map'),
     box('Footprints', 'footprints'),
     box('Seams', 'seams'),
-    box('Cameras', 'cameras')
+    box('Cameras', 'cameras'),
   );
 }
 
@@ -100,7 +100,7 @@ export function makeMapSection(report, planes) {
       },
     },
     h('option', { value: '' }, 'nothing'),
-    layers.map((layer) => h('option', { value: layer.id }, layer.title))
+    layers.map((layer) => h('option', { value: layer.id }, layer.title)),
   );
 
   /** Says what is at a ground point: in the line, and where asked for, aloud. */
@@ -112,7 +112,7 @@ export function makeMapSection(report, planes) {
   };
   const rest = () => {
     readout.replaceChildren(
-      h('span', { class: 'quiet' }, 'Point at a cell to see which photo supplied it.')
+      h('span', { class: 'quiet' }, 'Point at a cell to see which photo supplied it.'),
     );
     markPhoto(overlays.mark, pinned);
   };
@@ -137,13 +137,13 @@ export function makeMapSection(report, planes) {
       pills,
       h('label', { class: 'compare' }, 'compare with ', compare),
       overlayBoxes(overlays),
-      h('button', { type: 'button', class: 'plain', onclick: () => map.fit() }, 'Show all')
+      h('button', { type: 'button', class: 'plain', onclick: () => map.fit() }, 'Show all'),
     ),
     h('div', { class: 'stage' }, target, crosshair, swipe),
     readout,
     spoken,
     legend,
-    h('p', { class: 'for-ears', id: 'map-help' }, HELP)
+    h('p', { class: 'for-ears', id: 'map-help' }, HELP),
   );
 
   return {

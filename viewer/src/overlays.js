@@ -57,7 +57,13 @@ function spacing(photos, extent) {
 function cameraStyle(report, extent) {
   const apart = spacing(report.photos, extent);
   const cross = (color, width) =>
-    new RegularShape({ points: 4, radius: 7, radius2: 0, angle: Math.PI / 4, stroke: stroke(color, width) });
+    new RegularShape({
+      points: 4,
+      radius: 7,
+      radius2: 0,
+      angle: Math.PI / 4,
+      stroke: stroke(color, width),
+    });
   return (feature, resolution) => {
     const photo = feature.get('photo');
     const text =
@@ -93,7 +99,7 @@ export function makeOverlays(report, extent) {
     framed.map((photo) => new Feature(new Polygon([ring(photo.frame)]))),
     cased(1),
     2,
-    'footprints'
+    'footprints',
   );
   const seams = layerOf([seamFeature(report)], cased(1.2), 3, 'seams');
   const cameras = layerOf(
@@ -104,7 +110,7 @@ export function makeOverlays(report, extent) {
     }),
     cameraStyle(report, extent),
     5,
-    'cameras'
+    'cameras',
   );
   const mark = layerOf([], null, 4, 'mark');
   mark.setVisible(true);
@@ -136,7 +142,7 @@ export function markPhoto(layer, photo) {
         fill: new Fill({ color: accent }),
         stroke: stroke(DARK, 2),
       }),
-    })
+    }),
   );
   source.addFeature(point);
 }

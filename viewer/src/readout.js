@@ -61,7 +61,7 @@ export function cellElements(report, cell, layers) {
     h(
       'span',
       { class: 'group figures' },
-      `E ${number(cell.point[0], digits)}  N ${number(cell.point[1], digits)}`
+      `E ${number(cell.point[0], digits)}  N ${number(cell.point[1], digits)}`,
     ),
     h('span', { class: 'group' }, seenText(cell)),
     naive,

@@ -19,7 +19,7 @@ export function makeSwipe(onMove) {
       hidden: true,
     },
     h('span', { class: 'grip', 'aria-hidden': 'true' }),
-    names
+    names,
   );
   let share = 0.5;
 
@@ -29,7 +29,7 @@ export function makeSwipe(onMove) {
     handle.setAttribute('aria-valuenow', String(Math.round(100 * share)));
     handle.setAttribute(
       'aria-valuetext',
-      `${names[0].textContent} left of ${Math.round(100 * share)} %, ${names[1].textContent} right of it`
+      `${names[0].textContent} left of ${Math.round(100 * share)} %, ${names[1].textContent} right of it`,
     );
     onMove(share);
   };

@@ -29,7 +29,7 @@ function sortableTable(caption, columns, rowElement, first) {
       'button',
       { type: 'button', onclick: () => sortBy(column) },
       column.title,
-      h('span', { class: 'arrow', 'aria-hidden': 'true' })
+      h('span', { class: 'arrow', 'aria-hidden': 'true' }),
     );
     return h('th', { scope: 'col', class: column.class ?? null }, button);
   });
@@ -38,7 +38,7 @@ function sortableTable(caption, columns, rowElement, first) {
     {},
     h('caption', { class: 'for-ears' }, caption),
     h('thead', {}, h('tr', {}, heads)),
-    body
+    body,
   );
 
   function sortBy(column) {
@@ -69,7 +69,7 @@ function meter(share, most, kind) {
   return h(
     'span',
     { class: 'meter', 'aria-hidden': 'true' },
-    h('span', { class: `fill ${kind}`, style: `width:${width.toFixed(1)}%` })
+    h('span', { class: `fill ${kind}`, style: `width:${width.toFixed(1)}%` }),
   );
 }
 
@@ -85,7 +85,12 @@ export function photoTable(photos, onPick) {
   const columns = [
     numberColumn,
     { title: 'Photo', value: (p) => p.name },
-    { title: 'Hidden', value: (p) => shareOf(p, 'hidden'), class: 'numeric', descendingFirst: true },
+    {
+      title: 'Hidden',
+      value: (p) => shareOf(p, 'hidden'),
+      class: 'numeric',
+      descendingFirst: true,
+    },
     {
       title: 'Supplied',
       value: (p) => shareOf(p, 'supplied'),
@@ -100,7 +105,7 @@ export function photoTable(photos, onPick) {
       'td',
       { class: 'numeric' },
       value === null ? h('span', { class: 'quiet' }, '–') : percent(value),
-      value === null ? null : meter(value, most[field], field)
+      value === null ? null : meter(value, most[field], field),
     );
   };
   const rowElement = (photo) =>
@@ -113,18 +118,27 @@ export function photoTable(photos, onPick) {
         { scope: 'row' },
         h(
           'button',
-          { type: 'button', class: 'photo', onclick: () => onPick(photo), title: 'Show on the map' },
+          {
+            type: 'button',
+            class: 'photo',
+            onclick: () => onPick(photo),
+            title: 'Show on the map',
+          },
           h('span', {
             class: 'chip',
             style: `background:${css(photoColour(photo.number))}`,
             'aria-hidden': 'true',
           }),
-          photo.name
-        )
+          photo.name,
+        ),
       ),
       share(photo, 'hidden'),
       share(photo, 'supplied'),
-      h('td', {}, photo.done === false ? h('span', { class: 'bad' }, `Failed: ${photo.reason}`) : 'Done')
+      h(
+        'td',
+        {},
+        photo.done === false ? h('span', { class: 'bad' }, `Failed: ${photo.reason}`) : 'Done',
+      ),
     );
   const table = sortableTable('Photos of the job', columns, rowElement, numberColumn);
   table.update(photos);
@@ -148,8 +162,8 @@ export function stageTable(stages) {
         {},
         h('th', { scope: 'col' }, 'Stage'),
         h('th', { scope: 'col' }, 'Time'),
-        withMemory ? h('th', { scope: 'col', class: 'numeric' }, 'Peak memory') : null
-      )
+        withMemory ? h('th', { scope: 'col', class: 'numeric' }, 'Peak memory') : null,
+      ),
     ),
     h(
       'tbody',
@@ -164,14 +178,14 @@ export function stageTable(stages) {
             { class: 'bar' },
             meter(stage.seconds, longest, 'time'),
             h('span', {}, duration(stage.seconds)),
-            h('span', { class: 'quiet share' }, all > 0 ? percent(stage.seconds / all) : '')
+            h('span', { class: 'quiet share' }, all > 0 ? percent(stage.seconds / all) : ''),
           ),
           withMemory
             ? h('td', { class: 'numeric' }, stage.memory ? memory(stage.memory) : '–')
-            : null
-        )
-      )
-    )
+            : null,
+        ),
+      ),
+    ),
   );
 }
 
@@ -180,6 +194,6 @@ export function pairList(pairs) {
   return h(
     'dl',
     { class: 'pairs' },
-    pairs.map(([name, value]) => h('div', {}, h('dt', {}, name), h('dd', {}, value)))
+    pairs.map(([name, value]) => h('div', {}, h('dt', {}, name), h('dd', {}, value))),
   );
 }
