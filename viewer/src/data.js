@@ -47,6 +47,9 @@ export async function readPlanes() {
   return Object.fromEntries(names.map((name, i) => [name, planes[i]]));
 }
 
+/** Cells in some photo's frame: what shares of the mosaic refer to. */
+export const coveredCells = (summary) => summary.seen + summary.filled + summary.neverCovered;
+
 /** Column and row of a ground point, and its place in the planes; null outside the grid. */
 export function cellAt(grid, [x, y]) {
   const col = Math.floor((x - grid.minX) / grid.cellX);

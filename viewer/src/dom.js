@@ -36,10 +36,11 @@ export function percent(share) {
   if (!Number.isFinite(share)) return '–';
   const value = 100 * share;
   const digits = value > 0 && value < 1 ? 2 : value < 99.95 ? 1 : value < 99.995 ? 2 : 0;
-  return `${number(value, digits)} %`;
+  return `${number(value, digits)}\u202f%`;
 }
 
 export function duration(seconds) {
+  if (seconds < 0.1) return `${number(1000 * seconds)} ms`;
   if (seconds < 60) return `${number(seconds, seconds < 9.995 ? 2 : 1)} s`;
   const minutes = Math.round(seconds / 60);
   if (seconds < 3600) return `${Math.floor(seconds / 60)} min ${Math.floor(seconds % 60)} s`;

@@ -85,7 +85,7 @@ export function makeLayers(report, planes) {
     {
       id: 'quality',
       title: 'Quality',
-      about: 'How well the cell was seen.',
+      about: 'How well the cell was seen; shares are of the ground that photos cover.',
       there: planes.quality !== null,
       make: () => paint(grid, (i) => QUALITY[planes.quality[i]]?.colour),
     },

@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the colours of a layer mean.
 import { QUALITY, css, hiddenColour } from './colours.js';
+import { coveredCells } from './data.js';
 import { h, percent } from './dom.js';
 
 const key = (colour, text) =>
   h('li', {}, h('span', { class: 'chip', style: `background:${css(colour)}` }), text);
 
 function qualityKeys(summary) {
-  const share = (cells) => (summary.cells > 0 ? ` ${percent(cells / summary.cells)}` : '');
+  const covered = coveredCells(summary);
+  const share = (cells) => (covered > 0 ? ` ${percent(cells / covered)}` : '');
   const cells = { 1: summary.seen - summary.seenByOne, 2: summary.seenByOne, 3: summary.filled };
   return Object.entries(QUALITY).map(([value, q]) => key(q.colour, q.short + share(cells[value])));
 }

@@ -3,7 +3,7 @@ import 'ol/ol.css';
 import './page.css';
 import './map.css';
 import { photoChart } from './charts.js';
-import { readPlanes, readReport } from './data.js';
+import { coveredCells, readPlanes, readReport } from './data.js';
 import { duration, h, memory, number, percent } from './dom.js';
 import { makeMapSection } from './map_section.js';
 import { pairList, photoTable, stageTable } from './tables.js';
@@ -19,7 +19,7 @@ function header(report) {
   const { summary: s, photos, grid } = report;
   const unit = unitOf(report);
   const failed = photos.filter((photo) => photo.done === false).length;
-  const share = (cells) => percent(cells / s.cells);
+  const share = (cells) => percent(cells / coveredCells(s));
   const cell = `${Number(s.gsd.toPrecision(4))} ${unit}`;
   const size = `${number(grid.cols * grid.cellX)} × ${number(grid.rows * grid.cellY)} ${unit}`;
   return h(
@@ -45,10 +45,10 @@ function header(report) {
         : null,
       figure('Cell', cell),
       grid.cols ? figure('Ground', size) : null,
-      s.cells ? figure('Seen', share(s.seen)) : null,
-      s.cells ? figure('By one photo only', share(s.seenByOne)) : null,
-      s.cells ? figure('Filled', share(s.filled)) : null,
-      s.cells ? figure('Seams', `${number(s.seamLength)} ${unit}`) : null,
+      s.mosaicMade ? figure('Seen', share(s.seen)) : null,
+      s.mosaicMade ? figure('By one photo only', share(s.seenByOne)) : null,
+      s.mosaicMade ? figure('Filled', share(s.filled)) : null,
+      s.mosaicMade ? figure('Seams', `${number(s.seamLength)} ${unit}`) : null,
       figure('Time', duration(s.seconds)),
       figure('Peak memory', memory(s.peakMemoryBytes)),
     ),
