@@ -106,6 +106,15 @@ void ProgressPrinter::Warn(const std::string& line) {
   }
 }
 
+void ProgressPrinter::Note(const std::string& line) {
+  ClearLine();
+  if (style_ == ProgressStyle::kJson) {
+    PrintJson({{"event", "note"}, {"text", line}});
+  } else if (style_ != ProgressStyle::kQuiet) {
+    std::fprintf(stderr, "%s\n", line.c_str());
+  }
+}
+
 bool ProgressPrinter::StopRequested() { return Interrupted(); }
 
 }  // namespace tqtortho::app

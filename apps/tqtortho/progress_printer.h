@@ -23,6 +23,7 @@ class ProgressPrinter : public host::RunObserver {
   void Progress(double percent) override;
   void EndStage(double seconds) override;
   void Warn(const std::string& line) override;
+  void Note(const std::string& line) override;
   bool StopRequested() override;
 
  private:

@@ -9,11 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <numbers>
 #include <system_error>
 
 #include "core/numeric.h"
-#include "geo/Crs.h"
+#include "geo/FileEnd.h"
 #include "geo/RasterTools.h"
+#include "host/job_estimate.h"
+#include "host/photo_crs.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -25,65 +28,7 @@ void Add(std::vector<Finding>& findings, Finding::Level level, std::string text)
   findings.push_back({level, std::move(text)});
 }
 
-std::string Number(double value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.6g", value);
-  return text;
-}
-
-/// Height statistics from evenly spread rows: a DSM of any size costs the same.
-bool SampleHeights(const std::string& path, DsmFacts& facts) {
-  tqimage::TqImage image;
-  if (!image.Open(path, true)) return false;
-  const float noData = NarrowToFloat(image.GetNoDataValue(0));
-  const bool named = image.HasNoDataValue(0);
-  constexpr int kRows = 300;
-  const int step = std::max(1, facts.rows / kRows);
-  std::vector<float> row(static_cast<std::size_t>(facts.cols));
-  double sum = 0;
-  std::int64_t valid = 0, total = 0;
-  float low = 1e30F, high = -1e30F;
-  for (int r = step / 2; r < facts.rows; r += step) {
-    if (!image.ReadImage(0, {0, r, facts.cols, r + 1}, tqimage::kFloat32, row.data())) return false;
-    for (const float h : row) {
-      ++total;
-      if (h == static_cast<float>(kDefaultNoData) || (named && h == noData)) continue;
-      ++valid;
-      sum += h;
-      low = std::min(low, h);
-      high = std::max(high, h);
-    }
-  }
-  facts.noDataShare = total > 0 ? 1.0 - static_cast<double>(valid) / static_cast<double>(total) : 1;
-  if (valid > 0) {
-    facts.minHeight = low;
-    facts.maxHeight = high;
-    facts.meanHeight = sum / static_cast<double>(valid);
-  }
-  return true;
-}
-
-void CheckDsmCrs(const std::string& path, DsmFacts& facts, std::vector<Finding>& findings) {
-  const std::string& wkt = facts.coefficients.GetProjection();
-  if (wkt.empty()) {
-    Add(findings, Finding::Level::kWarning,
-        path + ": names no coordinate system; outputs will name none either");
-    return;
-  }
-  const auto crs = geo::DescribeCrs(wkt);
-  if (!crs) return;
-  facts.crsName = crs->name;
-  facts.crsCode = crs->authority;
-  if (crs->geographic) {
-    Add(findings, Finding::Level::kError,
-        path + ": is in degrees (" + crs->name +
-            "); reproject it to a metric system, for instance gdalwarp -t_srs EPSG:326xx");
-  } else if (std::abs(crs->metresPerUnit - 1) > 1e-6) {
-    Add(findings, Finding::Level::kWarning,
-        path + ": its units are " + Number(crs->metresPerUnit) +
-            " m; heights and photo positions must be in the same unit");
-  }
-}
+constexpr auto Number = ShortNumber;
 
 /// What a photo file itself shows to be wrong, or nothing.
 std::string PhotoFault(const std::string& path, const SurveyCamera& camera,
@@ -105,6 +50,9 @@ std::string PhotoFault(const std::string& path, const SurveyCamera& camera,
            " pixels, its camera " + std::to_string(camera.id) + " was calibrated for " +
            std::to_string(width) + " x " + std::to_string(height) +
            "; give the photos as they were when calibrated (not turned, not resized)";
+  }
+  if (geo::EndsEarly(path)) {
+    return path + ": the file ends before the picture does; copy the photo again";
   }
   return {};
 }
@@ -136,24 +84,110 @@ double Median(std::vector<double> values) {
   return *middle;
 }
 
+/// Photos that all lie elsewhere: another coordinate system.
 void CheckDistance(const Survey& survey, const DsmFacts& dsm, std::vector<Finding>& findings) {
   const auto first = dsm.coefficients.Raster2World(0, 0);
   const auto last = dsm.coefficients.Raster2World(dsm.cols - 1, dsm.rows - 1);
   const double reach = std::hypot(last.x - first.x, last.y - first.y) + 10000;
-  int near = 0, total = 0;
+  const SurveyPhoto* nearest = nullptr;
+  double distance = 0;
   for (const auto& block : survey.blocks) {
     for (const auto& photo : block.photos) {
-      ++total;
-      near += std::hypot(photo.x - first.x, photo.y - first.y) < reach ? 1 : 0;
+      const double d = std::hypot(photo.x - first.x, photo.y - first.y);
+      if (nearest == nullptr || d < distance) {
+        nearest = &photo;
+        distance = d;
+      }
     }
   }
-  if (total > 0 && near == 0) {
-    const SurveyPhoto& p = survey.blocks.front().photos.front();
-    Add(findings, Finding::Level::kError,
-        "photo " + p.name + " and all others lie more than 10 km from the DSM (photo at " +
-            Number(p.x) + ", " + Number(p.y) + "; DSM from " + Number(first.x) + ", " +
-            Number(first.y) + "); bring both into one coordinate system");
+  if (nearest == nullptr || distance < reach) return;
+  const SurveyPhoto& p = *nearest;
+  const std::string guess = GuessPhotoCrs(p.x, p.y, dsm.coefficients);
+  Add(findings, Finding::Level::kError,
+      "photo " + p.name + " and all others lie more than 10 km from the DSM (" +
+          Number(distance / 1000) + " km; photo at " + Number(p.x) + ", " + Number(p.y) +
+          "; DSM from " + Number(first.x) + ", " + Number(first.y) + "); " +
+          (guess.empty() ? "name the photos' coordinate system with --crs, or bring both into one"
+                         : "they would fit as " + guess + ": try --crs " + guess));
+}
+
+/// Cameras that all stand below the surface, or in the stratosphere: heights from another datum or
+/// in another unit.
+void CheckDatum(const Survey& survey, const DsmFacts& dsm, std::vector<Finding>& findings) {
+  std::vector<double> above;
+  for (const auto& block : survey.blocks) {
+    for (const auto& photo : block.photos) above.push_back(photo.z - dsm.meanHeight);
   }
+  if (above.empty()) return;
+  const double median = Median(std::move(above));
+  constexpr double kHighest = 5000;
+  if (median < 0) {
+    Add(findings, Finding::Level::kError,
+        "the cameras lie below the surface (half of them by " + Number(-median) +
+            " m and more); their heights probably count from another datum: add the geoid's height "
+            "to bring ellipsoid and sea level together, or check the order of the columns");
+  } else if (median > kHighest) {
+    Add(findings, Finding::Level::kWarning,
+        "the cameras are " + Number(median) +
+            " m above the surface; if they were not, their heights count from another datum "
+            "(geoid, ellipsoid) or in another unit (feet)");
+  }
+}
+
+/// Views far off the vertical: angles in degrees that happen to be small, or exchanged.
+void CheckTilt(const Survey& survey, std::vector<Finding>& findings) {
+  std::vector<double> tilts;
+  for (const auto& block : survey.blocks) {
+    for (const auto& p : block.photos) {
+      tilts.push_back(std::acos(std::clamp(std::cos(p.omega) * std::cos(p.phi), -1.0, 1.0)));
+    }
+  }
+  const double degrees = Median(std::move(tilts)) * 180 / std::numbers::pi;
+  if (degrees < 50) return;
+  Add(findings, Finding::Level::kWarning,
+      "half of the photos look more than " + Number(std::floor(degrees)) +
+          " degrees off the vertical; if they were taken downward, the angles are in degrees (give "
+          "radians) or exchanged (the order is omega phi kappa)");
+}
+
+/// Names the first few of many photos with the same trouble.
+class PhotoWarnings {
+ public:
+  explicit PhotoWarnings(std::vector<Finding>& findings) : findings_(findings) {}
+  void LeftOut(const std::string& fault) {
+    constexpr int kNamed = 10;
+    if (++count_ <= kNamed) {
+      Add(findings_, Finding::Level::kWarning, fault + " (photo left out)");
+    } else if (count_ == kNamed + 1) {
+      at_ = findings_.size();
+      Add(findings_, Finding::Level::kWarning, {});
+    }
+    if (count_ > kNamed) {
+      findings_[at_].text =
+          std::to_string(count_ - kNamed) + " more photos left out, the last: " + fault;
+    }
+  }
+
+ private:
+  std::vector<Finding>& findings_;
+  int count_ = 0;
+  std::size_t at_ = 0;
+};
+
+void CheckViews(const Survey& survey, const SurveyFacts& facts, std::vector<Finding>& findings) {
+  const auto outside =
+      EstimateJob(survey, facts.dsm, RoundUpTwoDigits(facts.photoResolution), 1).outside;
+  if (outside.empty()) return;
+  if (static_cast<int>(outside.size()) == facts.photos) {
+    Add(findings, Finding::Level::kError,
+        "no photo shows any of the DSM (the first: " + outside.front() +
+            "); check coordinate systems and the order of the angles (omega phi kappa, radians)");
+    return;
+  }
+  Add(findings, Finding::Level::kWarning,
+      std::to_string(outside.size()) + " of " + std::to_string(facts.photos) +
+          " photos show nothing of the DSM and will fail (the first: " + outside.front() +
+          "); leave them out or give a larger DSM");
 }
 
 }  // namespace
@@ -163,62 +197,27 @@ bool CheckResult::Usable() const {
                       [](const Finding& f) { return f.level == Finding::Level::kError; });
 }
 
-void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
-  geo::RasterSummary summary;
-  std::string why;
-  if (dsmPath.empty()) {
-    Add(findings, Finding::Level::kError, "no DSM given; name one with --dsm FILE");
-    return;
-  }
-  if (!geo::DescribeRaster(dsmPath, summary, why)) {
-    Add(findings, Finding::Level::kError, why);
-    return;
-  }
-  facts.cols = summary.width;
-  facts.rows = summary.height;
-  facts.coefficients = summary.coefficients;
-  const auto cell = summary.coefficients.GetResolution();
-  facts.cell = cell.x;
-  if (!summary.hasGeoreference) {
-    Add(findings, Finding::Level::kError,
-        dsmPath + ": has no georeference; write one into it, for instance gdal_edit.py -a_ullr");
-    return;
-  }
-  if (summary.rotated || !(cell.x > 0) || !(cell.y < 0)) {
-    Add(findings, Finding::Level::kError,
-        dsmPath + ": is rotated or not north-up; resample it with gdalwarp");
-    return;
-  }
-  if (std::abs(cell.x + cell.y) > 1e-6 * cell.x) {
-    Add(findings, Finding::Level::kError,
-        dsmPath + ": cells are not square (" + Number(cell.x) + " x " + Number(-cell.y) +
-            "); resample it, for instance gdalwarp -tr " + Number(cell.x) + " " + Number(cell.x));
-    return;
-  }
-  CheckDsmCrs(dsmPath, facts, findings);
-  if (!SampleHeights(dsmPath, facts)) {
-    Add(findings, Finding::Level::kError,
-        dsmPath + ": heights cannot be read; the file may be truncated");
-    return;
-  }
-  if (facts.noDataShare >= 1) {
-    Add(findings, Finding::Level::kError, dsmPath + ": holds no height (every cell is no data)");
-  }
-}
-
 CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
   CheckResult result;
   CheckDsm(dsmPath, result.facts.dsm, result.findings);
   if (!result.Usable()) return result;
   const DsmFacts& dsm = result.facts.dsm;
+  std::string error;
+  if (!BringOntoMap(survey, dsm.coefficients.GetProjection(), error)) {
+    Add(result.findings, Finding::Level::kError, error);
+    return result;
+  }
   CheckDistance(survey, dsm, result.findings);
+  CheckDatum(survey, dsm, result.findings);
   if (!result.Usable()) return result;
+  CheckTilt(survey, result.findings);
 
   std::map<int, const SurveyCamera*> cameras;
   for (const auto& camera : survey.cameras) cameras.emplace(camera.id, &camera);
   tqimage::TqImage heights;
   (void)heights.Open(dsmPath, true);
   std::vector<double> resolutions, above;
+  PhotoWarnings warnings(result.findings);
   for (auto& block : survey.blocks) {
     std::vector<SurveyPhoto> usable;
     for (const auto& photo : block.photos) {
@@ -230,7 +229,7 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
                               : PhotoFault(block.path + "/" + photo.name, *camera->second, summary);
       if (fault.empty()) fault = PlaceFault(photo, dsm, heights);
       if (!fault.empty()) {
-        Add(result.findings, Finding::Level::kWarning, fault + " (photo left out)");
+        warnings.LeftOut(fault);
         continue;
       }
       const double height = photo.z - dsm.meanHeight;
@@ -249,8 +248,16 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
   result.facts.meanHeightAboveGround = Median(above);
   if (result.facts.photos == 0) {
     Add(result.findings, Finding::Level::kError, "no usable photo is left; see the lines above");
+  } else {
+    CheckViews(survey, result.facts, result.findings);
   }
   return result;
+}
+
+std::string ShortNumber(double value) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.6g", value);
+  return text;
 }
 
 double RoundUpTwoDigits(double value) {

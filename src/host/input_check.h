@@ -18,7 +18,7 @@ struct Finding {
   std::string text;
 };
 
-/// Facts of a DSM, from at most a few hundred of its rows.
+/// Facts of a DSM; heights from a sample of its cells.
 struct DsmFacts {
   int cols = 0;
   int rows = 0;
@@ -50,11 +50,14 @@ struct CheckResult {
 /// Looks at a DSM alone.
 void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings);
 
-/// Looks at everything a job would read, before hours of work start. Opens every photo's header,
-/// never its pixels. Photos that cannot be used are taken out of `survey` and named in a warning; a
-/// survey left without photos is an error.
+/// Looks at everything a job would read, before hours of work start. Brings a survey that names its
+/// own coordinate system onto the DSM's (see photo_crs.h). Opens every photo's header and looks for
+/// its end, never reads its pixels. Photos that cannot be used are taken out of `survey` and named
+/// in a warning; a survey left without photos is an error.
 [[nodiscard]] CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath);
 
+/// A number for a message, six digits.
+[[nodiscard]] std::string ShortNumber(double value);
 /// A resolution rounded up to two significant digits (0.0873 becomes 0.088).
 [[nodiscard]] double RoundUpTwoDigits(double value);
 

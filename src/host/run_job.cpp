@@ -176,11 +176,15 @@ bool WriteLists(Survey& survey, const JobPaths& paths, std::string& error) {
   return false;
 }
 
+double GsdOf(const RunOptions& options, const SurveyFacts& facts) {
+  if (!options.gsd) return RoundUpTwoDigits(facts.photoResolution);
+  return *options.gsd > 0 ? *options.gsd : facts.dsm.cell;
+}
+
 /// The ground resolution of the job, and a word where it asks for trouble.
 double ChooseGsd(const RunOptions& options, const SurveyFacts& facts, RunObserver& observer) {
   const double photos = facts.photoResolution;
-  const double gsd =
-      options.gsd ? (*options.gsd > 0 ? *options.gsd : facts.dsm.cell) : RoundUpTwoDigits(photos);
+  const double gsd = GsdOf(options, facts);
   char text[200];
   if (gsd < 0.8 * photos) {
     std::snprintf(text, sizeof text,
@@ -254,11 +258,29 @@ RunStatus Prepare(Survey& survey, const RunOptions& options, const JobPaths& pat
   return relay.Stopped() ? Stopped(error) : RunStatus::kDone;
 }
 
-RunStatus CheckInputs(Survey& survey, const RunOptions& options, StageRelay& relay,
-                      RunObserver& observer, RunReport& report, std::string& error) {
+/// What the job will make and need; notes it, and warns of a lack of room.
+void Estimate(const Survey& survey, const RunOptions& options, const JobPaths& paths,
+              CheckResult& check, RunReport& report, RunObserver& observer) {
+  report.estimate =
+      EstimateJob(survey, check.facts.dsm, GsdOf(options, check.facts), options.threads);
+  const std::int64_t room = FreeSpace(paths.work);
+  for (const auto& line : DescribeDsm(options.dsmPath, check.facts.dsm)) observer.Note(line);
+  for (const auto& line : DescribeJob(survey, check.facts, report.estimate, room)) {
+    observer.Note(line);
+  }
+  // A job that goes on has most of its files already.
+  if (!options.sizingOnly && !fs::exists(paths.work + "/state")) {
+    CheckRoom(report.estimate, paths.work, room, MachineMemory(), check.findings);
+  }
+}
+
+RunStatus CheckInputs(Survey& survey, const RunOptions& options, const JobPaths& paths,
+                      StageRelay& relay, RunObserver& observer, RunReport& report,
+                      std::string& error) {
   relay.Begin("check inputs");
-  const CheckResult check = CheckSurvey(survey, options.dsmPath);
+  CheckResult check = CheckSurvey(survey, options.dsmPath);
   report.facts = check.facts;
+  if (check.Usable()) Estimate(survey, options, paths, check, report, observer);
   for (const auto& finding : check.findings) {
     if (finding.level == Finding::Level::kWarning) observer.Warn(finding.text);
   }
@@ -322,7 +344,7 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer
   timer.Start();
   const JobPaths paths = MakePaths(options);
   StageRelay relay(observer, report);
-  RunStatus status = CheckInputs(survey, options, relay, observer, report, error);
+  RunStatus status = CheckInputs(survey, options, paths, relay, observer, report, error);
   if (status != RunStatus::kDone) return status;
   DirectoryLock outLock, workLock;
   if (!TakeDirectories(options, paths, outLock, workLock, error)) return RunStatus::kBadInput;

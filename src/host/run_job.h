@@ -8,6 +8,7 @@
 
 #include "host/dsm_prepare.h"
 #include "host/input_check.h"
+#include "host/job_estimate.h"
 #include "host/mosaic_stage.h"
 #include "host/survey.h"
 
@@ -56,6 +57,7 @@ struct StageTime {
 
 struct RunReport {
   SurveyFacts facts;
+  JobEstimate estimate;
   double gsd = 0;
   DsmPrepareReport dsm;
   std::vector<PhotoOutcome> photos;
@@ -78,6 +80,8 @@ class RunObserver {
   virtual void Progress(double percent) = 0;
   virtual void EndStage(double seconds) = 0;
   virtual void Warn(const std::string& line) = 0;
+  /// A fact or an estimate, before the work starts.
+  virtual void Note(const std::string& /*line*/) {}
   /// Asked at every progress step; true stops the job.
   virtual bool StopRequested() = 0;
 };

@@ -42,6 +42,7 @@ struct SurveyBlock {
 struct Survey {
   std::string source;   ///< "OpenDroneMap project /path", for people
   std::string dsmPath;  ///< empty when the source has none
+  std::string crs;      ///< of the photos' positions and angles where it is not the DSM's
   std::vector<SurveyCamera> cameras;
   std::vector<SurveyBlock> blocks;
   std::vector<std::string>

@@ -56,6 +56,7 @@ std::optional<CrsInfo> DescribeCrs(const std::string& crs) {
   info.geographic = parsed.IsGeographic() != 0;
   info.projected = parsed.IsProjected() != 0 || parsed.IsLocal() != 0;
   if (!info.geographic) info.metresPerUnit = parsed.GetLinearUnits();
+  if (parsed.IsCompound() != 0) info.metresPerHeightUnit = parsed.GetTargetLinearUnits("VERT_CS");
   return info;
 }
 

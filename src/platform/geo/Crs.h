@@ -11,11 +11,12 @@ namespace geo {
 
 /// What a caller must know of a coordinate reference system given as WKT, "EPSG:n" or a PROJ text.
 struct CrsInfo {
-  std::string name;          ///< "WGS 84 / UTM zone 51N"
-  std::string authority;     ///< "EPSG:32651" or empty
-  bool projected = false;    ///< projected or local: plane coordinates
-  bool geographic = false;   ///< degrees
-  double metresPerUnit = 1;  ///< of the horizontal axes, when not geographic
+  std::string name;                ///< "WGS 84 / UTM zone 51N"
+  std::string authority;           ///< "EPSG:32651" or empty
+  bool projected = false;          ///< projected or local: plane coordinates
+  bool geographic = false;         ///< degrees
+  double metresPerUnit = 1;        ///< of the horizontal axes, when not geographic
+  double metresPerHeightUnit = 0;  ///< of a vertical part; 0: it has none
 };
 
 /// Nothing when the text is no CRS.

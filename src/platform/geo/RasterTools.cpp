@@ -169,6 +169,9 @@ bool DescribeRaster(const std::string& path, RasterSummary& summary, std::string
   summary.sampleType = GDALGetDataTypeName(head->GetRasterDataType());
   summary.format = file->GetDriver() != nullptr ? file->GetDriver()->GetDescription() : "";
   summary.palette = head->GetColorTable() != nullptr;
+  if (const char* unit = head->GetUnitType()) summary.unit = unit;
+  summary.scale = head->GetScale();
+  summary.offset = head->GetOffset();
   double transform[6];
   summary.hasGeoreference = file->GetGeoTransform(transform) == CE_None;
   summary.rotated = summary.hasGeoreference && !(transform[2] == 0 && transform[4] == 0 &&

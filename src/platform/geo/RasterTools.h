@@ -36,6 +36,9 @@ struct RasterSummary {
   bool palette = false;
   bool hasGeoreference = false;
   bool rotated = false;  ///< the transform has rotation or shear terms, or is south-up
+  std::string unit;      ///< of the first band's values, as the file names it; often empty
+  double scale = 1;      ///< values stand for value * scale + offset; nobody here applies that
+  double offset = 0;
   tqimage::GeoCoefficients coefficients;
 };
 /// False when the file is missing or no raster (then `error` says why, in one line).
