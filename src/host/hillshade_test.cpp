@@ -34,7 +34,8 @@ TEST(HillshadeTest, PlanesAreAsBrightAsTheirAngleToTheLight) {
     const double toLight[] = {std::sin(light.azimuthDeg * rad) * std::cos(light.altitudeDeg * rad),
                               std::cos(light.azimuthDeg * rad) * std::cos(light.altitudeDeg * rad),
                               std::sin(light.altitudeDeg * rad)};
-    for (const auto& [east, north] : {std::pair{0.0, 0.0}, {1.0, 0.0}, {0.0, 0.7}, {-0.4, 2.0}}) {
+    for (const auto& slope : {std::pair{0.0, 0.0}, {1.0, 0.0}, {0.0, 0.7}, {-0.4, 2.0}}) {
+      const double east = slope.first, north = slope.second;
       const auto shades =
           Shade(0.5, 2.0, light, [&](double x, double y) { return east * x + north * y; });
       const double cosine = (toLight[2] - east * toLight[0] - north * toLight[1]) /

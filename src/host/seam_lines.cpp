@@ -47,8 +47,8 @@ class EdgeMap {
   }
 
  private:
-  // Opposite directions differ in the last bit.
-  static constexpr int kEast = 0, kWest = 1, kSouth = 2, kNorth = 3;
+  // Opposite directions differ in the last bit; 3 is north.
+  static constexpr int kEast = 0, kWest = 1, kSouth = 2;
 
   static Corner Step(Corner c, int direction) {
     if (direction <= kWest) return {c.x + (direction == kEast ? 1 : -1), c.y};
