@@ -33,7 +33,8 @@ struct Layer {
   VisibilityLattice lattice;
   std::vector<std::uint8_t> rating;
   std::vector<float> heights;
-  std::vector<std::uint8_t> cells;  ///< four bands, as written
+  std::vector<std::uint8_t> atWall;    ///< 1 where the cell lies in or beside a wall
+  std::vector<std::uint8_t> replaced;  ///< 1 where the pixels are not the ortho's any more
 
   [[nodiscard]] std::size_t Index(int row, int col) const {
     return static_cast<std::size_t>(row) * static_cast<std::size_t>(lattice.cols) +
@@ -81,9 +82,8 @@ void DropEmptyCells(Layer& layer) {
   }
 }
 
-/// Heights of all cells; `atWall` gets 1 where the cell lies in or beside a wall.
-void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, Layer& layer,
-                 std::vector<std::uint8_t>& atWall) {
+/// Heights of all cells, and where walls are.
+void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, Layer& layer) {
   const int quadRows = surface.QuadRows();
   const int quadCols = surface.QuadCols();
   std::vector<std::uint8_t> nearWall(
@@ -104,26 +104,41 @@ void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, 
   }
   const VisibilityLattice& lattice = layer.lattice;
   layer.heights.resize(layer.rating.size());
-  atWall.assign(layer.rating.size(), 0);
+  layer.atWall.assign(layer.rating.size(), 0);
+  // Where the columns lie among the quads is the same in all rows.
+  std::vector<double> across(static_cast<std::size_t>(lattice.cols));
+  std::vector<int> quadAcross(across.size());
+  for (int col = 0; col < lattice.cols; ++col) {
+    across[col] = (layer.X(col) - placement.originX) / placement.cellX;
+    quadAcross[col] = FloorToInt(across[col]);
+  }
   for (int row = 0; row < lattice.rows; ++row) {
     const double v = (placement.originY - layer.Y(row)) / placement.cellY;
+    const int quadRow = FloorToInt(v);
+    float* heights = layer.heights.data() + layer.Index(row, 0);
+    surface.HeightsAt(v, across, heights);
+    if (quadRow < 0 || quadRow >= quadRows) continue;
+    std::uint8_t* out = layer.atWall.data() + layer.Index(row, 0);
+    const std::uint8_t* wall = walls.Row(quadRow);
     for (int col = 0; col < lattice.cols; ++col) {
-      const double u = (layer.X(col) - placement.originX) / placement.cellX;
-      const std::size_t i = layer.Index(row, col);
-      layer.heights[i] = static_cast<float>(surface.HeightAt(v, u));
-      const int quadRow = FloorToInt(v);
-      const int quadCol = FloorToInt(u);
-      if (walls.Contains(quadRow, quadCol)) atWall[i] = walls.At(quadRow, quadCol);
+      const int quadCol = quadAcross[col];
+      if (quadCol >= 0 && quadCol < quadCols) out[col] = wall[quadCol];
     }
   }
 }
 
 /// Takes the cells beside walls from the photo again.
-void ResampleWalls(const MosaicPhoto& photo, const std::vector<std::uint8_t>& atWall,
-                   Layer& layer) {
+void ResampleWalls(const MosaicPhoto& photo, int orthoBands, Layer& layer) {
+  layer.replaced.assign(layer.rating.size(), 0);
+  const auto wanted = [&layer](std::size_t i) {
+    return layer.atWall[i] != 0 && layer.rating[i] == 0;
+  };
+  std::size_t first = 0;
+  while (first < layer.rating.size() && !wanted(first)) ++first;
+  if (first == layer.rating.size()) return;
   PhotoInfo image;
   if (!TqImage::QuickReadImage(photo.photoPath, image, nullptr) ||
-      image.dataType != tqimage::kByte || image.bands != layer.ortho.bands) {
+      image.dataType != tqimage::kByte || image.bands != orthoBands) {
     return;  // the ortho's own colours stay
   }
   const PhotoRaster raster{image.data.data(), image.width, image.height, image.bands};
@@ -131,7 +146,7 @@ void ResampleWalls(const MosaicPhoto& photo, const std::vector<std::uint8_t>& at
   for (int row = 0; row < layer.lattice.rows; ++row) {
     for (int col = 0; col < layer.lattice.cols; ++col) {
       const std::size_t i = layer.Index(row, col);
-      if (atWall[i] == 0 || layer.rating[i] != 0) continue;
+      if (!wanted(i)) continue;
       double column = 0;
       double line = 0;
       if (!PhotoPosition(photo.camera, layer.X(col), layer.Y(row), layer.heights[i], column,
@@ -144,8 +159,9 @@ void ResampleWalls(const MosaicPhoto& photo, const std::vector<std::uint8_t>& at
         continue;
       }
       for (std::size_t b = 0; b < 3; ++b) {
-        layer.cells[4 * i + b] = std::max<std::uint8_t>(sample[sample.size() >= 3 ? b : 0], 1);
+        layer.ortho.data[3 * i + b] = std::max<std::uint8_t>(sample[sample.size() >= 3 ? b : 0], 1);
       }
+      layer.replaced[i] = 1;
     }
   }
 }
@@ -154,8 +170,7 @@ void ResampleWalls(const MosaicPhoto& photo, const std::vector<std::uint8_t>& at
 ///
 /// An edge is known to a fraction of a surface cell. Where the wall faces the camera, being wrong
 /// by a cell shows the facade; a camera on the other side sees roof or ground, whichever it is.
-void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell,
-                   const std::vector<std::uint8_t>& atWall, Layer& layer) {
+void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell, Layer& layer) {
   constexpr double kWorse = 60;
   constexpr float kDrop = 1;
   const VisibilityLattice& lattice = layer.lattice;
@@ -163,7 +178,7 @@ void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell,
   for (int row = 0; row < lattice.rows; ++row) {
     for (int col = 0; col < lattice.cols; ++col) {
       const std::size_t i = layer.Index(row, col);
-      if (atWall[i] == 0 || !IsSeen(layer.rating[i])) continue;
+      if (layer.atWall[i] == 0 || !IsSeen(layer.rating[i])) continue;
       const double dX = photo.camera.centre.x - layer.X(col);
       const double dY = photo.camera.centre.y - layer.Y(row);
       const double away = std::sqrt(dX * dX + dY * dY);
@@ -190,7 +205,6 @@ void CollectColours(const MosaicGrid& grid, const MosaicPhoto& photo, const Laye
                     PhotoColours& colours) {
   colours.camera = photo.cameraId;
   colours.samples.clear();
-  const int bands = layer.ortho.bands;
   const int blocksAcross = (grid.cols + kColourBlock - 1) / kColourBlock;
   const int firstDown = (photo.firstRow + kColourBlock - 1) / kColourBlock;
   const int firstAcross = (photo.firstCol + kColourBlock - 1) / kColourBlock;
@@ -209,7 +223,7 @@ void CollectColours(const MosaicGrid& grid, const MosaicPhoto& photo, const Laye
             break;
           }
           for (std::size_t b = 0; b < 3; ++b) {
-            sum[b] += layer.ortho.data[i * bands + (bands >= 3 ? b : 0)];
+            sum[b] += layer.ortho.data[3 * i + b];
           }
         }
       }
@@ -231,22 +245,21 @@ void CollectColours(const MosaicGrid& grid, const MosaicPhoto& photo, const Laye
   }
 }
 
-bool WriteLayer(const MosaicGrid& grid, const MosaicPhoto& photo, Layer& layer) {
-  for (std::size_t i = 0; i < layer.rating.size(); ++i) layer.cells[4 * i + 3] = layer.rating[i];
-  PhotoInfo out;
-  out.width = layer.lattice.cols;
-  out.height = layer.lattice.rows;
-  out.bands = 4;
-  out.dataType = tqimage::kByte;
-  out.data = std::move(layer.cells);
-  const double transform[6] = {layer.lattice.firstX, grid.step, 0,
-                               layer.lattice.firstY, 0,         -grid.step};
-  GeoCoefficients at(transform, out.width, out.height);
-  at.SetProjection(grid.projection);
-  return TqImage::QuickWriteImage(photo.layerPath, out, &at, true);
+/// Makes the ortho's pixels three bands; grey becomes three times the same.
+void MakeThreeBands(Layer& layer) {
+  const auto bands = static_cast<std::size_t>(layer.ortho.bands);
+  if (bands == 3) return;
+  std::vector<std::uint8_t> pixels(3 * layer.rating.size());
+  for (std::size_t i = 0; i < layer.rating.size(); ++i) {
+    for (std::size_t b = 0; b < 3; ++b) {
+      pixels[3 * i + b] = layer.ortho.data[i * bands + (bands > 3 ? b : 0)];
+    }
+  }
+  layer.ortho.data.swap(pixels);
+  layer.ortho.bands = 3;
 }
 
-bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo,
+bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo, LayerStore& store,
           PhotoColours& colours, std::string& error) {
   Layer layer;
   if (!ReadOrtho(grid, photo, layer, error)) return false;
@@ -276,20 +289,21 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
     return false;
   }
   DropEmptyCells(layer);
-  std::vector<std::uint8_t> atWall;
-  FindHeights(surface, placement, layer, atWall);
-  layer.cells.assign(4 * layer.rating.size(), 0);
-  ResampleWalls(photo, atWall, layer);
+  const int orthoBands = layer.ortho.bands;
+  MakeThreeBands(layer);
+  FindHeights(surface, placement, layer);
+  CollectColours(grid, photo, layer, colours);
+  ResampleWalls(photo, orthoBands, layer);
   ViewRatingOptions options;
   options.cellSize = grid.step;
   options.hiddenMargin = 1 + cell.x / grid.step;
   RateView(photo.camera, lattice,
            GridView<const float>(layer.heights.data(), lattice.rows, lattice.cols), options,
            rating);
-  AvoidWallTops(photo, cell.x, atWall, layer);
-  CollectColours(grid, photo, layer, colours);
-  if (!WriteLayer(grid, photo, layer)) {
-    error = photo.layerPath + ": cannot be written; is the disk full?";
+  AvoidWallTops(photo, cell.x, layer);
+  if (!store.Put(static_cast<std::size_t>(photo.number), rating, layer.replaced.data(),
+                 layer.ortho.data)) {
+    error = store.Directory() + ": cannot be written to; is the disk full?";
     return false;
   }
   photo.usable = true;
@@ -328,9 +342,9 @@ double PhotoRadius(const PhotoCamera& camera, double x, double y, double z) {
 }
 
 bool MakeMosaicLayer(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo,
-                     PhotoColours& colours, std::string& error) {
+                     LayerStore& store, PhotoColours& colours, std::string& error) {
   photo.usable = false;
-  if (Guarded([&] { return Make(grid, dsmPath, photo, colours, error); })) return true;
+  if (Guarded([&] { return Make(grid, dsmPath, photo, store, colours, error); })) return true;
   if (error.empty()) error = "photo " + photo.name + ": not enough memory for its layer";
   return false;
 }

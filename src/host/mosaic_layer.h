@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/layer_store.h"
 #include "rectify/camera_model.h"
 #include "tqfd/Geometry.h"
 #include "update/colour_balance.h"
@@ -31,7 +32,6 @@ struct MosaicPhoto {
   int cameraId = 0;
   std::string photoPath;
   std::string orthoPath;
-  std::string layerPath;
   PhotoCamera camera;
   bool usable = false;  ///< has an ortho on the grid and a layer
   int firstCol = 0;     ///< of the ortho on the grid
@@ -49,18 +49,16 @@ struct MosaicPhoto {
 /// that the photo cannot show.
 [[nodiscard]] double PhotoRadius(const PhotoCamera& camera, double x, double y, double z);
 
-/// Makes a photo's layer: what the mosaic must know of each of its ortho's cells.
-///
-/// The layer is a raster of four bands on the ortho's cells. The fourth is the rating of the view
-/// (see view_rating.h). The first three are colours where they are not all 0, and replace the
-/// ortho's there: beside walls the ortho has followed a surface that leans from the foot of the
+/// Makes a photo's layer: the rating of its view of each of its ortho's cells (see view_rating.h),
+/// and its pixels. Beside walls the ortho has followed a surface that leans from the foot of the
 /// wall to its top over a whole cell, and shows facades and roofs in place of the ground; these
 /// cells are taken from the photo again, at heights that know walls.
 ///
 /// @param photo   its place on the grid and `usable` are set
+/// @param store   receives the layer, under the photo's number
 /// @param colours receives the mean colours of blocks for balancing
 /// @return false, with one line in `error`, when the photo cannot take part
 bool MakeMosaicLayer(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo,
-                     PhotoColours& colours, std::string& error);
+                     LayerStore& store, PhotoColours& colours, std::string& error);
 
 }  // namespace tqtortho::host

@@ -7,10 +7,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
+#include <optional>
+#include <utility>
 
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "host/mosaic_tile.h"
+#include "job/call_guard.h"
 #include "job/photo_files.h"
 #include "rectify/photo_camera.h"
 #include "tqfd/Timer.h"
@@ -91,7 +94,7 @@ bool FindGrid(const MosaicInput& input, const std::string& dsmPath, MosaicGrid& 
   return true;
 }
 
-std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string& layerDir) {
+std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input) {
   std::vector<MosaicPhoto> photos;
   for (const auto& block : input.blocks) {
     for (const auto& photo : block.GetPhotos()) {
@@ -101,7 +104,6 @@ std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string&
       entry.cameraId = photo.GetCameraId();
       entry.photoPath = block.GetPhotoPath() + "/" + photo.GetPhotoName();
       entry.orthoPath = OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
-      entry.layerPath = layerDir + "/" + std::to_string(entry.number) + ".tif";
       const auto camera = input.cameras.find(photo.GetCameraId());
       entry.usable = HasArea(photo.GetGeoRect()) && camera != input.cameras.end();
       if (entry.usable) entry.camera = CameraOf(camera->second, photo);
@@ -112,8 +114,8 @@ std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string&
 }
 
 void MakeLayers(const MosaicGrid& grid, const std::string& dsmPath,
-                std::vector<MosaicPhoto>& photos, std::vector<PhotoColours>& colours,
-                Stages& stages, MosaicReport& report) {
+                std::vector<MosaicPhoto>& photos, LayerStore& store,
+                std::vector<PhotoColours>& colours, Stages& stages, MosaicReport& report) {
   colours.resize(photos.size());
   int finished = 0;
 #pragma omp parallel for schedule(dynamic)
@@ -121,7 +123,7 @@ void MakeLayers(const MosaicGrid& grid, const std::string& dsmPath,
     if (stages.Stopped()) continue;
     std::string line;
     const bool wanted = photos[i].usable;
-    if (wanted) MakeMosaicLayer(grid, dsmPath, photos[i], colours[i], line);
+    if (wanted) MakeMosaicLayer(grid, dsmPath, photos[i], store, colours[i], line);
 #pragma omp critical(tqtortho_host_mosaic)
     {
       if (!line.empty()) report.leftOut.push_back(line);
@@ -129,6 +131,30 @@ void MakeLayers(const MosaicGrid& grid, const std::string& dsmPath,
     }
   }
 }
+
+/// A tile as the files want it.
+struct TileParts {
+  std::vector<std::uint8_t> bands[3];
+  std::vector<std::uint16_t> numbers;
+  std::vector<std::uint8_t> alpha;
+  TileResult cut;  ///< to the area; textures and map hold all
+
+  TileParts(const MosaicGrid& grid, const MosaicOptions& options, TileResult tile,
+            const CellSpan& span)
+      : numbers(tile.source), alpha(AlphaOf(grid, options.area, tile, span)) {
+    for (std::size_t b = 0; b < 3; ++b) {
+      bands[b].resize(tile.quality.size());
+      for (std::size_t i = 0; i < bands[b].size(); ++i) bands[b][i] = tile.pixels[3 * i + b];
+    }
+    cut = std::move(tile);
+    for (std::size_t i = 0; i < alpha.size(); ++i) {
+      if (alpha[i] != 0) continue;
+      cut.source[i] = 0;
+      cut.quality[i] = kQualityNone;
+      std::fill_n(cut.pixels.begin() + static_cast<std::ptrdiff_t>(3 * i), 3, std::uint8_t{0});
+    }
+  }
+};
 
 /// The files that tiles go to.
 struct Outputs {
@@ -155,29 +181,18 @@ struct Outputs {
   bool StartMap(const std::string& path, const MosaicGrid& grid, const tqimage::GeoCoefficients& at,
                 std::string& error);
 
-  bool Write(const MosaicGrid& grid, const MosaicOptions& options, const TileResult& tile,
-             const CellSpan& span) {
+  /// One thread at a time.
+  bool Write(const TileParts& parts, const CellSpan& span) {
     const int cols = span.endCol - span.firstCol;
     const int rows = span.endRow - span.firstRow;
     const tqfd::Rect2_T<int> rect{span.firstCol, span.firstRow, span.endCol, span.endRow};
-    std::vector<std::uint8_t> band(static_cast<std::size_t>(cols) * rows);
-    for (std::size_t b = 0; b < 3; ++b) {
-      for (std::size_t i = 0; i < band.size(); ++i) band[i] = tile.pixels[3 * i + b];
-      if (!textures.WriteImage(static_cast<int>(b), rect, tqimage::kByte, band.data()))
-        return false;
+    for (int b = 0; b < 3; ++b) {
+      if (!textures.WriteImage(b, rect, tqimage::kByte, parts.bands[b].data())) return false;
     }
-    std::vector<std::uint16_t> numbers = tile.source;
-    if (!map.SaveBlkData(span.firstCol, span.firstRow, cols, rows, numbers.data())) return false;
-    const std::vector<std::uint8_t> alpha = AlphaOf(grid, options.area, tile, span);
-    TileResult cut = tile;
-    for (std::size_t i = 0; i < alpha.size(); ++i) {
-      if (alpha[i] != 0) continue;
-      cut.source[i] = 0;
-      cut.quality[i] = kQualityNone;
-      std::fill_n(cut.pixels.begin() + static_cast<std::ptrdiff_t>(3 * i), 3, std::uint8_t{0});
-    }
-    return product.Write({span.firstCol, span.firstRow, cols, rows, cut.pixels.data(), alpha.data(),
-                          cut.source.data(), cut.quality.data()});
+    return map.SaveBlkData(span.firstCol, span.firstRow, cols, rows,
+                           const_cast<std::uint16_t*>(parts.numbers.data())) &&
+           product.Write({span.firstCol, span.firstRow, cols, rows, parts.cut.pixels.data(),
+                          parts.alpha.data(), parts.cut.source.data(), parts.cut.quality.data()});
   }
 };
 
@@ -189,8 +204,8 @@ bool Outputs::StartMap(const std::string& path, const MosaicGrid& grid,
 }
 
 bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
-               const ColourModel& colours, const MosaicOptions& options, Outputs& outputs,
-               Stages& stages, MosaicReport& report, std::string& error) {
+               const LayerStore& store, const ColourModel& colours, const MosaicOptions& options,
+               Outputs& outputs, Stages& stages, MosaicReport& report, std::string& error) {
   const int side = std::max(options.tileSide, 64);
   const int across = (grid.cols + side - 1) / side;
   const int down = (grid.rows + side - 1) / side;
@@ -207,17 +222,23 @@ bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
     const CellSpan span{row, col, std::min(row + side, grid.rows), std::min(col + side, grid.cols)};
     TileResult tile;
     std::string line;
-    const bool made = MakeMosaicTile(grid, photos, colours, options, span, tile, line);
+    std::optional<TileParts> parts;
+    const bool made =
+        MakeMosaicTile(grid, photos, store, colours, options, span, tile, line) && Guarded([&] {
+          parts.emplace(grid, options, std::move(tile), span);
+          return true;
+        });
 #pragma omp critical(tqtortho_host_mosaic)
     {
-      if (!made || !outputs.Write(grid, options, tile, span)) {
+      if (!made || !outputs.Write(*parts, span)) {
         failed = true;
         if (error.empty()) {
+          if (line.empty()) line = "not enough memory for the mosaic; use fewer --threads";
           error = made ? options.workDir + ": cannot be written to; is the disk full?" : line;
         }
       } else {
-        sum.Add(tile.statistics);
-        for (const std::uint16_t number : tile.source) ++report.supplied[number];
+        sum.Add(parts->cut.statistics);
+        for (const std::uint16_t number : parts->numbers) ++report.supplied[number];
         stages.Tell(100.0 * ++finished / count);
       }
     }
@@ -259,15 +280,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   if (!FindGrid(input, dsmPath, grid, error)) return false;
   report.cells = static_cast<std::int64_t>(grid.cols) * grid.rows;
 
-  const std::string layerDir = options.workDir + "/tmp/ot/layers";
-  struct LayerFiles {
-    std::string dir;
-    ~LayerFiles() {
-      std::error_code ignored;
-      fs::remove_all(dir, ignored);
-    }
-  } const layerFiles{layerDir};
-  std::vector<MosaicPhoto> photos = ListPhotos(input, layerDir);
+  std::vector<MosaicPhoto> photos = ListPhotos(input);
   if (photos.size() >= std::numeric_limits<std::uint16_t>::max()) {
     error = "more than 65534 photos in one job; divide it";
     return false;
@@ -278,7 +291,8 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   };
   stages.Begin("visibility");
   std::vector<PhotoColours> samples;
-  MakeLayers(grid, dsmPath, photos, samples, stages, report);
+  LayerStore store(options.workDir + "/tmp/ot/layers", photos.size() + 1, options.layerMemory);
+  MakeLayers(grid, dsmPath, photos, store, samples, stages, report);
   if (stopped()) return false;
   if (std::none_of(photos.begin(), photos.end(), [](const MosaicPhoto& p) { return p.usable; })) {
     error = report.leftOut.empty() ? "no photo of the job has an ortho image; run the job again"
@@ -292,7 +306,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   stages.Begin("mosaic");
   Outputs outputs;
   if (!outputs.Start(options, grid, error) ||
-      !MakeTiles(grid, photos, colours, options, outputs, stages, report, error)) {
+      !MakeTiles(grid, photos, store, colours, options, outputs, stages, report, error)) {
     return false;
   }
   if (stopped()) return false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -32,6 +33,9 @@ struct MosaicOptions {
   /// Polygon to cut the product to, on the ground; empty: everything.
   std::vector<tqfd::Point2_T<double>> area;
   int tileSide = 1024;  ///< cells; memory grows with its square times the photos over a place
+  /// Bytes for what is kept of the photos; four times as many for their pixels. The rest goes to
+  /// working files or is read again.
+  std::size_t layerMemory = 128U << 20;
 };
 
 struct MosaicReport {

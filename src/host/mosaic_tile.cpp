@@ -34,11 +34,12 @@ struct TileView {
 
 class TileMaker {
  public:
-  TileMaker(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
+  TileMaker(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos, const LayerStore& store,
             const ColourModel& colours, const MosaicOptions& options, const CellSpan& span,
             TileResult& tile, std::string& error)
       : grid_(grid),
         photos_(photos),
+        store_(store),
         colours_(colours),
         options_(options),
         tile_(tile),
@@ -94,32 +95,28 @@ class TileMaker {
             std::min(photo.firstCol + photo.cols - whole_.firstCol, cols_)};
   }
 
-  /// Reads `bands` bands of a raster under the tile into interleaved cells; cells outside stay.
-  bool ReadInto(const std::string& path, const MosaicPhoto& photo, int firstBand, int bands,
-                int cellBands, std::vector<std::uint8_t>& cells) {
+  /// The same in cells of the photo.
+  [[nodiscard]] CellSpan InPhoto(const MosaicPhoto& photo, const CellSpan& part) const {
+    const int down = whole_.firstRow - photo.firstRow;
+    const int right = whole_.firstCol - photo.firstCol;
+    return {part.firstRow + down, part.firstCol + right, part.endRow + down, part.endCol + right};
+  }
+
+  /// Reads the ortho under a part of the tile.
+  bool ReadOrtho(const MosaicPhoto& photo, const CellSpan& part, GridView<std::uint8_t> out) {
     TqImage image;
-    const CellSpan part = Covered(photo);
-    const int partCols = part.endCol - part.firstCol;
-    const tqfd::Rect2_T<int> rect{part.firstCol + whole_.firstCol - photo.firstCol,
-                                  part.firstRow + whole_.firstRow - photo.firstRow,
-                                  part.endCol + whole_.firstCol - photo.firstCol,
-                                  part.endRow + whole_.firstRow - photo.firstRow};
-    if (!image.Open(path, true)) {
-      error_ = path + ": cannot be read";
-      return false;
-    }
-    std::vector<std::uint8_t> band(static_cast<std::size_t>(partCols) *
-                                   (part.endRow - part.firstRow));
-    for (int b = 0; b < bands; ++b) {
-      const int fileBand = std::min(firstBand + b, image.GetBandCount() - 1);
-      if (!image.ReadImage(fileBand, rect, tqimage::kByte, band.data())) {
-        error_ = path + ": cannot be read";
-        return false;
-      }
-      const std::uint8_t* from = band.data();
-      for (int row = part.firstRow; row < part.endRow; ++row) {
-        std::uint8_t* to = cells.data() + Index(row, part.firstCol) * cellBands + b;
-        for (int col = 0; col < partCols; ++col, to += cellBands) *to = *from++;
+    if (!image.Open(photo.orthoPath, true)) return false;
+    const CellSpan from = InPhoto(photo, part);
+    const tqfd::Rect2_T<int> rect{from.firstCol, from.firstRow, from.endCol, from.endRow};
+    const int cols = part.endCol - part.firstCol;
+    std::vector<std::uint8_t> band(static_cast<std::size_t>(cols) * out.rows);
+    for (int b = 0; b < 3; ++b) {
+      const int fileBand = image.GetBandCount() >= 3 ? b : 0;
+      if (!image.ReadImage(fileBand, rect, tqimage::kByte, band.data())) return false;
+      const std::uint8_t* next = band.data();
+      for (int row = 0; row < out.rows; ++row) {
+        std::uint8_t* to = out.Row(row) + b;
+        for (int col = 0; col < cols; ++col, to += 3) *to = *next++;
       }
     }
     return true;
@@ -133,28 +130,37 @@ class TileMaker {
       TileView view;
       view.photo = &photo;
       view.rating.assign(Cells(), kOutsideView);
-      if (!ReadInto(photo.layerPath, photo, 3, 1, 1, view.rating)) return false;
+      const GridView<std::uint8_t> out(view.rating.data() + Index(part.firstRow, part.firstCol),
+                                       part.endRow - part.firstRow, part.endCol - part.firstCol,
+                                       cols_);
+      if (!store_.ReadRatings(static_cast<std::size_t>(photo.number), InPhoto(photo, part), out)) {
+        error_ = store_.Directory() + ": a working file cannot be read";
+        return false;
+      }
       views_.push_back(std::move(view));
     }
     return true;
   }
 
-  /// Colours of the photos that supply a cell: the ortho's, and where the layer has some, those.
+  /// Pixels of the photos that supply a cell.
   bool ReadPixels() {
     std::vector<bool> used(views_.size() + 1, false);
     for (const std::uint16_t label : labels_) used[label] = true;
-    std::vector<std::uint8_t> again;
     for (std::size_t k = 0; k < views_.size(); ++k) {
       if (!used[k + 1]) continue;
       TileView& view = views_[k];
+      const MosaicPhoto& photo = *view.photo;
+      const auto number = static_cast<std::size_t>(photo.number);
+      const CellSpan part = Covered(photo);
       view.pixels.assign(3 * Cells(), 0);
-      again.assign(3 * Cells(), 0);
-      if (!ReadInto(view.photo->orthoPath, *view.photo, 0, 3, 3, view.pixels) ||
-          !ReadInto(view.photo->layerPath, *view.photo, 0, 3, 3, again)) {
+      const GridView<std::uint8_t> out(
+          view.pixels.data() + 3 * Index(part.firstRow, part.firstCol), part.endRow - part.firstRow,
+          3 * (part.endCol - part.firstCol), std::ptrdiff_t{3} * cols_);
+      if (!store_.ReadPixels(number, InPhoto(photo, part), out) &&
+          !(ReadOrtho(photo, part, out) &&
+            store_.ReplacePixels(number, InPhoto(photo, part), out))) {
+        error_ = photo.orthoPath + ": cannot be read any more";
         return false;
-      }
-      for (std::size_t i = 0; i < again.size(); i += 3) {
-        if (again[i] != 0) std::copy_n(again.begin() + i, 3, view.pixels.begin() + i);
       }
       FindGains(view);
     }
@@ -295,6 +301,7 @@ class TileMaker {
 
   const MosaicGrid& grid_;
   const std::vector<MosaicPhoto>& photos_;
+  const LayerStore& store_;
   const ColourModel& colours_;
   const MosaicOptions& options_;
   TileResult& tile_;
@@ -324,9 +331,12 @@ void TileStatistics::Add(const TileStatistics& other) {
 }
 
 bool MakeMosaicTile(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
-                    const ColourModel& colours, const MosaicOptions& options, const CellSpan& span,
-                    TileResult& tile, std::string& error) {
-  if (Guarded([&] { return TileMaker(grid, photos, colours, options, span, tile, error).Run(); })) {
+                    const LayerStore& store, const ColourModel& colours,
+                    const MosaicOptions& options, const CellSpan& span, TileResult& tile,
+                    std::string& error) {
+  if (Guarded([&] {
+        return TileMaker(grid, photos, store, colours, options, span, tile, error).Run();
+      })) {
     return true;
   }
   if (error.empty()) error = "not enough memory for the mosaic; use fewer --threads";

@@ -33,8 +33,9 @@ struct TileResult {
 /// Makes the cells of `span`. Looks at the photos some way beyond it, so that neighbouring tiles
 /// meet. False, with one line in `error`, when a file cannot be read or memory runs out.
 bool MakeMosaicTile(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
-                    const ColourModel& colours, const MosaicOptions& options, const CellSpan& span,
-                    TileResult& tile, std::string& error);
+                    const LayerStore& store, const ColourModel& colours,
+                    const MosaicOptions& options, const CellSpan& span, TileResult& tile,
+                    std::string& error);
 
 /// 255 where the product has a cell: not empty and inside the area (everything, when it is empty).
 [[nodiscard]] std::vector<std::uint8_t> AlphaOf(const MosaicGrid& grid,

@@ -24,6 +24,9 @@ bool HasZstd(GDALDriver* driver) {
   return known != nullptr && std::string(known).find("ZSTD") != std::string::npos;
 }
 
+/// Working rasters of fewer cells are not compressed: the disk has room for seven bytes for each.
+constexpr double kMostPlainCells = 4e8;
+
 /// A working raster: written once, read once, so fast and without overviews.
 DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int bands,
                          GDALDataType type) {
@@ -36,7 +39,9 @@ DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int ba
   options.SetNameValue("INTERLEAVE", "PIXEL");
   options.SetNameValue("BIGTIFF", "IF_SAFER");
   options.SetNameValue("SPARSE_OK", "TRUE");
-  if (HasZstd(driver)) {
+  if (static_cast<double>(grid.cols) * grid.rows < kMostPlainCells) {
+    options.SetNameValue("COMPRESS", "NONE");
+  } else if (HasZstd(driver)) {
     options.SetNameValue("COMPRESS", "ZSTD");
     options.SetNameValue("ZSTD_LEVEL", "1");
   } else {
@@ -74,8 +79,9 @@ CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool 
     options.SetNameValue("COMPRESS", "DEFLATE");
     options.SetNameValue("LEVEL", "6");
   } else {
+    // Level 6 would take off five per cent and cost half as much again.
     options.SetNameValue("COMPRESS", "ZSTD");
-    options.SetNameValue("LEVEL", "6");
+    options.SetNameValue("LEVEL", "3");
   }
   if (!jpeg) options.SetNameValue("PREDICTOR", picture ? "YES" : "NO");
   options.SetNameValue("BLOCKSIZE", "512");

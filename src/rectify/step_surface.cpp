@@ -210,4 +210,29 @@ double StepSurface::HeightAt(double row, double col) const {
   }
 }
 
+void StepSurface::HeightsAt(double row, const std::vector<double>& cols, float* heights) const {
+  const bool inside = !quads_.empty() && row >= 0 && row < QuadRows();
+  const int quadRow = inside ? static_cast<int>(row) : 0;
+  const double v = row - quadRow;
+  const Quad* quads = quads_.data() + static_cast<std::size_t>(quadRow) * std::max(QuadCols(), 0);
+  const float* upper = heights_.Row(quadRow);
+  const float* lower = inside ? heights_.Row(quadRow + 1) : upper;
+  for (std::size_t i = 0; i < cols.size(); ++i) {
+    const double col = cols[i];
+    if (inside && col >= 0 && col < QuadCols()) {
+      const int quadCol = static_cast<int>(col);
+      if (KindOf(quads[quadCol]) == kSmooth) {
+        const double u = col - quadCol;
+        const float* n = upper + quadCol;
+        const float* s = lower + quadCol;
+        const double north = n[0] + u * (static_cast<double>(n[1]) - n[0]);
+        const double south = s[0] + u * (static_cast<double>(s[1]) - s[0]);
+        heights[i] = static_cast<float>(north + v * (south - north));
+        continue;
+      }
+    }
+    heights[i] = static_cast<float>(HeightAt(row, col));
+  }
+}
+
 }  // namespace tqtortho

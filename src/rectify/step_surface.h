@@ -66,6 +66,8 @@ class StepSurface {
   [[nodiscard]] double UpperBound(int quadRow, int quadCol) const;
   /// Height at any position; NaN where there is no surface.
   [[nodiscard]] double HeightAt(double row, double col) const;
+  /// HeightAt for many columns of one row.
+  void HeightsAt(double row, const std::vector<double>& cols, float* heights) const;
 
  private:
   [[nodiscard]] bool IsHeight(float height) const;
