@@ -54,6 +54,7 @@ nlohmann::json ToJson(const host::RunReport& report) {
           {"seamLength", report.mosaic.seamLength},
           {"colourStepBefore", report.mosaic.colourStepBefore},
           {"colourStepAfter", report.mosaic.colourStepAfter},
+          {"report", report.reportPath},
           {"preview", report.previewPath},
           {"vrt", report.vrtPath}};
 }
@@ -84,17 +85,22 @@ void PrintTable(const host::RunReport& report) {
               static_cast<double>(report.peakMemoryBytes) / 1e6);
   if (!report.mosaicPath.empty()) {
     const host::MosaicReport& m = report.mosaic;
-    const double percent = m.cells > 0 ? 100.0 / static_cast<double>(m.cells) : 0;
+    // The corners of the grid that lie in no photo's frame would make every survey look worse.
+    const std::int64_t framed = m.seen + m.filled + m.neverCovered;
+    const double percent = framed > 0 ? 100.0 / static_cast<double>(framed) : 0;
     std::printf(
-        "mosaic: %.1f million cells; %.2f %% seen, %.2f %% by one photo only, %.2f %% filled, "
-        "%.2f %% never covered\n",
-        static_cast<double>(m.cells) / 1e6, percent * static_cast<double>(m.seen),
+        "mosaic: %.1f million cells in the photos; %.2f %% seen, %.2f %% by one photo only, "
+        "%.2f %% filled, %.2f %% never covered\n",
+        static_cast<double>(framed) / 1e6, percent * static_cast<double>(m.seen),
         percent * static_cast<double>(m.seenByOne), percent * static_cast<double>(m.filled),
         percent * static_cast<double>(m.neverCovered));
     std::printf("        %.0f m of seams, colour step %.2f before, %.2f after balancing\n",
                 m.seamLength, m.colourStepBefore, m.colourStepAfter);
   }
-  if (!report.previewPath.empty()) {
+  if (!report.reportPath.empty()) {
+    std::printf("open %s in a browser, %s in QGIS\n", report.reportPath.c_str(),
+                report.mosaicPath.c_str());
+  } else if (!report.previewPath.empty()) {
     std::printf("look at %s, open %s in QGIS\n", report.previewPath.c_str(),
                 report.mosaicPath.empty() ? report.vrtPath.c_str() : report.mosaicPath.c_str());
   }

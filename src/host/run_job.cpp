@@ -2,7 +2,6 @@
 #include "host/run_job.h"
 
 #include <omp.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -18,6 +17,7 @@
 #include "host/job_state.h"
 #include "host/photo_outcomes.h"
 #include "host/photo_staging.h"
+#include "host/report_stage.h"
 #include "host/stage_records.h"
 #include "host/stage_relay.h"
 #include "host/take_along.h"
@@ -40,12 +40,6 @@ class HostJob : public tqTORProc {
   [[nodiscard]] const std::vector<tqorkit::tqPhotoCategory>& Blocks() const { return photoBlocks; }
   [[nodiscard]] const std::map<int, tqorkit::tqIntOri>& Cameras() const { return cameras; }
 };
-
-std::int64_t PeakMemory() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return static_cast<std::int64_t>(usage.ru_maxrss) * 1024;
-}
 
 /// Process-wide settings of a job, taken back at its end.
 class JobSettings {
@@ -117,10 +111,12 @@ bool MakeOrKeepMosaic(const MosaicInput& input, const JobPaths& paths, const Run
 /// The mosaic, and what is done with it to the ortho images.
 bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options, double gsd,
                   const std::vector<tqfd::Point2_T<double>>& ring, JobState& state,
-                  StageRelay& relay, RunReport& report, RunObserver& observer, std::string& error) {
+                  StageRelay& relay, RunReport& report, RunObserver& observer,
+                  std::string& ofProducts, std::string& error) {
   const std::string ofMosaic = MosaicFingerprint(report, options, state, ring);
   const std::string ofFinish =
       Fingerprint().Add(ofMosaic).Add(static_cast<int>(options.finish)).Text();
+  ofProducts = ofFinish;
   const bool finished = state.Stage("finish", ofFinish).has_value();
   if (!finished) PrepareOrthos(paths, state, report, observer);
   const MosaicInput input{job.Blocks(), job.Cameras(), paths.ortho, gsd};
@@ -338,12 +334,15 @@ RunStatus Rectify(HostJob& job, const RunOptions& options, const JobPaths& paths
 
 }  // namespace
 
-RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer, RunReport& report,
+RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& watcher, RunReport& report,
                  std::string& error) {
   tqfd::Timer timer;
   timer.Start();
   const JobPaths paths = MakePaths(options);
+  NotingObserver observer(watcher);
   StageRelay relay(observer, report);
+  const std::string title = survey.source;
+  std::vector<std::string> notes = survey.notes;
   RunStatus status = CheckInputs(survey, options, paths, relay, observer, report, error);
   if (status != RunStatus::kDone) return status;
   DirectoryLock outLock, workLock;
@@ -365,13 +364,17 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& observer
   const bool any = std::any_of(report.photos.begin(), report.photos.end(),
                                [](const PhotoOutcome& p) { return p.done; });
   if (any && !options.sizingOnly) {
+    std::string products;
     if (!MakeProducts(job, paths, options, report.gsd, ring, state, relay, report, observer,
-                      error)) {
+                      products, error)) {
       relay.End();
       return relay.Stopped() ? Stopped(error) : RunStatus::kFailed;
     }
     for (const auto& line : report.mosaic.leftOut) observer.Warn(line);
     WriteOverview(options, report, observer);
+    notes.insert(notes.end(), observer.Lines().begin(), observer.Lines().end());
+    WriteReport({job.Blocks(), job.Cameras(), paths.ortho, report.gsd}, paths, options, title,
+                products, notes, state, relay, report, observer);
   }
   timer.Stop();
   report.seconds = timer.ElapsedSeconds();

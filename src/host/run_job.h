@@ -53,6 +53,7 @@ struct PhotoOutcome {
 struct StageTime {
   std::string name;
   double seconds = 0;
+  std::int64_t peakMemoryBytes = 0;  ///< of the process, up to the stage's end
 };
 
 struct RunReport {
@@ -69,6 +70,7 @@ struct RunReport {
   double seconds = 0;
   std::int64_t peakMemoryBytes = 0;
   std::string previewPath;
+  std::string reportPath;  ///< empty when none was made
   std::string vrtPath;
 };
 

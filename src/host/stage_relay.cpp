@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/stage_relay.h"
 
+#include <sys/resource.h>
+
 #include "job/messages.h"
 #include "tqfd/StringConverter.h"
 
@@ -19,6 +21,12 @@ std::string StageName(const std::string& text) {
 
 }  // namespace
 
+std::int64_t PeakMemory() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return static_cast<std::int64_t>(usage.ru_maxrss) * 1024;
+}
+
 void StageRelay::Begin(const std::string& name) {
   End();
   open_ = true;
@@ -31,6 +39,7 @@ void StageRelay::End() {
   if (!open_) return;
   timer_.Stop();
   report_.stages.back().seconds = timer_.ElapsedSeconds();
+  report_.stages.back().peakMemoryBytes = PeakMemory();
   observer_.EndStage(report_.stages.back().seconds);
   open_ = false;
 }

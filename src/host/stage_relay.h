@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -8,6 +9,9 @@
 #include "tqfd/Timer.h"
 
 namespace tqtortho::host {
+
+/// Most memory that this process has held.
+[[nodiscard]] std::int64_t PeakMemory();
 
 /// Turns the library's callback into the observer's stages: a new message is a new stage.
 class StageRelay {

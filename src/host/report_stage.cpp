@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/report_stage.h"
+
+#include "host/number_text.h"
+#include "host/report_page.h"
+#include "tqtortho/Version.h"
+
+namespace tqtortho::host {
+namespace {
+
+std::vector<std::pair<std::string, std::string>> SettingsOf(const RunOptions& options,
+                                                            const RunReport& report) {
+  const char* finish = options.finish == Finish::kFill   ? "fill"
+                       : options.finish == Finish::kMark ? "mark"
+                                                         : "none";
+  return {{"surface model", options.dsmPath},
+          {"cell size", Exact(report.gsd)},
+          {"resampling", options.resampling == 0 ? "nearest" : "bilinear"},
+          {"finish", finish},
+          {"compression", options.format.compression},
+          {"area", options.areaPath.empty() ? "everything" : options.areaPath},
+          {"products", options.outDir}};
+}
+
+}  // namespace
+
+void WriteReport(const MosaicInput& input, const JobPaths& paths, const RunOptions& options,
+                 const std::string& title, const std::string& fingerprint,
+                 const std::vector<std::string>& notes, JobState& state, StageRelay& relay,
+                 RunReport& report, RunObserver& observer) {
+  const std::string path = paths.out + "/report.html";
+  report.reportPath = options.outDir + "/report.html";
+  if (state.Stage("report", fingerprint)) return;
+  // The page tells of the job up to here, not of itself.
+  relay.End();
+  RunReport shown = report;
+  for (const auto& stage : shown.stages) shown.seconds += stage.seconds;
+  shown.peakMemoryBytes = PeakMemory();
+  relay.Begin("report");
+  ReportInput page{shown,
+                   input,
+                   paths.out,
+                   paths.work,
+                   title,
+                   SettingsOf(options, report),
+                   {{"tqtortho", TQTORTHO_VERSION}},
+                   notes};
+  for (const auto& stage : shown.stages) {
+    page.stagePeakMemoryBytes.push_back(stage.peakMemoryBytes);
+  }
+  std::string error;
+  const bool written = WriteReportPage(page, path, error);
+  relay.End();
+  if (written) {
+    state.FinishStage("report", fingerprint, {path}, nlohmann::json::object());
+    return;
+  }
+  report.reportPath.clear();
+  observer.Warn(error);
+}
+
+}  // namespace tqtortho::host
