@@ -139,6 +139,38 @@ TEST_F(InputCheckTest, PhotosFarFromTheDsmAreRefused) {
   EXPECT_THAT(Check(), Error("10 km"));
 }
 
+TEST_F(InputCheckTest, HeightsInOtherUnitsThanCoordinatesAreRefused) {
+  WriteDsm("feet.tif", 0.5, -0.5, "EPSG:32633+6360");
+  WriteDsm("allfeet.tif", 0.5, -0.5, "EPSG:2263+6360");
+  WriteDsm("metres.tif", 0.5, -0.5, "EPSG:32633+5773");
+  EXPECT_THAT(Check("feet.tif"), Error("heights are in units of 0.304801 m"));
+  EXPECT_THAT(Check("metres.tif"), IsEmpty());
+  EXPECT_THAT(Check("allfeet.tif"), Warning("its units are 0.304801 m"));
+}
+
+TEST_F(InputCheckTest, SuspectOrientationsAreNamedWithTheirProbableCause) {
+  const auto found = [&](double SurveyPhoto::*field, double value) {
+    SurveyPhoto photo = Photo("a.tif");
+    photo.*field = value;
+    survey.blocks[0].photos = {photo};
+    return Check();
+  };
+  EXPECT_THAT(found(&SurveyPhoto::z, 70),
+              Error("below the surface (half of them by 30 m and more)"));
+  EXPECT_THAT(found(&SurveyPhoto::z, 5200), Warning("geoid, ellipsoid"));
+  EXPECT_THAT(found(&SurveyPhoto::omega, 1.0), Warning("more than 57 degrees off the vertical"));
+  EXPECT_THAT(found(&SurveyPhoto::x, 500910), Error("no photo shows any of the DSM"));
+}
+
+TEST_F(InputCheckTest, ManyPhotosWithTroubleFillAFewLines) {
+  for (int i = 0; i < 50; ++i) {
+    survey.blocks[0].photos.push_back(Photo("gone" + std::to_string(i)));
+  }
+  const auto findings = Check();
+  EXPECT_EQ(findings.size(), 11U);
+  EXPECT_THAT(findings, Warning("40 more photos left out, the last: "));
+}
+
 TEST(RoundUpTwoDigitsTest, RoundsUpwardsOnceAndKeepsTwoDigitValues) {
   for (const auto& [in, out] : {std::pair{0.0873, 0.088},
                                 {0.1, 0.1},

@@ -69,9 +69,11 @@ bool SampleCells(const std::string& path, CellSample& sample) {
     }
     return true;
   };
-  for (int row = stepRows / 2; row < rows; row += stepRows) {
-    for (int col = stepCols / 2; col < cols; col += stepCols) {
-      if (!take(col, row)) return false;
+  // One of each group of blocks, its place in the group changing from group to group.
+  for (int i = 0; i * stepRows < rows; ++i) {
+    for (int j = 0; j * stepCols < cols; ++j) {
+      const int row = i * stepRows + j % stepRows, col = j * stepCols + i % stepCols;
+      if (row < rows && col < cols && !take(col, row)) return false;
     }
   }
   return !scope.Failed();
