@@ -1,25 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/odm_import.h"
 
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <memory>
 #include <numbers>
 #include <system_error>
 #include <utility>
 
-#include "geo/Crs.h"
-#include "geo/RasterTools.h"
-#include "host/geodesy.h"
 #include "host/import_assembly.h"
-#include "host/lens_fit.h"
+#include "host/map_frame.h"
 #include "host/number_text.h"
 #include "host/odm_frame.h"
 #include "host/opensfm_file.h"
+#include "host/opensfm_import.h"
 
 namespace tqtortho::host {
 namespace {
@@ -42,27 +35,23 @@ class Placer {
       return std::nullopt;
     }
     // Heights stay as they are (above the ellipsoid), whatever vertical part the map has.
-    auto transform = geo::CrsTransform::Create("EPSG:4326", wkt);
-    if (!transform) {
-      error = "no transformation from WGS 84 to the DSM's coordinate system is known";
-      return std::nullopt;
-    }
+    const auto toGrid =
+        MapFrame(wkt).FromTopocentric({file.longitude, file.latitude, file.altitude}, error);
+    if (!toGrid) return std::nullopt;
     Placer placer;
-    placer.toGrid_ = [transform = std::make_shared<geo::CrsTransform>(std::move(*transform)),
-                      frame = Topocentric({file.longitude, file.latitude, file.altitude})](
-                         const Vector3& local) -> std::optional<Vector3> {
-      const Geodetic place = frame.Place(local);
-      const auto p = transform->Apply({place.longitude, place.latitude, 0.0});
-      if (!p || !std::isfinite(p->x) || !std::isfinite(p->y)) return std::nullopt;
-      return Vector3{p->x, p->y, place.height};
-    };
+    placer.toGrid_ = *toGrid;
     if (!placer.ChooseFrame(project, file, notes, error)) return std::nullopt;
     return placer;
   }
 
-  [[nodiscard]] std::optional<GroundPose> Place(const OpenSfmShot& shot) const {
-    if (frame_ == OdmFrame::kGrid) return PoseFromGrid(shot, offset_[0], offset_[1]);
-    return PoseFromTopocentric(shot, toGrid_);
+  /// On the map that `toMap` leads to, or with none on the project's own.
+  [[nodiscard]] std::optional<GroundPose> Place(
+      const OpenSfmShot& shot, const std::optional<TopocentricToGrid>& toMap) const {
+    const auto pose = frame_ == OdmFrame::kGrid
+                          ? std::optional(PoseFromGrid(shot, offset_[0], offset_[1]))
+                          : PoseFromTopocentric(shot, toGrid_);
+    if (!pose || !toMap) return pose;
+    return PoseThrough(pose->centre, pose->cameraToGround, *toMap);
   }
 
  private:
@@ -126,12 +115,13 @@ class Placer {
 };
 
 /// The shots of a reconstruction with their places on the map.
-PlacedProject PlaceShots(OpenSfmReconstruction file, const Placer& placer, std::string photoDir) {
+PlacedProject PlaceShots(OpenSfmReconstruction file, const Placer& placer,
+                         const std::optional<TopocentricToGrid>& toMap, std::string photoDir) {
   PlacedProject project;
   project.photoDir = std::move(photoDir);
   project.cameras = std::move(file.cameras);
   for (const OpenSfmShot& shot : file.shots) {
-    if (const auto pose = placer.Place(shot)) {
+    if (const auto pose = placer.Place(shot, toMap)) {
       project.shots.push_back({shot.name, shot.camera, pose->centre, pose->cameraToGround});
     } else {
       project.unplaced.push_back(shot.name);
@@ -140,9 +130,52 @@ PlacedProject PlaceShots(OpenSfmReconstruction file, const Placer& placer, std::
   return project;
 }
 
+/// The maps of the poses and of the DSM that the job stands on.
+struct Maps {
+  std::string projectWkt;
+  std::optional<TopocentricToGrid> toDsm;  ///< nothing: they are one
+};
+
+std::optional<Maps> FindMaps(const fs::path& project, const ImportRequest& request, Survey& survey,
+                             std::string& error) {
+  std::error_code ignored;
+  const std::string own = fs::absolute(project / "odm_dem/dsm.tif").lexically_normal().string();
+  const bool hasOwn = fs::exists(own, ignored);
+  if (!hasOwn && request.dsmPath.empty()) {
+    error = own + ": is missing; process the project with its option --dsm, or give one with --dsm";
+    return std::nullopt;
+  }
+  survey.dsmPath =
+      request.dsmPath.empty() ? own : fs::absolute(request.dsmPath).lexically_normal().string();
+  Maps maps;
+  std::string dsmWkt;
+  if (!ReadMetricMap(survey.dsmPath, dsmWkt, error)) return std::nullopt;
+  if (!hasOwn || request.dsmPath.empty()) {
+    maps.projectWkt = dsmWkt;
+    return maps;
+  }
+  if (!ReadMetricMap(own, maps.projectWkt, error)) return std::nullopt;
+  if (maps.projectWkt == dsmWkt) return maps;
+  maps.toDsm = MapFrame(dsmWkt).FromPlane(maps.projectWkt, error);
+  if (!maps.toDsm) return std::nullopt;
+  survey.notes.push_back("poses moved from the project's map to that of " + survey.dsmPath);
+  return maps;
+}
+
 }  // namespace
 
-std::optional<Survey> ImportOdm(const std::string& projectDir, std::string& error) {
+bool LooksLikeOdm(const std::string& path) {
+  const fs::path project(path);
+  if (!LooksLikeOpenSfm((project / "opensfm").string())) return false;
+  std::error_code ignored;
+  for (const char* folder : {"odm_dem", "odm_georeferencing", "images"}) {
+    if (fs::is_directory(project / folder, ignored)) return true;
+  }
+  return false;
+}
+
+std::optional<Survey> ImportOdm(const ImportRequest& request, std::string& error) {
+  const std::string& projectDir = request.path;
   const fs::path project(projectDir);
   const std::string reconstruction = (project / "opensfm/reconstruction.json").string();
   std::error_code ignored;
@@ -158,25 +191,27 @@ std::optional<Survey> ImportOdm(const std::string& projectDir, std::string& erro
   }
   Survey survey;
   survey.source = "OpenDroneMap project " + projectDir;
-  survey.dsmPath = fs::absolute(project / "odm_dem/dsm.tif").lexically_normal().string();
-  if (!fs::exists(survey.dsmPath, ignored)) {
-    error = survey.dsmPath + ": is missing; process the project with its option --dsm";
-    return std::nullopt;
-  }
-  std::string wkt;
-  if (!ReadMetricMap(survey.dsmPath, wkt, error)) return std::nullopt;
+  const auto maps = FindMaps(project, request, survey, error);
+  if (!maps) return std::nullopt;
   auto file = ParseOpenSfm(text, error);
   text.clear();
+  const std::string photoDir =
+      request.photoDir.empty() ? (project / "images").string() : request.photoDir;
   const auto placer =
-      file ? Placer::Create(project, *file, wkt, survey.notes, error) : std::nullopt;
+      file ? Placer::Create(project, *file, maps->projectWkt, survey.notes, error) : std::nullopt;
   if (placer) survey.notes.insert(survey.notes.end(), file->notes.begin(), file->notes.end());
-  if (!placer ||
-      !AssembleSurvey(PlaceShots(std::move(*file), *placer, (project / "images").string()), survey,
-                      error)) {
+  if (!placer || !AssembleSurvey(PlaceShots(std::move(*file), *placer, maps->toDsm, photoDir),
+                                 survey, error)) {
     error = reconstruction + ": " + error;
     return std::nullopt;
   }
   return survey;
+}
+
+std::optional<Survey> ImportOdm(const std::string& projectDir, std::string& error) {
+  ImportRequest request;
+  request.path = projectDir;
+  return ImportOdm(request, error);
 }
 
 }  // namespace tqtortho::host

@@ -130,6 +130,19 @@ std::string Plural(std::size_t count, const std::string& what) {
   return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+bool ReadReference(const Json& reference, OpenSfmReconstruction& out) {
+  if (!reference.is_object()) return false;
+  const auto latitude = Number(reference, "latitude"), longitude = Number(reference, "longitude");
+  if (!latitude || !longitude || std::fabs(*latitude) > 90 || std::fabs(*longitude) > 360) {
+    return false;
+  }
+  out.hasReference = true;
+  out.latitude = *latitude;
+  out.longitude = *longitude;
+  out.altitude = Number(reference, "altitude").value_or(0);
+  return true;
+}
+
 void ReadLargest(const Json& largest, OpenSfmReconstruction& out) {
   if (const auto cameras = largest.find("cameras");
       cameras != largest.end() && cameras->is_object()) {
@@ -149,13 +162,7 @@ void ReadLargest(const Json& largest, OpenSfmReconstruction& out) {
     return std::tie(a.captureTime, a.name) < std::tie(b.captureTime, b.name);
   });
   const auto reference = largest.find("reference_lla");
-  if (reference == largest.end() || !reference->is_object()) return;
-  const auto latitude = Number(*reference, "latitude"), longitude = Number(*reference, "longitude");
-  if (!latitude || !longitude || std::fabs(*latitude) > 90 || std::fabs(*longitude) > 360) return;
-  out.hasReference = true;
-  out.latitude = *latitude;
-  out.longitude = *longitude;
-  out.altitude = Number(*reference, "altitude").value_or(0);
+  if (reference != largest.end()) (void)ReadReference(*reference, out);
 }
 
 }  // namespace
@@ -195,6 +202,11 @@ std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json, std::st
     return std::nullopt;
   }
   return out;
+}
+
+bool ParseOpenSfmReference(std::string_view json, OpenSfmReconstruction& out) {
+  const Json root = Json::parse(json.begin(), json.end(), nullptr, false);
+  return ReadReference(root, out);
 }
 
 }  // namespace tqtortho::host

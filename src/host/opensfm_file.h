@@ -42,4 +42,8 @@ struct OpenSfmReconstruction {
 [[nodiscard]] std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json,
                                                                 std::string& error);
 
+/// Reads the text of a reference_lla.json, where the reference stands that older reconstructions do
+/// not hold themselves. False, and `out` unchanged, when it names no place.
+[[nodiscard]] bool ParseOpenSfmReference(std::string_view json, OpenSfmReconstruction& out);
+
 }  // namespace tqtortho::host
