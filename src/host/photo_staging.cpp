@@ -14,21 +14,29 @@ namespace fs = std::filesystem;
 // Lists carry at most 255 bytes of a name; suffixes of the photo's outputs need room as well.
 constexpr std::size_t kLongestName = 200;
 
-bool IsSafeByte(char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f'; }
+bool IsSafeByte(char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7f' && c != '/'; }
 
 bool IsSafe(const std::string& name) {
   return name.size() <= kLongestName && std::all_of(name.begin(), name.end(), IsSafeByte);
 }
 
-// A safe name that none of `taken` has, its extension kept.
+void MakeSafe(std::string& text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return !IsSafeByte(c); }, '_');
+}
+
+// A safe name that none of `taken` has, its extension kept. Folders come first in it, so that a
+// name too long for the list is cut in them.
 std::string SafeName(const std::string& name, std::set<std::string>& taken) {
-  const fs::path file = fs::path(name).filename();
-  std::string stem = file.stem().string(), extension = file.extension().string();
-  std::replace_if(
-      stem.begin(), stem.end(), [](char c) { return !IsSafeByte(c); }, '_');
-  std::replace_if(
-      extension.begin(), extension.end(), [](char c) { return !IsSafeByte(c); }, '_');
-  stem.resize(std::min(stem.size(), kLongestName / 2));
+  const fs::path file = fs::path(name).lexically_normal();
+  std::string stem, extension = file.extension().string();
+  for (const fs::path& part : file.parent_path().relative_path()) {
+    if (part != "." && part != "..") stem += part.string() + "_";
+  }
+  stem += file.stem().string();
+  MakeSafe(stem);
+  MakeSafe(extension);
+  stem = stem.substr(stem.size() - std::min(stem.size(), kLongestName / 2));
   extension.resize(std::min(extension.size(), kLongestName / 4));
   std::string candidate = stem + extension;
   for (int number = 2; !taken.insert(candidate).second; ++number) {
@@ -46,7 +54,7 @@ bool MakeLink(const fs::path& target, const fs::path& link, std::string& error) 
   fs::create_symlink(target, link, failed);
   if (!failed) return true;
   error = link.string() + ": cannot be made a link to \"" + target.string() +
-          "\": " + failed.message() + "; rename the photo without blanks instead";
+          "\": " + failed.message() + "; rename the photo without blanks and folders instead";
   return false;
 }
 
@@ -61,14 +69,11 @@ bool StageBlock(SurveyBlock& block, const fs::path& dir, std::string& error) {
   // Safe names come first, so that they keep their names whatever the others turn into.
   std::set<std::string> taken;
   for (const SurveyPhoto& photo : block.photos) {
-    if (IsSafe(photo.name)) taken.insert(fs::path(photo.name).filename().string());
+    if (IsSafe(photo.name)) taken.insert(photo.name);
   }
-  std::set<std::string> used;
   for (SurveyPhoto& photo : block.photos) {
     const fs::path target = fs::absolute(fs::path(block.path) / photo.name).lexically_normal();
-    const std::string plain = fs::path(photo.name).filename().string();
-    std::string name = plain;
-    if (!IsSafe(photo.name) || !used.insert(plain).second) name = SafeName(photo.name, taken);
+    const std::string name = IsSafe(photo.name) ? photo.name : SafeName(photo.name, taken);
     if (!MakeLink(target, dir / name, error)) return false;
     photo.name = name;
   }

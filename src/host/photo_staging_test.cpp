@@ -26,18 +26,20 @@ Survey SurveyOf(const std::string& path, const std::vector<std::string>& names) 
 
 TEST(PhotoStagingTest, SafeNamesNeedNoLinks) {
   const TempDir dir;
-  Survey survey = SurveyOf("/photos of mine", {"a.jpg", "sub/b.jpg", "\xC3\xA9t\xC3\xA9.jpg"});
+  Survey survey = SurveyOf("/photos of mine", {"a.jpg", "b.jpg", "\xC3\xA9t\xC3\xA9.jpg"});
   std::string error;
   ASSERT_TRUE(StagePhotos(survey, dir.File("staged"), error));
   EXPECT_EQ(survey.blocks[0].path, "/photos of mine");
   EXPECT_FALSE(fs::exists(dir.File("staged")));
 }
 
-TEST(PhotoStagingTest, NamesWithBlanksBecomeLinksThatReadTheSamePhoto) {
+TEST(PhotoStagingTest, NamesWithBlanksAndFoldersBecomeLinksThatReadTheSamePhoto) {
   const TempDir dir;
   const std::string longName = std::string(230, 'x') + ".jpg";
-  const std::vector<std::string> names = {"a b.jpg", "a_b.jpg",   "a\tb.jpg",
-                                          "c.jpg",   "sub/c.jpg", longName};
+  const std::vector<std::string> names = {
+      "a b.jpg",       "a_b.jpg",        "a\tb.jpg",        "c.jpg",         "100MEDIA/c.jpg",
+      longName,        "101MEDIA/c.jpg", "day 2/./x/c.jpg", "day/2/x/c.jpg", "../in/100MEDIA/d.jpg",
+      "100MEDIA_c.jpg"};
   for (const std::string& name : names) dir.Write("in/" + name, "photo " + name);
   for (int run = 0; run < 2; ++run) {  // the second run finds its links in place
     Survey survey = SurveyOf(dir.File("in"), names);
@@ -54,6 +56,10 @@ TEST(PhotoStagingTest, NamesWithBlanksBecomeLinksThatReadTheSamePhoto) {
     }
     EXPECT_EQ(survey.blocks[0].photos[1].name, "a_b.jpg");
     EXPECT_EQ(survey.blocks[0].photos[3].name, "c.jpg");
+    EXPECT_EQ(survey.blocks[0].photos[4].name, "100MEDIA_c_2.jpg");
+    EXPECT_EQ(survey.blocks[0].photos[6].name, "101MEDIA_c.jpg");
+    EXPECT_EQ(survey.blocks[0].photos[9].name, "in_100MEDIA_d.jpg");
+    EXPECT_EQ(survey.blocks[0].photos[10].name, "100MEDIA_c.jpg");
   }
 }
 
