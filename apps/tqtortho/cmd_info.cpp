@@ -4,18 +4,14 @@
 
 #include "commands.h"
 #include "host/input_check.h"
+#include "host/job_estimate.h"
 #include "source_options.h"
 
 namespace tqtortho::app {
 namespace {
 
-void PrintDsm(const std::string& path, const host::DsmFacts& dsm) {
-  std::printf("DSM      %s\n", path.c_str());
-  std::printf("         %d x %d cells of %.6g, %s %s\n", dsm.cols, dsm.rows, dsm.cell,
-              dsm.crsName.empty() ? "no coordinate system" : dsm.crsName.c_str(),
-              dsm.crsCode.c_str());
-  std::printf("         heights %.2f to %.2f, mean %.2f; no data %.1f %%\n", dsm.minHeight,
-              dsm.maxHeight, dsm.meanHeight, 100 * dsm.noDataShare);
+void Print(const std::vector<std::string>& lines) {
+  for (const auto& line : lines) std::printf("%s\n", line.c_str());
 }
 
 int PrintFindings(const std::vector<host::Finding>& findings) {
@@ -29,13 +25,11 @@ int PrintFindings(const std::vector<host::Finding>& findings) {
 }
 
 int Info(const SourceOptions& source) {
-  const bool dsmOnly =
-      !source.dsm.empty() && source.odm.empty() && source.cameras.empty() && source.photos.empty();
-  if (dsmOnly) {
+  if (!source.dsm.empty() && !source.Any()) {
     host::DsmFacts facts;
     std::vector<host::Finding> findings;
     host::CheckDsm(source.dsm, facts, findings);
-    if (facts.cols > 0) PrintDsm(source.dsm, facts);
+    if (facts.cols > 0) Print(host::DescribeDsm(source.dsm, facts));
     return PrintFindings(findings);
   }
   auto survey = LoadSurvey(source);
@@ -55,14 +49,15 @@ int Info(const SourceOptions& source) {
                 survey->blocks.size());
     return kDone;
   }
-  const host::CheckResult check = host::CheckSurvey(*survey, dsm);
-  if (check.facts.dsm.cols > 0) PrintDsm(dsm, check.facts.dsm);
+  host::CheckResult check = host::CheckSurvey(*survey, dsm);
+  if (check.facts.dsm.cols > 0) Print(host::DescribeDsm(dsm, check.facts.dsm));
   if (check.facts.photos > 0) {
-    std::printf("photos   %d usable in %zu blocks, %.1f m above ground, ground resolution %.3g m\n",
-                check.facts.photos, survey->blocks.size(), check.facts.meanHeightAboveGround,
-                check.facts.photoResolution);
-    std::printf("         a job would use --gsd %.3g\n",
-                host::RoundUpTwoDigits(check.facts.photoResolution));
+    const double gsd = host::RoundUpTwoDigits(check.facts.photoResolution);
+    const auto estimate = host::EstimateJob(*survey, check.facts.dsm, gsd, 0);
+    const std::int64_t room = host::FreeSpace(".");
+    Print(host::DescribeJob(*survey, check.facts, estimate, room));
+    std::printf("         a job would use --gsd %.3g\n", gsd);
+    host::CheckRoom(estimate, "this directory", room, host::MachineMemory(), check.findings);
   }
   return PrintFindings(check.findings);
 }
@@ -74,7 +69,8 @@ void AddInfo(CLI::App& app, int& status) {
   CLI::App* command =
       app.add_subcommand("info", "What a DSM or a survey holds, and what is wrong with it");
   AddSourceOptions(*command, *source);
-  command->footer("Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --odm ~/odm/village");
+  command->footer(
+      "Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --project ~/odm/village");
   command->callback([source, &status] { status = Info(*source); });
 }
 

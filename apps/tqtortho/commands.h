@@ -18,6 +18,7 @@ void AddSelfTest(CLI::App& app, int& status);
 void AddSample(CLI::App& app, int& status);
 void AddScore(CLI::App& app, int& status);
 void AddMosaic(CLI::App& app, int& status);
+void AddImport(CLI::App& app, int& status);
 void AddInfo(CLI::App& app, int& status);
 void AddHelpPages(CLI::App& app, int& status);
 

@@ -44,14 +44,15 @@ int main(int argc, char** argv) {
       "  tqtortho sample --out town                       a synthetic town to try it on\n"
       "  tqtortho run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/photos.txt --out "
       "out\n"
-      "  tqtortho run --odm ~/my-odm-project --out out    an OpenDroneMap project as it lies on "
-      "disk"};
+      "  tqtortho run --project ~/my-project --out out    a survey of OpenDroneMap or another "
+      "tool"};
   app.name("tqtortho");
   app.set_version_flag("--version", std::string("tqtortho ") + TQTORTHO_VERSION);
   app.require_subcommand(1);
   int status = kDone;
   AddRun(app, status);
   AddInfo(app, status);
+  AddImport(app, status);
   AddSample(app, status);
   AddScore(app, status);
   AddMosaic(app, status);

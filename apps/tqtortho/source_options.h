@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <optional>
 #include <string>
 
@@ -14,7 +15,15 @@ struct SourceOptions {
   std::string dsm;
   std::string cameras;
   std::string photos;
-  std::string odm;
+  /// By option: --project first, then one for each kind of project.
+  std::array<std::string, 7> projects;
+  std::string images;
+  std::string crs;
+  std::string offset;
+  std::string cameraFile;
+
+  /// Whether any source is named.
+  [[nodiscard]] bool Any() const;
 };
 
 void AddSourceOptions(CLI::App& command, SourceOptions& source);
