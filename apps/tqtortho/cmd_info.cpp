@@ -25,7 +25,9 @@ int PrintFindings(const std::vector<host::Finding>& findings) {
 }
 
 int Info(const SourceOptions& source) {
-  if (!source.dsm.empty() && !source.Any()) {
+  const bool dsmOnly =
+      !source.dsm.empty() && source.odm.empty() && source.cameras.empty() && source.photos.empty();
+  if (dsmOnly) {
     host::DsmFacts facts;
     std::vector<host::Finding> findings;
     host::CheckDsm(source.dsm, facts, findings);
@@ -69,8 +71,7 @@ void AddInfo(CLI::App& app, int& status) {
   CLI::App* command =
       app.add_subcommand("info", "What a DSM or a survey holds, and what is wrong with it");
   AddSourceOptions(*command, *source);
-  command->footer(
-      "Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --project ~/odm/village");
+  command->footer("Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --odm ~/odm/village");
   command->callback([source, &status] { status = Info(*source); });
 }
 
