@@ -95,10 +95,33 @@ expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 
 # One truncated and one missing photo: named, the others done.
 cp -r town broken; head -c 3000 "town/photos/$first" >"broken/photos/$first"
 bad=(--dsm broken/dsm.tif --cameras broken/cameras.txt --photos broken/photos.txt)
-expect 0 "2 of 3 photos done" run "${bad[@]}" --out partly --quiet
-expect 0 "$first" run "${bad[@]}" --out partly --quiet
+expect 0 "2 of 2 photos done" run "${bad[@]}" --out partly --quiet
+expect 0 "$first: the file ends before the picture does" run "${bad[@]}" --out partly --quiet
 rm "broken/photos/$first"
 expect 0 "2 of 2 photos done" run "${bad[@]}" --out missing --quiet
+
+# What is said before work, and what a mosaic is handed out as.
+expect 0 "each place on about" "$tqtortho" info "${lists[@]}"
+expect 0 "on disk (mosaic" run "${lists[@]}" --out said --sizing-only
+awk 'NR>3 {$4=$4+6000} {print}' town/photos.txt >town/high.txt
+expect 0 "geoid" "$tqtortho" info --dsm town/dsm.tif --cameras town/cameras.txt --photos town/high.txt
+awk 'NR>3 {$2=15.0; $3=48.75} {print}' town/photos.txt >town/degrees_xy.txt
+expect 2 "try --crs EPSG:4326" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/degrees_xy.txt --out x
+awk 'NR>3 {$2=$2+600} {print}' town/photos.txt >town/beside.txt
+expect 2 "no photo shows any of the DSM" run --dsm town/dsm.tif --cameras town/cameras.txt --photos town/beside.txt --out x
+expect 0 "seams" "$tqtortho" mosaic --work out/work --out web --format png-tiles
+check '[ -s web/tiles/tiles.json ] && [ -n "$(find web/tiles -name "*.png" -size +1k)" ]'
+expect 0 "seams" "$tqtortho" mosaic --work out/work --out small --format jpeg
+check '[ "$(stat -c %s small/mosaic.tif)" -lt "$(stat -c %s out/mosaic.tif)" ] && [ -s small/seams.gpkg ]'
+# Regions cover what was seen, seams are as long as the mosaic counted them, both to the cell.
+if command -v ogrinfo >/dev/null; then
+  sum() { ogrinfo -q -sql "SELECT SUM($2) AS s FROM $3" "$1/seams.gpkg" | awk '/ = / {print $NF}'; }
+  said() { grep '"event":"result"' result.json | grep -o "\"$1\":[0-9.]*" | cut -d: -f2; }
+  run "${lists[@]}" --out json --json --threads 1 >result.json
+  check 'awk "BEGIN {d = $(sum json length_m seams) - $(said seamLength); exit !(d * d < 1e-4)}"'
+  check 'awk "BEGIN {d = $(sum json area_m2 regions) / $(said gsd) ^ 2 - $(said seen); exit !(d * d < 0.25)}"'
+  check 'awk "BEGIN {d = $(sum json supplied_pct footprints) - 100; exit !(d * d < 1e-6)}"'
+fi
 
 # Killed at some moment: no half file under a final name, and the next run succeeds.
 for pause in 0.05 0.15 0.3; do

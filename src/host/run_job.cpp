@@ -264,8 +264,8 @@ void Estimate(const Survey& survey, const RunOptions& options, const JobPaths& p
   for (const auto& line : DescribeJob(survey, check.facts, report.estimate, room)) {
     observer.Note(line);
   }
-  // A job that goes on has most of its files already.
-  if (!options.sizingOnly && !fs::exists(paths.work + "/state")) {
+  // A job that goes on has most of its files already; where nothing is free, writing tells best.
+  if (!options.sizingOnly && room > 0 && !fs::exists(paths.work + "/state")) {
     CheckRoom(report.estimate, paths.work, room, MachineMemory(), check.findings);
   }
 }
