@@ -53,6 +53,9 @@ check 'same before whole'
 # Another finish starts from the orthos as rectified, and so does the way back.
 run --out whole --finish none; check '! same before whole >/dev/null'
 run --out whole; check 'same before whole'
+# The mosaic alone is made of the orthos as rectified too, not of what filled them.
+"$tqtortho" mosaic --work whole/work --out again --quiet >/dev/null 2>&1
+check 'cmp -s whole/mosaic.tif again/mosaic.tif && cmp -s whole/source.tif again/source.tif'
 # A file that someone changed or removed is made again.
 rm whole/mosaic.tif
 for mask in whole/ortho/*_obs.tif; do echo >>"$mask"; break; done

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 constexpr const char* kRecordEnd = ".json";
+constexpr const char* kNoFingerprint = "none";
 
 /// Forces a file, or the names in a directory, to the disk: a record must not outlive its files in
 /// a power cut.
@@ -218,6 +219,19 @@ void JobState::Finish(const std::string& orthoName) {
     if (photo == nullptr || photo->fingerprint.empty()) return;
     fingerprint = photo->fingerprint;
   }
+  Record(orthoName, fingerprint);
+}
+
+void JobState::KeepAsOriginal(const std::string& orthoName) {
+  const std::string fingerprint = PhotoFingerprint(orthoName);
+  std::error_code failed;
+  if (fingerprint == kNoFingerprint || fs::equivalent(orthoName, OriginalPath(orthoName), failed)) {
+    return;
+  }
+  Record(orthoName, fingerprint);
+}
+
+void JobState::Record(const std::string& orthoName, const std::string& fingerprint) {
   std::vector<std::string> files = {ObscuredMaskName(orthoName), OrthoSidecarName(orthoName),
                                     ObscuredSidecarName(orthoName)};
   for (const auto& file : Rewritten(orthoName)) {
@@ -241,7 +255,7 @@ int JobState::PhotosKept() {
 std::string JobState::PhotoFingerprint(const std::string& orthoName) {
   const std::lock_guard lock(mutex_);
   const Photo* const photo = Find(orthoName);
-  return photo != nullptr && photo->finished ? photo->fingerprint : "none";
+  return photo != nullptr && photo->finished ? photo->fingerprint : kNoFingerprint;
 }
 
 bool JobState::RestoreOriginals(const std::string& orthoName, std::string& error) {

@@ -43,6 +43,8 @@ class JobState : public PhotoRecords {
   /// Puts the ortho image and its ownership masks back as they were rectified.
   /// @return false, with one line in `error`, when a file cannot be made
   [[nodiscard]] bool RestoreOriginals(const std::string& orthoName, std::string& error);
+  /// Takes what the host has since done to the ortho image of a finished photo for its original.
+  void KeepAsOriginal(const std::string& orthoName);
   /// Removes the files and records of photos that are not among `orthoNames`: photos that an
   /// earlier run had and the survey has no more.
   void RemoveOthers(const std::set<std::string>& orthoNames);
@@ -66,6 +68,7 @@ class JobState : public PhotoRecords {
   [[nodiscard]] std::string Relative(const std::string& orthoName) const;
   [[nodiscard]] std::string RecordPath(const std::string& orthoName) const;
   [[nodiscard]] std::string OriginalPath(const std::string& file) const;
+  void Record(const std::string& orthoName, const std::string& fingerprint);
   [[nodiscard]] bool HoldsRecord(const std::string& orthoName, const std::string& fingerprint);
   void Forget(const std::string& orthoName);
 

@@ -12,6 +12,7 @@
 
 #include "core/numeric.h"
 #include "core/rect_ops.h"
+#include "host/job_state.h"
 #include "host/mosaic_tile.h"
 #include "job/call_guard.h"
 #include "job/photo_files.h"
@@ -94,8 +95,9 @@ bool FindGrid(const MosaicInput& input, const std::string& dsmPath, MosaicGrid& 
   return true;
 }
 
-std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input) {
+std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string& workDir) {
   std::vector<MosaicPhoto> photos;
+  std::error_code ignored;
   for (const auto& block : input.blocks) {
     for (const auto& photo : block.GetPhotos()) {
       MosaicPhoto entry;
@@ -104,6 +106,9 @@ std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input) {
       entry.cameraId = photo.GetCameraId();
       entry.photoPath = block.GetPhotoPath() + "/" + photo.GetPhotoName();
       entry.orthoPath = OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
+      // A finished job's orthos hold the fill, or blanks; the mosaic is made of what was rectified.
+      const std::string original = OriginalOf(workDir, input.orthoPrefix, entry.orthoPath);
+      if (fs::exists(original, ignored)) entry.orthoPath = original;
       const auto camera = input.cameras.find(photo.GetCameraId());
       entry.usable = HasArea(photo.GetGeoRect()) && camera != input.cameras.end();
       if (entry.usable) entry.camera = CameraOf(camera->second, photo);
@@ -280,7 +285,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   if (!FindGrid(input, dsmPath, grid, error)) return false;
   report.cells = static_cast<std::int64_t>(grid.cols) * grid.rows;
 
-  std::vector<MosaicPhoto> photos = ListPhotos(input);
+  std::vector<MosaicPhoto> photos = ListPhotos(input, options.workDir);
   if (photos.size() >= std::numeric_limits<std::uint16_t>::max()) {
     error = "more than 65534 photos in one job; divide it";
     return false;
@@ -294,6 +299,10 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   LayerStore store(options.workDir + "/tmp/ot/layers", photos.size() + 1, options.layerMemory);
   MakeLayers(grid, dsmPath, photos, store, samples, stages, report);
   if (stopped()) return false;
+  if (store.Failed()) {
+    error = store.Directory() + ": cannot be written to; is the disk full?";
+    return false;
+  }
   if (std::none_of(photos.begin(), photos.end(), [](const MosaicPhoto& p) { return p.usable; })) {
     error = report.leftOut.empty() ? "no photo of the job has an ortho image; run the job again"
                                    : report.leftOut.front();

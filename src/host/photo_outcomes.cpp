@@ -94,6 +94,7 @@ void PrepareOrthos(const JobPaths& paths, JobState& state, RunReport& report,
     std::string error;
     if (state.RestoreOriginals(out.orthoPath, error) &&
         (!blank || BlankWithoutHeight(out.orthoPath, paths.origin, error))) {
+      state.KeepAsOriginal(out.orthoPath);
       continue;
     }
     out.done = false;
