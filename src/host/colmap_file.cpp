@@ -29,7 +29,7 @@ constexpr LensModel kModels[] = {
     {"RADIAL", 5, 1},
     {"OPENCV", 8, 2},
     {"OPENCV_FISHEYE", 8, 0},
-    {"FULL_OPENCV", 12, 0},
+    {"FULL_OPENCV", 12, 2},
     {"FOV", 5, 0},
     {"SIMPLE_RADIAL_FISHEYE", 4, 0},
     {"RADIAL_FISHEYE", 5, 0},
@@ -62,6 +62,11 @@ SourceCamera ToSourceCamera(const ColmapCamera& stated) {
                    std::to_string(model->parameters) + "; export the model again";
     return camera;
   }
+  if (stated.model == "FULL_OPENCV" && (p[9] != 0 || p[10] != 0 || p[11] != 0)) {
+    camera.fault =
+        who + ": its k4, k5 or k6 cannot be expressed; use OPENCV or undistort the photos";
+    return camera;
+  }
   const auto isSize = [](double v) { return v >= 1 && v <= 1e6; };
   if (!std::all_of(p.begin(), p.end(), [](double v) { return std::isfinite(v); }) ||
       !isSize(stated.width) || !isSize(stated.height)) {
@@ -78,7 +83,7 @@ SourceCamera ToSourceCamera(const ColmapCamera& stated) {
   // the origin moves: to the raster's centre.
   lens.centreX = (*next++ - 0.5 * lens.width) / size;
   lens.centreY = (*next++ - 0.5 * lens.height) / size;
-  for (double* coefficient : {&lens.k1, &lens.k2, &lens.p1, &lens.p2}) {
+  for (double* coefficient : {&lens.k1, &lens.k2, &lens.p1, &lens.p2, &lens.k3}) {
     if (next != p.end()) *coefficient = *next++;
   }
   return camera;

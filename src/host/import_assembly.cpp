@@ -90,15 +90,18 @@ struct LeftOut {
 /// The photos of one camera: found, of the right size and placed.
 SurveyBlock CollectPhotos(const PlacedProject& project, const std::string& camera,
                           const SurveyCamera& converted, const fs::path& folder,
-                          const PhotoFolder& photos, std::vector<std::string>& notes) {
+                          const PhotoFolder& photos, const std::map<std::string, int>& claims,
+                          std::vector<std::string>& notes) {
   SurveyBlock block;
   block.path = folder.string();
-  LeftOut missing{"no such file in " + block.path, {}};
+  LeftOut missing{"no such file in " + block.path + " (--images names another folder)", {}};
   LeftOut unreadable{"no readable image", {}};
   LeftOut otherSize{"not the " + std::to_string(converted.rasterWidth) + " x " +
                         std::to_string(converted.rasterHeight) +
                         " pixels that the camera was calibrated for (turned or resized?)",
                     {}};
+  // Shots of two folders may share a file name; of a copy into one folder nobody knows whose it is.
+  LeftOut twice{"several photos have one file (folders lost when photos were copied?)", {}};
   for (const PlacedShot& shot : project.shots) {
     if (shot.camera != camera) continue;
     const std::string name = photos.Find(shot.name);
@@ -106,6 +109,8 @@ SurveyBlock CollectPhotos(const PlacedProject& project, const std::string& camer
     std::string why;
     if (name.empty()) {
       missing.names.push_back(shot.name);
+    } else if (claims.at(name) > 1) {
+      twice.names.push_back(shot.name);
     } else if (!geo::DescribeRaster((folder / name).string(), raster, why)) {
       unreadable.names.push_back(name);
     } else if (raster.width != converted.rasterWidth || raster.height != converted.rasterHeight) {
@@ -116,7 +121,7 @@ SurveyBlock CollectPhotos(const PlacedProject& project, const std::string& camer
                               angles.phi, angles.kappa, converted.id});
     }
   }
-  for (const LeftOut& left : {missing, unreadable, otherSize}) left.AddTo(notes);
+  for (const LeftOut& left : {missing, twice, unreadable, otherSize}) left.AddTo(notes);
   return block;
 }
 
@@ -164,7 +169,11 @@ bool AssembleSurvey(const PlacedProject& project, Survey& survey, std::string& e
   const PhotoFolder photos(folder);
   // Cameras in the order in which photos first use them would change with a photo added; by name.
   std::map<std::string, std::size_t> used;
-  for (const PlacedShot& shot : project.shots) ++used[shot.camera];
+  std::map<std::string, int> claims;
+  for (const PlacedShot& shot : project.shots) {
+    ++used[shot.camera];
+    ++claims[photos.Find(shot.name)];
+  }
   for (const auto& [name, count] : used) {
     const auto camera = project.cameras.find(name);
     if (camera == project.cameras.end()) {
@@ -176,7 +185,8 @@ bool AssembleSurvey(const PlacedProject& project, Survey& survey, std::string& e
     const auto fit =
         FitLens(camera->second.lens, static_cast<int>(survey.cameras.size()) + 1, error);
     if (!fit) return false;
-    SurveyBlock block = CollectPhotos(project, name, fit->camera, folder, photos, survey.notes);
+    SurveyBlock block =
+        CollectPhotos(project, name, fit->camera, folder, photos, claims, survey.notes);
     if (block.photos.empty()) continue;
     survey.notes.push_back(DescribeFit(camera->second.lens, *fit));
     survey.cameras.push_back(fit->camera);
