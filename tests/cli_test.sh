@@ -38,6 +38,10 @@ check '! find out -name "*.tmp-*" | grep -q .'
 expect 0 "a job would use --gsd" "$tqtortho" info "${lists[@]}"
 expect 0 "IoU" "$tqtortho" score --truth town --orthos out/ortho
 expect 0 '"event":"result"' run "${lists[@]}" --out json --json --threads 1
+# The same survey found by what lies there, written as lists, and run from those: the same orthos.
+expect 0 "photos   3 in 1 block" "$tqtortho" import --project town --out lists
+expect 0 "3 of 3 photos done" run --dsm town/dsm.tif --cameras lists/cameras.txt --photos lists/photos.txt --out relisted --threads 2 --finish none
+check 'cmp -s "out/ortho/${first%.*}_0.${first##*.}" "relisted/ortho/${first%.*}_0.${first##*.}"'
 # Given one plan, the bytes do not depend on the threads (the plan itself follows their number).
 cp -r out/ortho before
 for threads in 1 5; do
@@ -67,6 +71,16 @@ check '[ "$(ls out/ortho | grep -c "_obs.tif_thumb.png")" -ge 1 ]'
 rm -f out/ortho/*_thumb.png
 
 # Bad input: each its one line.
+mkdir -p model; echo "1 PINHOLE 9 9 9 9 4 4" >model/cameras.txt; printf '1 1 0 0 0 0 0 9 1 a.jpg\n\n' >model/images.txt
+expect 2 "holds no project that is known; looked for" run --project . --out x
+expect 2 "no/where: is not there" "$tqtortho" info --project no/where
+expect 2 "give it with --crs EPSG:n, and with --offset" run --project model --out x
+expect 2 "is not E,N or E,N,H" run --colmap model --crs EPSG:32633 --offset 1 --out x
+expect 2 "no such file in" "$tqtortho" import --colmap model --crs EPSG:32633 --offset -5,3 --out x
+expect 2 "each name a survey" run --odm town --colmap model --out x
+expect 2 "is of no use with --cameras" run "${lists[@]}" --images town --out x
+expect 2 "go together" "$tqtortho" info --photos town/photos.txt
+expect 2 "is there and no list of an import" "$tqtortho" import --project town --out model
 expect 2 "no/such.tif" run --dsm no/such.tif --cameras town/cameras.txt --photos town/photos.txt --out x
 expect 2 "no/such.txt" run --dsm town/dsm.tif --cameras no/such.txt --photos town/photos.txt --out x
 expect 2 "--out" run "${lists[@]}"
