@@ -128,7 +128,10 @@ bool LayerStore::Put(std::size_t photo, GridView<const std::uint8_t> rating,
     return true;
   }
   layer.inFile = true;
-  if (!WriteFile(photo, layer)) return false;
+  if (!WriteFile(photo, layer)) {
+    failed_ = true;
+    return false;
+  }
   layer.bytes = {};
   layer.starts = {};
   return true;

@@ -47,6 +47,8 @@ class LayerStore {
   [[nodiscard]] bool ReplacePixels(std::size_t photo, const CellSpan& part,
                                    GridView<std::uint8_t> pixels) const;
 
+  /// A working file could not be written.
+  [[nodiscard]] bool Failed() const { return failed_; }
   [[nodiscard]] const std::string& Directory() const { return dir_; }
 
  private:
@@ -75,6 +77,7 @@ class LayerStore {
   std::vector<Layer> layers_;
   std::atomic<std::int64_t> roomForRuns_;
   std::atomic<std::int64_t> roomForPixels_;
+  std::atomic<bool> failed_{false};
 };
 
 }  // namespace tqtortho::host

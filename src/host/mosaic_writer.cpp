@@ -27,6 +27,11 @@ bool HasZstd(GDALDriver* driver) {
 /// Working rasters of fewer cells are not compressed: the disk has room for seven bytes for each.
 constexpr double kMostPlainCells = 4e8;
 
+constexpr const char* kNames[3] = {"mosaic", "source", "quality"};
+
+/// Bytes of file tiles that are held at a time.
+constexpr GIntBig kMostCache = 512 << 20;
+
 /// A working raster: written once, read once, so fast and without overviews.
 DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int bands,
                          GDALDataType type) {
@@ -93,25 +98,23 @@ CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool 
   return options;
 }
 
-/// A cloud-optimised copy beside `target`, renamed onto it.
-bool PublishCog(GDALDataset& working, const std::string& target, const MosaicFormat& format,
-                bool picture, std::string& error) {
+/// A cloud-optimised copy at `path`.
+bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat& format,
+              bool picture, std::string& error) {
   GdalScope scope;
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("COG");
   if (driver == nullptr) {
-    error = target + ": this GDAL cannot write cloud-optimised GeoTIFF";
+    error = path + ": this GDAL cannot write cloud-optimised GeoTIFF";
     return false;
   }
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
-  const std::string staged = StagedPath(target);
   const CPLStringList options = FinalOptions(driver, format, picture);
   DatasetPtr copy(
-      driver->CreateCopy(staged.c_str(), &working, FALSE, options.List(), nullptr, nullptr));
+      driver->CreateCopy(path.c_str(), &working, FALSE, options.List(), nullptr, nullptr));
   const bool whole = copy != nullptr;
   copy.reset();
-  if (whole && !scope.Failed() && tqimage::PublishFile(staged, target)) return true;
-  VSIUnlink(staged.c_str());
-  error = target + ": cannot be written; is the disk full? " + scope.Message();
+  if (whole && !scope.Failed()) return true;
+  error = scope.Message();
   return false;
 }
 
@@ -124,8 +127,12 @@ struct MosaicWriter::Impl {
   DatasetPtr mosaic;
   DatasetPtr source;
   DatasetPtr quality;
+  const GIntBig cacheBefore = GDALGetCacheMax64();
 
+  /// GDAL's cache grows with the machine's memory, and fills: files are far larger than it.
+  Impl() { GDALSetCacheMax64(std::min(cacheBefore, kMostCache)); }
   ~Impl() {
+    GDALSetCacheMax64(cacheBefore);
     const GdalScope scope;
     mosaic.reset();
     source.reset();
@@ -144,8 +151,7 @@ bool MosaicWriter::Start(const std::string& outDir, const std::string& workDir,
   GdalScope scope;
   impl_->outDir = outDir;
   impl_->format = format;
-  const char* names[3] = {"mosaic", "source", "quality"};
-  for (int i = 0; i < 3; ++i) impl_->paths[i] = StagedPath(workDir + "/" + names[i] + ".tif");
+  for (int i = 0; i < 3; ++i) impl_->paths[i] = StagedPath(workDir + "/" + kNames[i] + ".tif");
   (void)tqfd::PathHelper::MakeParentDirectory(impl_->paths[0]);
   (void)tqfd::PathHelper::MakeParentDirectory(outDir + "/mosaic.tif");
   impl_->mosaic = CreateWorking(impl_->paths[0], grid, 4, GDT_Byte);
@@ -194,9 +200,25 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
     error = impl_->paths[0] + ": cannot be written; is the disk full? " + scope.Message();
     return false;
   }
-  return PublishCog(*impl_->mosaic, impl_->outDir + "/mosaic.tif", impl_->format, true, error) &&
-         PublishCog(*impl_->source, impl_->outDir + "/source.tif", impl_->format, false, error) &&
-         PublishCog(*impl_->quality, impl_->outDir + "/quality.tif", impl_->format, false, error);
+  // All three before the first gets its name: the products of two runs are never mixed.
+  GDALDataset* const datasets[3] = {impl_->mosaic.get(), impl_->source.get(), impl_->quality.get()};
+  std::string targets[3];
+  std::string staged[3];
+  bool whole = true;
+  for (int i = 0; i < 3 && whole; ++i) {
+    targets[i] = impl_->outDir + "/" + kNames[i] + ".tif";
+    staged[i] = StagedPath(targets[i]);
+    whole = WriteCog(*datasets[i], staged[i], impl_->format, i == 0, error);
+    if (!whole) error = targets[i] + ": cannot be written; is the disk full? " + error;
+  }
+  for (int i = 0; i < 3 && whole; ++i) {
+    whole = tqimage::PublishFile(staged[i], targets[i]);
+    if (!whole) error = targets[i] + ": cannot be given its name; is it in use?";
+  }
+  for (const std::string& path : staged) {
+    if (!whole && !path.empty()) VSIUnlink(path.c_str());
+  }
+  return whole;
 }
 
 }  // namespace tqtortho::host
