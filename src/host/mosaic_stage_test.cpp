@@ -3,9 +3,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 #include "host/run_job.h"
@@ -181,26 +185,126 @@ TEST_F(MosaicStageTest, SmallTilesCoverTheSameCells) {
   EXPECT_LT(different, 0.01 * a.data.size());
 }
 
-TEST_F(MosaicStageTest, WhatIsMissingIsSaidInOneLine) {
+// Layers in memory, in files, and with the orthos read again give the same cells.
+TEST_F(MosaicStageTest, WithoutMemoryForLayersTheMosaicIsTheSame) {
+  Make(Options("full"));
+  MosaicOptions options = Options("lean");
+  options.layerMemory = 0;
+  Make(options);
+  for (const char* name : {"/mosaic.tif", "/source.tif", "/quality.tif"}) {
+    EXPECT_EQ(Read(dir_->File("full") + name).data, Read(dir_->File("lean") + name).data) << name;
+  }
+}
+
+/// Files of this process grow to so many bytes and no further, as on a full disk.
+class FullDisk {
+ public:
+  explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{std::min(bytes, before_.rlim_cur), before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  void (*handler_)(int);
+  rlimit before_{};
+};
+
+/// What goes wrong with a photo or the disk, and what comes of it.
+struct Trouble {
+  const char* name;
+  std::function<void(MosaicInput&, MosaicOptions&)> make;
+  rlim_t fileBytes;
+  bool made;            ///< the mosaic
+  const char* says;     ///< in the error, or in the line of the photo left out
+  std::int64_t ofTwin;  ///< cells that the last photo supplies; -1: not looked at
+};
+
+TEST_F(MosaicStageTest, TroubleIsSaidInOneLineAndLosesNothing) {
+  const auto ortho = [](const MosaicInput& input, std::size_t photo) {
+    const auto& record = input.blocks[0].GetPhotos()[photo];
+    return OrthoName(input.orthoPrefix, record.GetPhotoName(), record.GetImgBlkId());
+  };
+  const auto nothing = [](MosaicInput&, MosaicOptions&) {};
+  const Trouble cases[] = {
+      {"damaged ortho",
+       [&](MosaicInput& input, MosaicOptions&) { fs::resize_file(ortho(input, 2), 100); },
+       RLIM_INFINITY, true, "cannot be read; the photo is left out", -1},
+      {"missing ortho", [&](MosaicInput& input, MosaicOptions&) { fs::remove(ortho(input, 0)); },
+       RLIM_INFINITY, true, "cannot be read; the photo is left out", -1},
+      {"missing mask",
+       [&](MosaicInput& input, MosaicOptions&) {
+         EXPECT_TRUE(fs::remove(ortho(input, 1) + "_obs.tif"));
+       },
+       RLIM_INFINITY, true, nullptr, -1},
+      {"a photo without cells of its own",
+       [](MosaicInput& input, MosaicOptions&) {
+         const auto twin = input.blocks[0].GetPhotos().front();
+         input.blocks[0].InsertPhoto(twin);
+       },
+       RLIM_INFINITY, true, nullptr, 0},
+      {"no surface", [](MosaicInput&, MosaicOptions& options) { options.workDir += "/none"; },
+       RLIM_INFINITY, false, "dsm.tif", -1},
+      {"disk full while the photos are judged",
+       [](MosaicInput&, MosaicOptions& options) { options.layerMemory = 0; }, 1000, false,
+       "disk full", -1},
+      {"disk full while tiles are written", nothing, 20'000, false, "disk full", -1},
+  };
+  for (const Trouble& trouble : cases) {
+    SCOPED_TRACE(trouble.name);
+    const tqtortho::testing::TempDir out;
+    MosaicOptions options;
+    options.workDir = out.File("work");
+    options.outDir = out.Path();
+    fs::copy(dir_->File("job/work"), options.workDir, fs::copy_options::recursive);
+    fs::remove_all(options.workDir + "/state");  // with the orthos as they were rectified
+    MosaicInput input;
+    MosaicReport report;
+    std::string error;
+    ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
+    const std::string copy = out.File("orthos/");
+    fs::copy(input.orthoPrefix, copy, fs::copy_options::recursive);
+    input.orthoPrefix = copy;
+    trouble.make(input, options);
+    out.Write("mosaic.tif", "older");
+    bool made = false;
+    {
+      const FullDisk disk(trouble.fileBytes);
+      made = MakeMosaic(input, options, {}, report, error);
+    }
+    EXPECT_EQ(made, trouble.made) << error;
+    EXPECT_EQ(tqtortho::testing::ReadText(out.File("mosaic.tif")) == "older", !trouble.made);
+    const bool leavesOut = trouble.made && trouble.says != nullptr;
+    EXPECT_EQ(report.leftOut.size(), leavesOut ? 1U : report.leftOut.size());
+    if (!leavesOut && trouble.made) {
+      EXPECT_THAT(report.leftOut, ::testing::IsEmpty());
+    }
+    const std::string line = leavesOut && !report.leftOut.empty() ? report.leftOut[0] : error;
+    EXPECT_THAT(line, HasSubstr(trouble.says == nullptr ? "" : trouble.says));
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    if (trouble.ofTwin >= 0) {
+      EXPECT_EQ(report.supplied.back(), trouble.ofTwin);
+    }
+    for (const std::string& dir : {out.Path(), out.File("work/tmp/ot")}) {
+      for (const auto& entry : fs::directory_iterator(dir)) {
+        const std::string name = entry.path().filename();
+        EXPECT_TRUE(name[0] != '.' && name != "layers") << "left behind: " << name;
+      }
+    }
+  }
+}
+
+TEST_F(MosaicStageTest, AStoppedMosaicLeavesNoFile) {
   MosaicInput input;
   MosaicReport report;
   std::string error;
   EXPECT_FALSE(LoadMosaicInput(dir_->File("nowhere"), input, error));
   EXPECT_THAT(error, HasSubstr("orParam.txt"));
-
-  MosaicOptions options = Options("u");
-  ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
-  // A photo whose ortho is damaged is left out, the others make the mosaic.
-  const std::string copy = dir_->File("orthos/");
-  fs::copy(input.orthoPrefix, copy, fs::copy_options::recursive);
-  input.orthoPrefix = copy;
-  const auto& photo = input.blocks[0].GetPhotos()[2];
-  const std::string broken = OrthoName(copy, photo.GetPhotoName(), photo.GetImgBlkId());
-  ASSERT_TRUE(fs::exists(broken));
-  fs::resize_file(broken, 100);
-  ASSERT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
-  ASSERT_EQ(report.leftOut.size(), 1U);
-  EXPECT_THAT(report.leftOut[0], HasSubstr(broken));
+  ASSERT_TRUE(LoadMosaicInput(dir_->File("job/work"), input, error));
   const MosaicProgress stop = [](const char*, double) { return false; };
   EXPECT_FALSE(MakeMosaic(input, Options("v"), stop, report, error));
   EXPECT_EQ(error, "interrupted");
