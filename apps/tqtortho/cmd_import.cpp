@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "host/number_text.h"
 #include "host/photo_staging.h"
+#include "host/project_import.h"
 #include "source_options.h"
 
 namespace tqtortho::app {
@@ -30,16 +31,8 @@ bool MayReplace(const fs::path& file, const std::string& source) {
 void PrintSurvey(const host::Survey& survey) {
   std::printf("survey   %s\n", survey.source.c_str());
   for (const auto& note : survey.notes) std::printf("         %s\n", note.c_str());
-  for (const auto& c : survey.cameras) {
-    const double pixels = c.width / c.sensorWidth;
-    const double rows = c.rasterHeight > 0 ? c.rasterHeight : c.height;
-    const double cols = c.rasterWidth > 0 ? c.rasterWidth : c.width;
-    std::printf(
-        "camera   %d %s: %.0f x %.0f pixels, focal length %.2f, principal point %.2f, %.2f "
-        "(column, "
-        "row), lens model %d\n",
-        c.id, c.name.c_str(), cols, rows, c.focalLength * pixels, c.principalX,
-        c.height - c.principalY, c.model);
+  for (const auto& camera : survey.cameras) {
+    std::printf("camera   %s\n", host::DescribeCamera(camera).c_str());
   }
   std::size_t photos = 0;
   for (const auto& block : survey.blocks) photos += block.photos.size();

@@ -162,4 +162,16 @@ std::optional<Survey> ImportProjectAs(ProjectKind kind, const ImportRequest& req
   return ImportKind(*found, request, error);
 }
 
+std::string DescribeCamera(const SurveyCamera& camera) {
+  // The frame of a camera may be a virtual one; people know the raster.
+  const bool framed = camera.rasterWidth > 0 && camera.rasterHeight > 0;
+  return std::to_string(camera.id) + " " + camera.name + ": " +
+         Fixed(framed ? camera.rasterWidth : camera.width, 0) + " x " +
+         Fixed(framed ? camera.rasterHeight : camera.height, 0) + " pixels, focal length " +
+         Fixed(camera.focalLength / camera.sensorWidth * camera.width, 2) +
+         ", principal point at column " + Fixed(camera.principalX, 2) + ", row " +
+         Fixed(camera.height - camera.principalY, 2) + ", lens model " +
+         std::to_string(camera.model);
+}
+
 }  // namespace tqtortho::host

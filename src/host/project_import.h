@@ -26,4 +26,7 @@ enum class ProjectKind { kLists, kOdm, kOpenSfm, kColmap, kMetashape, kPix4d, kP
 [[nodiscard]] std::optional<Survey> ImportProjectAs(ProjectKind kind, const ImportRequest& request,
                                                     std::string& error);
 
+/// One line of a camera for people: raster, focal length and principal point in pixels, lens model.
+[[nodiscard]] std::string DescribeCamera(const SurveyCamera& camera);
+
 }  // namespace tqtortho::host
