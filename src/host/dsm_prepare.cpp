@@ -72,8 +72,62 @@ bool ReadWide(const std::string& path, int rim, WideDsm& dsm, std::string& error
   return true;
 }
 
-/// Marks the cells of small enclosed holes as filled. The outside and large holes touch a hole
-/// label that is too large or reaches the outermost ring, which never holds a height.
+/// Whether two neighbouring cells with true heights, on the rim of the hole `label` within `box`,
+/// differ by more than a wall of one metre and a half steps.
+bool CrossesWall(const WideDsm& dsm, const cv::Mat& labels, int label, const cv::Rect& box) {
+  constexpr float kWall = 1.5F;
+  const auto onRim = [&](int row, int col) {
+    if (dsm.origin[static_cast<std::size_t>(row) * dsm.cols + col] != kHeightTrue) return false;
+    for (int r = std::max(row - 1, box.y); r <= std::min(row + 1, box.br().y - 1); ++r) {
+      for (int c = std::max(col - 1, box.x); c <= std::min(col + 1, box.br().x - 1); ++c) {
+        if (labels.at<int>(r, c) == label) return true;
+      }
+    }
+    return false;
+  };
+  for (int r = box.y; r + 1 < box.br().y; ++r) {
+    for (int c = box.x; c + 1 < box.br().x; ++c) {
+      if (!onRim(r, c)) continue;
+      const std::size_t i = static_cast<std::size_t>(r) * dsm.cols + c;
+      if (onRim(r, c + 1) && std::fabs(dsm.heights[i] - dsm.heights[i + 1]) > kWall) return true;
+      const std::size_t below = i + static_cast<std::size_t>(dsm.cols);
+      if (onRim(r + 1, c) && std::fabs(dsm.heights[i] - dsm.heights[below]) > kWall) return true;
+    }
+  }
+  return false;
+}
+
+/// Gives each cell of a hole the height of the nearest cell that has one: walls go on through the
+/// hole, where interpolation would lay a ramp from roof to ground.
+void ContinueLevels(WideDsm& dsm, const cv::Mat& labels, int label, const cv::Rect& box) {
+  const cv::Mat origin(dsm.rows, dsm.cols, CV_8UC1, dsm.origin.data());
+  const cv::Mat empty = origin(box) != kHeightTrue;
+  cv::Mat distance, nearest;
+  cv::distanceTransform(empty, distance, nearest, cv::DIST_L2, cv::DIST_MASK_5,
+                        cv::DIST_LABEL_PIXEL);
+  std::vector<float> heightOf(1, static_cast<float>(kDefaultNoData));
+  const auto cell = [&](int r, int c) -> float& {
+    return dsm.heights[static_cast<std::size_t>(box.y + r) * dsm.cols + box.x + c];
+  };
+  for (int r = 0; r < box.height; ++r) {
+    for (int c = 0; c < box.width; ++c) {
+      if (empty.at<std::uint8_t>(r, c) != 0) continue;
+      const auto k = static_cast<std::size_t>(nearest.at<int>(r, c));
+      if (k >= heightOf.size()) heightOf.resize(k + 1, static_cast<float>(kDefaultNoData));
+      heightOf[k] = cell(r, c);
+    }
+  }
+  for (int r = 0; r < box.height; ++r) {
+    for (int c = 0; c < box.width; ++c) {
+      if (labels.at<int>(box.y + r, box.x + c) != label) continue;
+      cell(r, c) = heightOf[static_cast<std::size_t>(nearest.at<int>(r, c))];
+    }
+  }
+}
+
+/// Marks the cells of small enclosed holes as filled, and fills those that a wall runs into. The
+/// outside and large holes touch a hole label that is too large or reaches the outermost ring,
+/// which never holds a height.
 void MarkSmallHoles(WideDsm& dsm, int maxHoleCells) {
   const cv::Mat origin(dsm.rows, dsm.cols, CV_8UC1, dsm.origin.data());
   cv::Mat labels, stats, centroids;
@@ -86,6 +140,14 @@ void MarkSmallHoles(WideDsm& dsm, int maxHoleCells) {
                           s[cv::CC_STAT_LEFT] + s[cv::CC_STAT_WIDTH] < dsm.cols &&
                           s[cv::CC_STAT_TOP] + s[cv::CC_STAT_HEIGHT] < dsm.rows;
     small[static_cast<std::size_t>(k)] = enclosed && s[cv::CC_STAT_AREA] <= maxHoleCells ? 1 : 0;
+  }
+  for (int k = 1; k < count; ++k) {
+    if (small[static_cast<std::size_t>(k)] == 0) continue;
+    // The hole and the ring of cells around it; enclosed, so the ring lies in the raster.
+    const int* s = stats.ptr<int>(k);
+    const cv::Rect box(s[cv::CC_STAT_LEFT] - 1, s[cv::CC_STAT_TOP] - 1, s[cv::CC_STAT_WIDTH] + 2,
+                       s[cv::CC_STAT_HEIGHT] + 2);
+    if (CrossesWall(dsm, labels, k, box)) ContinueLevels(dsm, labels, k, box);
   }
   for (int r = 0; r < dsm.rows; ++r) {
     const int* label = labels.ptr<int>(r);
@@ -110,7 +172,7 @@ bool FillHeights(WideDsm& dsm, const DsmPrepareOptions& options) {
   cv::dilate(origin == kHeightTrue, near, cv::Mat::ones(side, side, CV_8UC1));
   for (std::size_t i = 0; i < filled.size(); ++i) {
     const bool wanted = dsm.origin[i] == kHeightFilled || near.data[i] != 0;
-    if (dsm.origin[i] == kHeightTrue || !wanted) continue;
+    if (dsm.heights[i] != none || !wanted) continue;  // true, or continued from beside a wall
     dsm.heights[i] = filled[i];
     if (filled[i] == none && dsm.origin[i] == kHeightFilled) dsm.origin[i] = kHeightNone;
   }

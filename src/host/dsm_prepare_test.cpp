@@ -19,13 +19,16 @@ float Plane(int row, int col) { return 100.0F + 0.5F * static_cast<float>(col - 
 
 class DsmPrepareTest : public ::testing::Test {
  protected:
-  void Write(float none, bool named) {
+  /// `wall`: a roof six metres up from column 20 on, and a hole of 7 x 6 cells across its edge.
+  void Write(float none, bool named, bool wall = false) {
     heights.resize(40 * 30);
     for (int r = 0; r < 30; ++r) {
       for (int c = 0; c < 40; ++c) {
-        const bool hole = r >= 10 && r < 12 && c >= 10 && c < 13;  // small, enclosed
-        const bool corner = r < 12 && c >= 30;                     // reaches the edge
-        heights[static_cast<std::size_t>(r * 40 + c)] = hole || corner ? none : Plane(r, c);
+        const bool hole = (r >= 10 && r < 12 && c >= 10 && c < 13) ||  // small, enclosed
+                          (wall && r >= 20 && r < 26 && c >= 17 && c < 24);
+        const bool corner = r < 12 && c >= 30;  // reaches the edge
+        heights[static_cast<std::size_t>(r * 40 + c)] =
+            hole || corner ? none : Plane(r, c) + (wall && c >= 20 ? 6.0F : 0.0F);
       }
     }
     const double transform[6] = {1000, 0.5, 0, 2000, 0, -0.5};
@@ -91,6 +94,19 @@ TEST_F(DsmPrepareTest, FillsSmallHolesContinuesTheRimAndKeepsEveryTrueHeight) {
     EXPECT_NEAR(Height(20, -4), Plane(20, -4), 3);
     EXPECT_EQ(Origin(20, -4), kHeightNone);
     EXPECT_EQ(Height(2, 37), -9999);
+  }
+}
+
+TEST_F(DsmPrepareTest, AWallGoesOnThroughAHole) {
+  Write(-9999, true, true);
+  Prepare();
+  for (int r = 20; r < 26; ++r) {
+    for (int c = 17; c < 24; ++c) {
+      // Nearest heights are up to three cells away on the plane: 1.5 m.
+      const float above = Height(r, c) - Plane(r, c);
+      EXPECT_NEAR(above, c >= 20 ? 6.0F : 0.0F, 1.6F) << r << " " << c;
+      EXPECT_EQ(Origin(r, c), kHeightFilled);
+    }
   }
 }
 

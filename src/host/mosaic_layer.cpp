@@ -171,7 +171,7 @@ void ResampleWalls(const MosaicPhoto& photo, int orthoBands, Layer& layer) {
 /// An edge is known to a fraction of a surface cell. Where the wall faces the camera, being wrong
 /// by a cell shows the facade; a camera on the other side sees roof or ground, whichever it is.
 void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell, Layer& layer) {
-  constexpr double kWorse = 60;
+  constexpr double kWorse = 220;  // more than the slack of small patches, which else give it back
   constexpr float kDrop = 1;
   const VisibilityLattice& lattice = layer.lattice;
   const int reach = std::max(TruncToInt(0.6 * surfaceCell / lattice.step + 1.5), 2);
