@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "host/input_check.h"
 #include "host/job_estimate.h"
+#include "host/project_import.h"
 #include "source_options.h"
 
 namespace tqtortho::app {
@@ -25,9 +26,7 @@ int PrintFindings(const std::vector<host::Finding>& findings) {
 }
 
 int Info(const SourceOptions& source) {
-  const bool dsmOnly =
-      !source.dsm.empty() && source.odm.empty() && source.cameras.empty() && source.photos.empty();
-  if (dsmOnly) {
+  if (!source.dsm.empty() && !source.Any()) {
     host::DsmFacts facts;
     std::vector<host::Finding> findings;
     host::CheckDsm(source.dsm, facts, findings);
@@ -40,9 +39,7 @@ int Info(const SourceOptions& source) {
   std::printf("survey   %s\n", survey->source.c_str());
   for (const auto& note : survey->notes) std::printf("         %s\n", note.c_str());
   for (const auto& camera : survey->cameras) {
-    std::printf("camera   %d %s: %.0f x %.0f pixels, focal length %.2f pixels, lens model %d\n",
-                camera.id, camera.name.c_str(), camera.width, camera.height,
-                camera.focalLength / camera.sensorWidth * camera.width, camera.model);
+    std::printf("camera   %s\n", host::DescribeCamera(camera).c_str());
   }
   if (dsm.empty()) {
     std::size_t count = 0;
@@ -71,7 +68,8 @@ void AddInfo(CLI::App& app, int& status) {
   CLI::App* command =
       app.add_subcommand("info", "What a DSM or a survey holds, and what is wrong with it");
   AddSourceOptions(*command, *source);
-  command->footer("Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --odm ~/odm/village");
+  command->footer(
+      "Examples:\n  tqtortho info --dsm dsm.tif\n  tqtortho info --project ~/odm/village");
   command->callback([source, &status] { status = Info(*source); });
 }
 
