@@ -9,6 +9,7 @@ tqtortho=$1 kills=${2:-6}
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir" || exit 1
+work=whole/work
 passed=0 failed=0
 check() { if eval "$1"; then passed=$((passed + 1)); else echo "FAILED: $1"; failed=$((failed + 1)); fi; }
 holds() { grep -qF -- "$1" <<<"$out" || { echo "no \"$1\" in: $out"; false; }; }
@@ -59,7 +60,7 @@ check 'cmp -s whole/mosaic.tif again/mosaic.tif && cmp -s whole/source.tif again
 # A file that someone changed or removed is made again.
 rm whole/mosaic.tif
 for mask in whole/ortho/*_obs.tif; do echo >>"$mask"; break; done
-for kept in whole/work/state/originals/*.msk; do rm "$kept"; break; done
+for kept in "$work"/state/originals/*.msk; do rm "$kept"; break; done
 run --out whole; check 'same before whole'
 run --out whole --fresh; check '! holds "earlier run" >/dev/null && same before whole'
 
@@ -69,7 +70,7 @@ list=town/fewer.txt run --out whole
 list=town/fewer.txt run --out fewer
 check 'same fewer whole'
 # Never two jobs in one directory, and no sizing run over a finished one.
-exec 9>>whole/work/.tqtortho.lock; flock 9
+exec 9>>"$work/.tqtortho.lock"; flock 9
 run --out whole; check 'holds "another job is at work in it"'
 exec 9>&-
 run --out whole --sizing-only; check 'holds "--fresh"'
