@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -17,6 +18,8 @@ struct RunArguments {
   SourceOptions source;
   host::RunOptions run;
   double gsd = -1;
+  std::vector<int> bands;
+  std::vector<double> range;
   std::string resampling = "bilinear";
   std::string finish = "fill";
   std::string format = "cog";
@@ -106,6 +109,22 @@ void PrintTable(const host::RunReport& report) {
   }
 }
 
+bool ReadBandChoice(const RunArguments& arguments, host::BandChoice& choice) {
+  const auto& range = arguments.range;
+  choice.bands = arguments.bands;
+  if (!choice.bands.empty() && choice.bands.size() != 1 && choice.bands.size() != 3) {
+    Complain("--bands takes one band or three, as in --bands 4,3,2");
+    return false;
+  }
+  if (range.empty()) return true;
+  if (choice.bands.empty() || !(range[0] < range[1]) || !std::isfinite(range[1] - range[0])) {
+    Complain("--range takes two values, the lower first, and needs --bands");
+    return false;
+  }
+  choice.range = {range[0], range[1]};
+  return true;
+}
+
 int Run(RunArguments& arguments) {
   auto survey = LoadSurvey(arguments.source);
   if (!survey) return kBadInput;
@@ -118,6 +137,7 @@ int Run(RunArguments& arguments) {
                                             : host::Finish::kFill;
   if (arguments.format == "jpeg") run.format.compression = "jpeg";
   run.webTiles = arguments.format == "png-tiles";
+  if (!ReadBandChoice(arguments, run.bands)) return kBadInput;
   WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(arguments.json, arguments.quiet));
   if (!arguments.json && !arguments.quiet) {
@@ -183,6 +203,20 @@ void AddRun(CLI::App& app, int& status) {
       ->capture_default_str();
   command->add_option("--area", a->run.areaPath, "produce only this polygon")
       ->type_name("F.geojson");
+  command
+      ->add_option("--bands", a->bands,
+                   "bands of the photos to use, counted from 1: one, or three for red, green and "
+                   "blue (4,3,2)")
+      ->delimiter(',')
+      ->check(CLI::Range(1, 10000))
+      ->type_name("N,N,N");
+  command
+      ->add_option("--range", a->range,
+                   "with --bands: sample values that become black and white, for photos of more "
+                   "than 8 bits")
+      ->delimiter(',')
+      ->expected(2)
+      ->type_name("LO,HI");
   command->add_flag("--reduced", a->run.reducedCopies,
                     "also write a reduced copy of every ortho (OUT/rs)");
   command->add_flag("--sizing-only", a->run.sizingOnly, "georeference sidecars only, no rasters");

@@ -37,10 +37,12 @@ std::string PhotoFault(const std::string& path, const SurveyCamera& camera,
   if (!geo::DescribeRaster(path, summary, why)) return why;
   if (summary.sampleType != "Byte") {
     return path + ": samples are " + summary.sampleType +
-           ", only 8-bit photos are read; convert it, for instance gdal_translate -ot Byte -scale";
+           "; choose bands with --bands 1,2,3 and the values that become black and white with "
+           "--range LO,HI";
   }
   if (summary.bands != 1 && summary.bands != 3 && summary.bands != 4) {
-    return path + ": has " + std::to_string(summary.bands) + " bands; 1, 3 or 4 are read";
+    return path + ": has " + std::to_string(summary.bands) +
+           " bands; choose one or three with --bands";
   }
   const int width = camera.rasterWidth > 0 ? camera.rasterWidth : TruncToInt(camera.width + 0.5);
   const int height =

@@ -343,6 +343,7 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& watcher,
   StageRelay relay(observer, report);
   const std::string title = survey.source;
   std::vector<std::string> notes = survey.notes;
+  if (!ChooseBands(options.bands, paths.staged, survey, error)) return RunStatus::kBadInput;
   RunStatus status = CheckInputs(survey, options, paths, relay, observer, report, error);
   if (status != RunStatus::kDone) return status;
   DirectoryLock outLock, workLock;

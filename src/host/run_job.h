@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/band_choice.h"
 #include "host/dsm_prepare.h"
 #include "host/input_check.h"
 #include "host/job_estimate.h"
@@ -29,6 +30,7 @@ struct RunOptions {
   std::optional<double> gsd;  ///< ground size of an output cell; 0: the DSM's; unset: the photos'
   double startHeight = 0;     ///< 0: the mean height of each DSM tile
   int resampling = 1;         ///< 0 nearest neighbour, 1 bilinear
+  BandChoice bands;           ///< of the photos
   std::string areaPath;       ///< polygon file of the area to produce; empty: everything
   bool reducedCopies = false;
   Finish finish = Finish::kFill;

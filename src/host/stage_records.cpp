@@ -39,6 +39,7 @@ Json ToRecord(const MosaicReport& report) {
           {"seenByOne", report.seenByOne},
           {"filled", report.filled},
           {"neverCovered", report.neverCovered},
+          {"supplied", report.supplied},
           {"seamLength", report.seamLength},
           {"stepBefore", report.colourStepBefore},
           {"stepAfter", report.colourStepAfter},
@@ -52,6 +53,7 @@ bool FromRecord(const Json& record, MosaicReport& report) {
     from.at("seenByOne").get_to(to.seenByOne);
     from.at("filled").get_to(to.filled);
     from.at("neverCovered").get_to(to.neverCovered);
+    from.at("supplied").get_to(to.supplied);
     from.at("seamLength").get_to(to.seamLength);
     from.at("stepBefore").get_to(to.colourStepBefore);
     from.at("stepAfter").get_to(to.colourStepAfter);
