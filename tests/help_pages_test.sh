@@ -13,7 +13,7 @@ same() {  # WHAT WANTED GOT
   echo "FAILED: $1"; diff <(echo "$2") <(echo "$3") | sed 's/^/  /'
   failed=1
 }
-names() { sed -nE 's/^  (-[-a-z,]+).*/\1/p' | tr ',' '\n' | sort; }
+names() { sed -nE 's/^  (-[-a-z0-9,]+).*/\1/p' | tr ',' '\n' | sort; }
 
 # What the help lists, the page lists, command by command, and nothing else.
 commands=$("$tqtortho" --help | sed -n '/^Subcommands:/,$p' | sed -nE 's/^  ([a-z-]+) .*/\1/p')
@@ -23,7 +23,7 @@ same "commands of the page" "$commands" "$(sed -n 's/^\.SS //p' "$dir/plain")"
 for command in $commands; do
   awk -v c="$command" '/^\.S[SH]/ {on = $0 == ".SS " c} on' "$dir/plain" >"$dir/section"
   same "page: options of $command" "$("$tqtortho" "$command" --help | names)" \
-    "$(grep -A1 '^\.TP' "$dir/section" | sed -nE 's/^(-.*)/\1/p' | grep -oE -- '--?[a-z][-a-z]*' | sort)"
+    "$(grep -A1 '^\.TP' "$dir/section" | sed -nE 's/^(-.*)/\1/p' | grep -oE -- '(^|[ ,])--?[a-z][-a-z0-9]*' | tr -d ' ,' | sort)"
 done
 
 # Made anew it is the same page; the tools that read it find nothing to complain about.
@@ -71,7 +71,7 @@ if command -v zsh >/dev/null; then
       else print -rl -- "$@"; fi }; source $1' zsh "$pages/_tqtortho" "$@"
   }
   same "zsh: options of run" "$("$tqtortho" run --help | names | grep -- -- | xargs)" \
-    "$(zsh_asks tqtortho run | grep -oE '^--[a-z-]+' | sort | xargs)"
+    "$(zsh_asks tqtortho run | grep -oE '^--[a-z0-9-]+' | sort | xargs)"
   same "zsh: choices" 1 "$(zsh_asks tqtortho run | grep -c '^--resampling=.*:TEXT:(nearest bilinear)$')"
 fi
 exit $failed

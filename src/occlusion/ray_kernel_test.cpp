@@ -193,6 +193,19 @@ TEST(RayKernelTest, TheStepPastALeafIsNotForgotten) {
   EXPECT_EQ(Difference(scene, Trace(scene.dsm, scene.camera), 1L << 26), "");
 }
 
+// Truncation gives the first row a cell before the grid. Rays that drift out of it, in a box taller
+// than the grid, still meet what stands in it.
+TEST(RayKernelTest, RaysJustBeyondTheFirstRowMeetIt) {
+  constexpr int kCols = 60;
+  RayCase scene{FlatSurface(1, kCols, 1), {140, 1.4, 80}, {}};
+  scene.dsm.heights[50] = 9;
+  SetGrid(scene.dsm, 1, kCols, 1, -1);
+  scene.dsm.maxY = 1;
+  const Bytes mask = Trace(scene.dsm, scene.camera);
+  EXPECT_EQ(Difference(scene, mask, 1L << 24), "");
+  EXPECT_EQ(mask[47], 255);
+}
+
 TEST(RayKernelTest, SurfacesWithoutExtentHideNothing) {
   const Point3 camera{3, 3, 50};
   tqDSM flat = FlatSurface(8, 8, 1);

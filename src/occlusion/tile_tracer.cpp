@@ -238,7 +238,9 @@ bool TileTracer::FindBlockers(const Tile& tile, double lowest, const LaneScene& 
     if (cleared >= scene_.highest) break;
     const double low = std::min(strip.Low(begin), strip.Low(end)) - margin;
     const double high = std::max(strip.High(begin), strip.High(end)) + margin;
-    const int side1 = std::min(FloorToInt(high / kBlock), sideBlocks - 1);
+    // Truncation gives the first block a cell before the grid.
+    if (!(high > -1)) continue;
+    const int side1 = std::min(std::max(FloorToInt(high / kBlock), 0), sideBlocks - 1);
     for (int side = std::max(FloorToInt(low / kBlock), 0); side <= side1; ++side) {
       const int row = alongCols ? side : block;
       const int col = alongCols ? block : side;
