@@ -27,15 +27,24 @@ struct RunArguments {
   bool quiet = false;
 };
 
+/// Share of the mosaic's seen cells that a photo supplies, 0 to 1; photos count from 0 in job
+/// order.
+double SuppliedShare(const host::MosaicReport& mosaic, std::size_t photo) {
+  if (photo + 1 >= mosaic.supplied.size() || mosaic.seen <= 0) return 0;
+  return static_cast<double>(mosaic.supplied[photo + 1]) / static_cast<double>(mosaic.seen);
+}
+
 nlohmann::json ToJson(const host::RunReport& report) {
   nlohmann::json photos = nlohmann::json::array();
   for (const auto& p : report.photos) {
+    const double supplied = SuppliedShare(report.mosaic, photos.size());
     photos.push_back({{"name", p.name},
                       {"block", p.block},
                       {"done", p.done},
                       {"reason", p.reason},
                       {"cells", p.cells},
                       {"hidden", p.hiddenShare},
+                      {"supplied", supplied},
                       {"ortho", p.orthoPath}});
   }
   nlohmann::json stages = nlohmann::json::array();
@@ -68,11 +77,14 @@ void PrintTable(const host::RunReport& report) {
     done += p.done ? 1 : 0;
     width = std::max(width, p.name.size());
   }
-  std::printf("\n%-*s %12s %9s\n", static_cast<int>(width), "photo", "cells", "hidden %");
-  for (const auto& p : report.photos) {
+  std::printf("\n%-*s %12s %9s %11s\n", static_cast<int>(width), "photo", "cells", "hidden %",
+              "supplies %");
+  for (std::size_t i = 0; i < report.photos.size(); ++i) {
+    const auto& p = report.photos[i];
     if (p.done) {
-      std::printf("%-*s %12lld %9.1f\n", static_cast<int>(width), p.name.c_str(),
-                  static_cast<long long>(p.cells), 100 * p.hiddenShare);
+      std::printf("%-*s %12lld %9.1f %11.1f\n", static_cast<int>(width), p.name.c_str(),
+                  static_cast<long long>(p.cells), 100 * p.hiddenShare,
+                  100 * SuppliedShare(report.mosaic, i));
     } else {
       std::printf("%-*s failed: %s\n", static_cast<int>(width), p.name.c_str(), p.reason.c_str());
     }

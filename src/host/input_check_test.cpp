@@ -123,7 +123,7 @@ TEST_F(InputCheckTest, APhotoThatCannotBeUsedIsLeftOutAndNamedOthersStay) {
   photos.back().cameraId = 7;
   const auto findings = Check();
   EXPECT_THAT(findings, Warning("turned.tif: is 40 x 60"));
-  EXPECT_THAT(findings, Warning("only 8-bit"));
+  EXPECT_THAT(findings, Warning("--range LO,HI"));
   EXPECT_THAT(findings, Warning("2 bands"));
   EXPECT_THAT(findings, Warning("gone.tif"));
   EXPECT_THAT(findings, Warning("low.tif: its camera (height 90) lies below the surface"));

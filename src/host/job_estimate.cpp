@@ -108,6 +108,10 @@ std::string Time(double seconds) {
   return Line("%.2g h", s / 3600);
 }
 
+std::string Count(std::size_t number, const std::string& thing) {
+  return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
 }  // namespace
 
 JobEstimate EstimateJob(const Survey& survey, const DsmFacts& dsm, double gsd, int threads) {
@@ -176,18 +180,18 @@ std::vector<std::string> DescribeJob(const Survey& survey, const SurveyFacts& fa
   }
   std::string lenses;
   for (const int model : models) lenses += (lenses.empty() ? "" : ", ") + std::to_string(model);
-  return {
-      Line("photos   %d usable in %zu blocks, %zu cameras, lens model %s", facts.photos,
-           survey.blocks.size(), used.size(), lenses.c_str()),
-      Line(
-          "         %.1f m above ground, ground resolution %.3g m, each place on about %.0f photos",
-          facts.meanHeightAboveGround, facts.photoResolution, e.overlap),
-      Line("job      --gsd %.3g: mosaic of %.3g million cells, orthos of %.3g million", e.gsd,
-           e.mosaicCells / 1e6, e.orthoCells / 1e6),
-      Line("         about %s on disk (mosaic %s; %s free), %s of memory, %s of time",
-           Size(e.diskBytes).c_str(), Size(e.mosaicBytes).c_str(),
-           Size(static_cast<double>(freeBytes)).c_str(), Size(e.memoryBytes).c_str(),
-           Time(e.seconds).c_str())};
+  return {Line("photos   %d usable in %s of %s, lens model %s", facts.photos,
+               Count(survey.blocks.size(), "block").c_str(), Count(used.size(), "camera").c_str(),
+               lenses.c_str()),
+          Line("         %.1f m above ground, ground resolution %.3g m, each place on about %s",
+               facts.meanHeightAboveGround, facts.photoResolution,
+               Count(static_cast<std::size_t>(std::max(e.overlap, 0.0) + 0.5), "photo").c_str()),
+          Line("job      --gsd %.3g: mosaic of %.3g million cells, orthos of %.3g million", e.gsd,
+               e.mosaicCells / 1e6, e.orthoCells / 1e6),
+          Line("         about %s on disk (mosaic %s; %s free), %s of memory, %s of time",
+               Size(e.diskBytes).c_str(), Size(e.mosaicBytes).c_str(),
+               Size(static_cast<double>(freeBytes)).c_str(), Size(e.memoryBytes).c_str(),
+               Time(e.seconds).c_str())};
 }
 
 void CheckRoom(const JobEstimate& estimate, const std::string& directory, std::int64_t freeBytes,
