@@ -72,6 +72,7 @@ check 'same fewer whole'
 # Never two jobs in one directory, and no sizing run over a finished one.
 exec 9>>"$work/.tqtortho.lock"; flock 9
 run --out whole; check 'holds "another job is at work in it"'
+out=$("$tqtortho" mosaic --work whole/work --out again 2>&1); check 'holds "another job is at work in it"'
 exec 9>&-
 run --out whole --sizing-only; check 'holds "--fresh"'
 check 'same fewer whole'

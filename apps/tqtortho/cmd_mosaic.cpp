@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "format_options.h"
 #include "geo/Vector.h"
+#include "host/directory_lock.h"
 #include "host/mosaic_stage.h"
 #include "host/seams_file.h"
 #include "host/take_along.h"
@@ -62,6 +63,8 @@ int RunMosaic(MosaicCommand command) {
   host::MosaicOptions& options = command.options;
   options.workDir = std::filesystem::absolute(command.work).lexically_normal().string();
   if (!host::LoadMosaicInput(options.workDir, input, error)) return Fail(kBadInput, error);
+  host::DirectoryLock lock;  // the map and the texture in the work directory are made again
+  if (!lock.Take(options.workDir, error)) return Fail(kBadInput, error);
   if (!command.area.empty()) {
     tqimage::TqImage dsm;
     const std::string dsmPath = options.workDir + "/dsm.tif";
