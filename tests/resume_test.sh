@@ -64,6 +64,9 @@ for kept in "$work"/state/originals/*.msk; do rm "$kept"; break; done
 run --out whole; check 'same before whole'
 run --out whole --fresh; check '! holds "earlier run" >/dev/null && same before whole'
 
+# Products and state in one directory: no job keeps itself out.
+run --out one --work one; check '[ -s one/mosaic.tif ]'
+
 # A photo that the survey has no more leaves nothing behind; the result is that of a job without it.
 awk -v n="$((photos - 1))" 'NR == 2 {print n; next} NR < 3 + n + 1' town/photos.txt >town/fewer.txt
 list=town/fewer.txt run --out whole

@@ -234,8 +234,10 @@ bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& 
 /// Directories that can be written to, and that are this job's alone.
 bool TakeDirectories(const RunOptions& options, const JobPaths& paths, DirectoryLock& outLock,
                      DirectoryLock& workLock, std::string& error) {
+  std::error_code ignored;
   return CheckWritable(options.outDir, error) && CheckWritable(paths.work, error) &&
-         outLock.Take(paths.out, error) && workLock.Take(paths.work, error) &&
+         outLock.Take(paths.out, error) &&
+         (fs::equivalent(paths.out, paths.work, ignored) || workLock.Take(paths.work, error)) &&
          CheckWritable(paths.tmp + "/ot", error) &&
          CheckWritable(paths.data + "/ortho_data", error) && CheckWritable(paths.ortho, error);
 }
