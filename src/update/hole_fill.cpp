@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "job/cv_bridge.h"
@@ -24,6 +26,30 @@ enum State : std::uint8_t {
   kDone,     ///< got one
 };
 
+/// Four floats, so that a colour is one register; the last counts cells.
+struct alignas(16) Colour {
+  float v[4];
+  void AddWeighted(const Colour& other, float weight) {
+    for (int b = 0; b < 4; ++b) v[b] += weight * other.v[b];
+  }
+  void Add(const Colour& other) {
+    for (int b = 0; b < 4; ++b) v[b] += other.v[b];
+  }
+};
+
+/// Inverse squared distances of the cells around one.
+constexpr auto kWeights = [] {
+  constexpr int kSide = 2 * kWindow + 1;
+  std::array<float, kSide * kSide> weights{};
+  for (int i = 0; i < kSide * kSide; ++i) {
+    const int row = i / kSide - kWindow;
+    const int col = i % kSide - kWindow;
+    if (row != 0 || col != 0) weights[i] = 1.0F / static_cast<float>(row * row + col * col);
+  }
+  return weights;
+}();
+
+/// Works on the tile with a rim of ignored cells, so that no window leaves it.
 class Filler {
  public:
   Filler(GridView<const std::uint8_t> wanted, GridView<const std::uint8_t> seen,
@@ -35,162 +61,205 @@ class Filler {
         options_(options),
         pixels_(pixels),
         rows_(wanted.rows),
-        cols_(wanted.cols) {}
+        cols_(wanted.cols),
+        stride_(std::ptrdiff_t{cols_} + 2 * kWindow) {}
 
   void Run(GridView<std::uint8_t> filled) {
+    for (int row = 0; row < rows_; ++row) std::fill_n(filled.Row(row), cols_, std::uint8_t{0});
     SetStates();
-    colours_.resize(3 * state_.size());
-    for (int row = 0; row < rows_; ++row) {
-      std::copy_n(pixels_.Row(row), static_cast<std::size_t>(3) * cols_,
-                  colours_.begin() + static_cast<std::ptrdiff_t>(3) * Index(row, 0));
-    }
+    if (open_.empty()) return;
+    TakeColours();
     Spread(true);
     Spread(false);
-    for (int round = 0; round < kSmoothings; ++round) Smooth();
-    for (int row = 0; row < rows_; ++row) {
-      for (int col = 0; col < cols_; ++col) {
-        const std::size_t i = Index(row, col);
-        const bool take = state_[i] == kDone && wanted_.At(row, col) != 0;
-        filled.At(row, col) = take ? 1 : 0;
-        if (!take) continue;
-        std::uint8_t* out = pixels_.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
-        for (std::size_t b = 0; b < 3; ++b) {
-          out[b] = static_cast<std::uint8_t>(std::clamp(colours_[3 * i + b] + 0.5F, 1.0F, 255.0F));
-        }
+    Smooth();
+    for (const std::ptrdiff_t i : done_) {
+      const int row = static_cast<int>(i / stride_) - kWindow;
+      const int col = static_cast<int>(i % stride_) - kWindow;
+      if (wanted_.At(row, col) == 0) continue;
+      filled.At(row, col) = 1;
+      std::uint8_t* out = pixels_.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
+      for (int b = 0; b < 3; ++b) {
+        out[b] = static_cast<std::uint8_t>(std::clamp(colours_[i].v[b] + 0.5F, 1.0F, 255.0F));
       }
     }
   }
 
  private:
-  struct Cell {
-    int row;
-    int col;
-  };
-
-  [[nodiscard]] std::size_t Index(int row, int col) const {
-    return static_cast<std::size_t>(row) * cols_ + col;
+  [[nodiscard]] std::ptrdiff_t Index(int row, int col) const {
+    return (row + kWindow) * stride_ + col + kWindow;
   }
-  [[nodiscard]] bool SameLevel(int row, int col, int otherRow, int otherCol) const {
-    return std::fabs(heights_.At(row, col) - heights_.At(otherRow, otherCol)) <
-           options_.levelTolerance;
+  [[nodiscard]] bool SameLevel(float height, float other) const {
+    return std::fabs(height - other) < options_.levelTolerance;
+  }
+  [[nodiscard]] bool IsKnown(std::ptrdiff_t i) const {
+    return state_[i] == kSource || state_[i] == kDone;
   }
 
   /// Trusted cells are clear of holes and steps. Seen cells that are not are filled as well, to
   /// carry colours across them, and keep their own in the end.
   void SetStates() {
     cv::Mat clear(rows_, cols_, CV_8U);
+    cv::Mat nearHole(rows_, cols_, CV_8U);
     for (int row = 0; row < rows_; ++row) {
+      const float* here = heights_.Row(row);
+      const float* below = heights_.Row(std::min(row + 1, rows_ - 1));
+      const bool last = row + 1 == rows_;
+      const std::uint8_t* wanted = wanted_.Row(row);
+      auto* isClear = clear.ptr<std::uint8_t>(row);
+      auto* isNear = nearHole.ptr<std::uint8_t>(row);
       for (int col = 0; col < cols_; ++col) {
-        const bool step = (row + 1 < rows_ && !SameLevel(row, col, row + 1, col)) ||
-                          (col + 1 < cols_ && !SameLevel(row, col, row, col + 1));
-        const bool hole = wanted_.At(row, col) != 0;
-        clear.at<std::uint8_t>(row, col) = step || hole ? 0 : 255;
+        const bool right = col + 1 == cols_ || SameLevel(here[col], here[col + 1]);
+        const bool down = last || SameLevel(here[col], below[col]);
+        isClear[col] = right && down && wanted[col] == 0 ? 255 : 0;
+        isNear[col] = wanted[col] != 0 ? 255 : 0;
       }
     }
     const int side = 2 * options_.clearance + 1;
     cv::erode(clear, clear, cv::getStructuringElement(cv::MORPH_RECT, {side, side}),
               cv::Point(-1, -1), 1, cv::BORDER_REPLICATE);
-    cv::Mat nearHole(rows_, cols_, CV_8U);
-    for (int row = 0; row < rows_; ++row) {
-      for (int col = 0; col < cols_; ++col) {
-        nearHole.at<std::uint8_t>(row, col) = wanted_.At(row, col) != 0 ? 255 : 0;
-      }
-    }
     cv::dilate(nearHole, nearHole,
                cv::getStructuringElement(cv::MORPH_RECT, {2 * side + 1, 2 * side + 1}));
-    state_.assign(static_cast<std::size_t>(rows_) * cols_, kIgnored);
+    state_.assign(static_cast<std::size_t>(stride_) * (rows_ + 2 * kWindow), kIgnored);
     for (int row = 0; row < rows_; ++row) {
+      const std::uint8_t* wanted = wanted_.Row(row);
+      const std::uint8_t* seen = seen_.Row(row);
+      const auto* isClear = clear.ptr<std::uint8_t>(row);
+      const auto* isNear = nearHole.ptr<std::uint8_t>(row);
+      std::uint8_t* state = state_.data() + Index(row, 0);
       for (int col = 0; col < cols_; ++col) {
-        std::uint8_t& state = state_[Index(row, col)];
-        if (wanted_.At(row, col) != 0) {
-          state = kOpen;
-        } else if (seen_.At(row, col) != 0) {
-          const bool trusted = clear.at<std::uint8_t>(row, col) != 0;
-          state = trusted ? kSource : nearHole.at<std::uint8_t>(row, col) != 0 ? kOpen : kIgnored;
+        if (wanted[col] == 0) {
+          if (seen[col] == 0) continue;
+          if (isClear[col] != 0) {
+            state[col] = kSource;
+            continue;
+          }
+          if (isNear[col] == 0) continue;
         }
+        state[col] = kOpen;
+        open_.push_back(Index(row, col));
+      }
+    }
+  }
+
+  /// Heights and colours of the cells that an open one can come to ask; the others' stay unset.
+  void TakeColours() {
+    levels_ = std::make_unique_for_overwrite<float[]>(state_.size());
+    colours_ = std::make_unique_for_overwrite<Colour[]>(state_.size());
+    cv::Mat asked(rows_, cols_, CV_8U);
+    for (int row = 0; row < rows_; ++row) {
+      const std::uint8_t* state = state_.data() + Index(row, 0);
+      auto* out = asked.ptr<std::uint8_t>(row);
+      for (int col = 0; col < cols_; ++col) out[col] = state[col] == kOpen ? 255 : 0;
+    }
+    constexpr int kSide = 2 * kWindow + 1;
+    cv::dilate(asked, asked, cv::getStructuringElement(cv::MORPH_RECT, {kSide, kSide}));
+    for (int row = 0; row < rows_; ++row) {
+      const auto* isAsked = asked.ptr<std::uint8_t>(row);
+      const std::uint8_t* p = pixels_.Row(row);
+      const std::ptrdiff_t first = Index(row, 0);
+      for (int col = 0; col < cols_; ++col, p += 3) {
+        if (isAsked[col] == 0) continue;
+        levels_[first + col] = heights_.At(row, col);
+        colours_[first + col] = {static_cast<float>(p[0]), static_cast<float>(p[1]),
+                                 static_cast<float>(p[2]), 1};
       }
     }
   }
 
   /// Fills ring after ring. A cell joins the line when a known cell of its level is beside it.
   void Spread(bool level) {
-    std::vector<Cell> ring;
-    for (int row = 0; row < rows_; ++row) {
-      for (int col = 0; col < cols_; ++col) {
-        const std::uint8_t state = state_[Index(row, col)];
-        if (state == kSource || state == kDone) Enqueue(row, col, level, ring);
-      }
+    std::vector<std::ptrdiff_t> ring;
+    for (const std::ptrdiff_t i : open_) {
+      if (state_[i] != kOpen || !HasKnownNeighbour(i, level)) continue;
+      ring.push_back(i);
     }
-    std::vector<Cell> next;
+    for (const std::ptrdiff_t i : ring) state_[i] = kQueued;
+    std::vector<std::ptrdiff_t> next;
     for (int distance = 0; distance < options_.reach && !ring.empty(); ++distance) {
-      for (const Cell& cell : ring) Mean(cell, level);
-      for (const Cell& cell : ring) state_[Index(cell.row, cell.col)] = kDone;
+      for (const std::ptrdiff_t i : ring) level ? Mean<true>(i) : Mean<false>(i);
+      for (const std::ptrdiff_t i : ring) state_[i] = kDone;
+      done_.insert(done_.end(), ring.begin(), ring.end());
       next.clear();
-      for (const Cell& cell : ring) Enqueue(cell.row, cell.col, level, next);
+      for (const std::ptrdiff_t i : ring) Enqueue(i, level, next);
       ring.swap(next);
     }
-    for (const Cell& cell : ring) state_[Index(cell.row, cell.col)] = kOpen;
+    for (const std::ptrdiff_t i : ring) state_[i] = kOpen;
   }
 
-  void Enqueue(int row, int col, bool level, std::vector<Cell>& ring) {
-    for (int r = std::max(row - 1, 0); r <= std::min(row + 1, rows_ - 1); ++r) {
-      for (int c = std::max(col - 1, 0); c <= std::min(col + 1, cols_ - 1); ++c) {
-        std::uint8_t& state = state_[Index(r, c)];
-        if (state != kOpen || (level && !SameLevel(row, col, r, c))) continue;
-        state = kQueued;
-        ring.push_back({r, c});
+  [[nodiscard]] bool HasKnownNeighbour(std::ptrdiff_t i, bool level) const {
+    for (std::ptrdiff_t row = i - stride_; row <= i + stride_; row += stride_) {
+      for (std::ptrdiff_t k = row - 1; k <= row + 1; ++k) {
+        if (IsKnown(k) && (!level || SameLevel(levels_[i], levels_[k]))) return true;
+      }
+    }
+    return false;
+  }
+
+  void Enqueue(std::ptrdiff_t i, bool level, std::vector<std::ptrdiff_t>& ring) {
+    for (std::ptrdiff_t row = i - stride_; row <= i + stride_; row += stride_) {
+      for (std::ptrdiff_t k = row - 1; k <= row + 1; ++k) {
+        if (state_[k] != kOpen || (level && !SameLevel(levels_[i], levels_[k]))) continue;
+        state_[k] = kQueued;
+        ring.push_back(k);
       }
     }
   }
 
-  void Mean(const Cell& cell, bool level) {
-    std::array<float, 3> sum{};
-    float total = 0;
-    for (int r = std::max(cell.row - kWindow, 0); r <= std::min(cell.row + kWindow, rows_ - 1);
-         ++r) {
-      for (int c = std::max(cell.col - kWindow, 0); c <= std::min(cell.col + kWindow, cols_ - 1);
-           ++c) {
-        const std::size_t i = Index(r, c);
-        if (state_[i] != kSource && state_[i] != kDone) continue;
-        if (level && !SameLevel(cell.row, cell.col, r, c)) continue;
-        const auto d2 =
-            static_cast<float>((r - cell.row) * (r - cell.row) + (c - cell.col) * (c - cell.col));
-        for (std::size_t b = 0; b < 3; ++b) sum[b] += colours_[3 * i + b] / d2;
-        total += 1 / d2;
+  template <bool kLevel>
+  void Mean(std::ptrdiff_t i) {
+    Colour sum{};
+    const float* weight = kWeights.data();
+    for (int row = -kWindow; row <= kWindow; ++row) {
+      const std::ptrdiff_t first = i + row * stride_ - kWindow;
+      for (std::ptrdiff_t k = first; k <= first + 2 * kWindow; ++k, ++weight) {
+        if (!IsKnown(k) || (kLevel && !SameLevel(levels_[i], levels_[k]))) continue;
+        sum.AddWeighted(colours_[k], *weight);
       }
     }
-    const std::size_t i = Index(cell.row, cell.col);
-    for (std::size_t b = 0; b < 3; ++b) colours_[3 * i + b] = sum[b] / total;
+    Divide(sum, colours_[i]);
   }
 
-  /// One step of diffusion among filled cells of one level; sources stay.
+  /// A sum of colours over the number of cells in it.
+  static void Divide(const Colour& sum, Colour& mean) {
+    for (int b = 0; b < 3; ++b) mean.v[b] = sum.v[b] / sum.v[3];
+    mean.v[3] = 1;
+  }
+
+  /// Steps of diffusion among filled cells of one level; sources stay.
   void Smooth() {
-    if (doneCells_.empty()) {
-      for (int row = 0; row < rows_; ++row) {
-        for (int col = 0; col < cols_; ++col) {
-          if (state_[Index(row, col)] == kDone) doneCells_.push_back({row, col});
-        }
+    // Which of the nine cells take part is the same in all steps.
+    constexpr std::uint16_t kAll = 511;
+    std::vector<std::uint16_t> members;
+    members.reserve(done_.size());
+    std::sort(done_.begin(), done_.end());
+    for (const std::ptrdiff_t i : done_) {
+      std::uint16_t set = 0;
+      for (int k = 0; k < 9; ++k) {
+        const std::ptrdiff_t other = i + (k / 3 - 1) * stride_ + k % 3 - 1;
+        const bool joins = k == 4 || (IsKnown(other) && SameLevel(levels_[i], levels_[other]));
+        set |= static_cast<std::uint16_t>(joins ? 1U << k : 0U);
       }
+      members.push_back(set);
     }
-    std::vector<float> smoothed(3 * doneCells_.size());
-    for (std::size_t k = 0; k < doneCells_.size(); ++k) {
-      const auto [row, col] = doneCells_[k];
-      float total = 0;
-      for (int r = std::max(row - 1, 0); r <= std::min(row + 1, rows_ - 1); ++r) {
-        for (int c = std::max(col - 1, 0); c <= std::min(col + 1, cols_ - 1); ++c) {
-          const std::size_t i = Index(r, c);
-          if (state_[i] != kSource && state_[i] != kDone) continue;
-          if (!(r == row && c == col) && !SameLevel(row, col, r, c)) continue;
-          for (std::size_t b = 0; b < 3; ++b) smoothed[3 * k + b] += colours_[3 * i + b];
-          ++total;
+    std::vector<Colour> smoothed(done_.size());
+    for (int round = 0; round < kSmoothings; ++round) {
+      for (std::size_t n = 0; n < done_.size(); ++n) {
+        const Colour* corner = colours_.get() + done_[n] - stride_ - 1;
+        Colour sum{};
+        if (members[n] == kAll) {
+          for (int row = 0; row < 3; ++row, corner += stride_) {
+            sum.Add(corner[0]);
+            sum.Add(corner[1]);
+            sum.Add(corner[2]);
+          }
+        } else {
+          for (int k = 0; k < 9; ++k) {
+            if ((members[n] >> k & 1) != 0) sum.Add(corner[k / 3 * stride_ + k % 3]);
+          }
         }
+        Divide(sum, smoothed[n]);
       }
-      for (std::size_t b = 0; b < 3; ++b) smoothed[3 * k + b] /= total;
-    }
-    for (std::size_t k = 0; k < doneCells_.size(); ++k) {
-      const std::size_t i = Index(doneCells_[k].row, doneCells_[k].col);
-      std::copy_n(smoothed.begin() + static_cast<std::ptrdiff_t>(3 * k), 3,
-                  colours_.begin() + static_cast<std::ptrdiff_t>(3 * i));
+      for (std::size_t n = 0; n < done_.size(); ++n) colours_[done_[n]] = smoothed[n];
     }
   }
 
@@ -201,9 +270,12 @@ class Filler {
   GridView<std::uint8_t> pixels_;
   int rows_;
   int cols_;
+  std::ptrdiff_t stride_;  ///< cells from one row to the next, with the rim
   std::vector<std::uint8_t> state_;
-  std::vector<float> colours_;
-  std::vector<Cell> doneCells_;
+  std::unique_ptr<float[]> levels_;
+  std::unique_ptr<Colour[]> colours_;
+  std::vector<std::ptrdiff_t> open_;
+  std::vector<std::ptrdiff_t> done_;
 };
 
 }  // namespace
