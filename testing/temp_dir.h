@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -25,6 +26,10 @@ class TempDir {
 
   [[nodiscard]] std::string Path() const { return path_.string(); }
   [[nodiscard]] std::string File(const std::string& name) const { return (path_ / name).string(); }
+  [[nodiscard]] std::ptrdiff_t FileCount() const {
+    const std::filesystem::directory_iterator files(path_);
+    return std::distance(begin(files), end(files));
+  }
   std::string Write(const std::string& name, const std::string& text) const {
     std::filesystem::create_directories((path_ / name).parent_path());
     std::ofstream(path_ / name, std::ios::binary) << text;

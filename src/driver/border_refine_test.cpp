@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "job/photo_files.h"
-#include "testing/temp_dir.h"
+#include "testing/output_dir.h"
+#include "testing/raster_file.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqTORProc.h"
@@ -45,9 +46,8 @@ struct Raster {
     return cells[static_cast<std::size_t>(row * cols + col)];
   }
   void Save(const std::string& path) const {
-    const double transform[6] = {x, cell, 0, y, 0, -cell};
-    const GeoCoefficients geo(transform, cols, rows);
-    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(cells.data(), cols, rows, 1, path, true, &geo));
+    ASSERT_TRUE(testing::WriteRaster(path, tqimage::kByte, cells.data(), cols, rows,
+                                     {x, y, cell, ""}, nullptr));
   }
 };
 
@@ -102,9 +102,6 @@ Refined Twin(Raster mask, const Raster& borderMask) {
 
 class BorderRefineTest : public ::testing::Test {
  protected:
-  void SetUp() override { tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.File("tmp")); }
-  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
-
   bool Refine(const Raster& mask) {
     mask.Save(Path());
     return Job().RefineOcclusion(Path());
@@ -136,7 +133,7 @@ class BorderRefineTest : public ::testing::Test {
     return false;
   }
 
-  testing::TempDir dir_;
+  testing::OutputDir dir_;
 };
 
 TEST_F(BorderRefineTest, EqualsTheLiteralTwinOnRandomMasks) {
@@ -174,18 +171,6 @@ TEST_F(BorderRefineTest, BordersWithinFifteenCellsOfAShadowAreDroppedAndSixteenA
     expected[static_cast<std::size_t>((diagonal ? 36 : 24) * 60 + 36)] = 200;
     EXPECT_EQ(Load(FarBorderName(Path()), mask), expected);
   }
-}
-
-TEST_F(BorderRefineTest, WithoutAnyShadowEveryBorderCellIsHidden) {
-  Raster mask(50, 40, 100, 200, 1);
-  Raster borderMask(90, 80, 80, 220, 1);
-  for (int i = 0; i < 10; ++i) borderMask.At(22 + 4 * i, 25 + 5 * i) = 200;
-  ExpectTwin(mask, borderMask);
-  const Bytes refined = Load(RefinedMaskName(Path()), mask);
-  for (int i = 0; i < 9; ++i) {
-    EXPECT_EQ(refined[static_cast<std::size_t>((2 + 4 * i) * 50 + 5 + 5 * i)], 255) << i;
-  }
-  EXPECT_EQ(std::count(refined.begin(), refined.end(), 255), 9);  // the tenth lies outside
 }
 
 TEST_F(BorderRefineTest, AMissingMaskOrBorderMaskWritesNothing) {

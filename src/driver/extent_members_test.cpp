@@ -9,6 +9,7 @@
 #include "driver/extent_estimation.h"
 #include "driver/job_inputs.h"
 #include "job/messages.h"
+#include "testing/raster_file.h"
 #include "testing/test_peer.h"
 #include "testing/tiny_job.h"
 #include "tqfd/Logger.h"
@@ -46,7 +47,8 @@ int Collect(double percent, const char* message, void* user) {
   return answerOfCallback;
 }
 
-void EstimateInto(const TinyJob& job, double gsd, Polygon* polygon, Estimate& e) {
+Estimate EstimateOf(const TinyJob& job, double gsd, Polygon* polygon = nullptr) {
+  Estimate e;
   std::map<int, tqorkit::tqIntOri> cameras;
   std::ifstream cameraFile(job.Cameras());
   ReadCameras(cameraFile, cameras);
@@ -59,6 +61,7 @@ void EstimateInto(const TinyJob& job, double gsd, Polygon* polygon, Estimate& e)
                                        polygon, 1, job.Out().c_str(), e.width, e.height, false,
                                        e.neighbours, e.extent, Collect, &e);
   tqfd::Logger::SetSink(nullptr);
+  return e;
 }
 
 double FromWhole(double value) { return std::fabs(value - std::round(value)); }
@@ -67,8 +70,7 @@ TEST(OrthoRectifyEstSizeTest, FootprintsHoldThePhotosGroundOnOneLattice) {
   TinyJob job;
   job.AddPose("a", 15, 12, 0, 0, 0);
   job.AddPose("b", 21.3, 13.7, 0, 0, 0);
-  Estimate e;
-  EstimateInto(job, 0.25, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.25);
   ASSERT_TRUE(e.done);
   EXPECT_EQ(e.heightPair[0], 0.25);
   for (std::size_t i = 0; i < 2; ++i) {
@@ -92,38 +94,28 @@ TEST(OrthoRectifyEstSizeTest, FootprintsHoldThePhotosGroundOnOneLattice) {
   ASSERT_EQ(e.extent.size(), 4U);
   EXPECT_EQ(e.extent[2].x - e.extent[0].x + 1, e.width);
   EXPECT_EQ(e.extent[2].y - e.extent[0].y, e.height);
-  EXPECT_THAT(e.neighbours[0], ElementsAre(1));
+  EXPECT_THAT(e.neighbours.at(0), ElementsAre(1));
   EXPECT_THAT(e.percents, ElementsAre(50, 100));
 }
 
-TEST(OrthoRectifyEstSizeTest, WithoutAResolutionTheDsmsIsTakenAndHandedOut) {
+TEST(OrthoRectifyEstSizeTest, ResolutionIsTheDsmsOrWhatTheParameterFileCanHold) {
   TinyJob job;
   job.AddPose("a", 20, 15, 0, 0, 0);
-  Estimate e;
-  EstimateInto(job, 0, nullptr, e);
-  ASSERT_TRUE(e.done);
-  EXPECT_EQ(e.heightPair[0], 0.5);
-  EXPECT_EQ(e.Photo(0).GetGSD().x, 0.5);
-  EXPECT_EQ(e.Photo(0).GetGSD().y, -0.5);
-}
-
-// Workers read six decimals; a lattice of the full value would drift against theirs.
-TEST(OrthoRectifyEstSizeTest, ResolutionIsWhatTheParameterFileCanHold) {
-  TinyJob job;
-  job.AddPose("a", 20, 15, 0, 0, 0);
-  Estimate e;
-  EstimateInto(job, 1.0 / 3, nullptr, e);
-  ASSERT_TRUE(e.done);
-  EXPECT_EQ(e.heightPair[0], 0.333333);
-  EXPECT_EQ(e.Photo(0).GetGSD().x, 0.333333);
+  // Workers read six decimals; a lattice of the full value would drift against theirs.
+  for (const auto& [asked, taken] : {std::pair{0.0, 0.5}, {1.0 / 3, 0.333333}}) {
+    const Estimate e = EstimateOf(job, asked);
+    ASSERT_TRUE(e.done);
+    EXPECT_EQ(e.heightPair[0], taken);
+    EXPECT_EQ(e.Photo(0).GetGSD().x, taken);
+    EXPECT_EQ(e.Photo(0).GetGSD().y, -taken);
+  }
 }
 
 TEST(OrthoRectifyEstSizeTest, UnusableResolutionsAreRefused) {
   for (const double gsd : {-0.5, 1e-7, std::nan(""), double{HUGE_VAL}}) {
     TinyJob job;
     job.AddPose("a", 20, 15, 0, 0, 0);
-    Estimate e;
-    EstimateInto(job, gsd, nullptr, e);
+    const Estimate e = EstimateOf(job, gsd);
     EXPECT_FALSE(e.done) << gsd;
     EXPECT_THAT(e.percents, IsEmpty());
   }
@@ -135,8 +127,7 @@ TEST(OrthoRectifyEstSizeTest, PhotosPartlyBeyondTheDsmAreClippedAndThoseWhollyBe
   job.AddPose("out", 90, 15, 0, 0, 0);
   job.AddPose("up", 20, 15, 3.14159, 0, 0);
   job.AddPose("stranger", 20, 15, 0, 0, 0, 77);
-  Estimate e;
-  EstimateInto(job, 0.5, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.5);
   ASSERT_TRUE(e.done);
   EXPECT_EQ(e.Box(0).minX, TinyJob::kX0) << "the DSM's first cell centre";
   for (std::size_t i = 1; i < 4; ++i) EXPECT_EQ(e.Box(i), Rect());
@@ -150,8 +141,7 @@ TEST(OrthoRectifyEstSizeTest, ObliquePhotoWhoseCentreLiesOutsideItsGround) {
   TinyJob job;
   // phi = 45 degrees looks east; from 38 units west of the DSM the axis meets it 2 units inside.
   job.AddPose("oblique", -38, 15, 0, 0.785398, 0);
-  Estimate e;
-  EstimateInto(job, 0.5, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.5);
   ASSERT_TRUE(e.done);
   // Half the frame is 16.7 degrees, so the photo looks at 21 to 74 units from its foot.
   EXPECT_NEAR(e.Box(0).minX, TinyJob::kX0, 0.01) << "starts west of the DSM";
@@ -168,8 +158,7 @@ TEST(OrthoRectifyEstSizeTest, OnlyGroundWithHeightsCounts) {
   });
   job.AddPose("hole", 5, 15, 0, 0, 0);
   job.AddPose("half", 20, 15, 0, 0, 0);
-  Estimate e;
-  EstimateInto(job, 0.5, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.5);
   ASSERT_TRUE(e.done);
   EXPECT_EQ(e.Box(0), Rect()) << "sees only no-data";
   EXPECT_NEAR(e.Box(1).minX, TinyJob::kX0 + 20, 1.01) << "starts at the first column of heights";
@@ -182,8 +171,7 @@ TEST(OrthoRectifyEstSizeTest, ThePolygonCutsAndDeselects) {
   const double x = TinyJob::kX0;
   const double y = TinyJob::kY0;
   Polygon triangle{{x + 5, y - 5}, {x + 15, y - 20}, {x + 5, y - 20}};
-  Estimate e;
-  EstimateInto(job, 0.5, &triangle, e);
+  const Estimate e = EstimateOf(job, 0.5, &triangle);
   ASSERT_TRUE(e.done);
   EXPECT_EQ(e.Box(1), Rect());
   EXPECT_EQ(e.Box(0).minX, x + 5);
@@ -194,40 +182,28 @@ TEST(OrthoRectifyEstSizeTest, ThePolygonCutsAndDeselects) {
   Polygon elsewhere{{0, 0}, {1, 0}, {0, 1}};
   Polygon noPolygon{{x, y}, {x + 5, y}};
   for (Polygon* polygon : {&elsewhere, &noPolygon}) {
-    Estimate none;
-    EstimateInto(job, 0.5, polygon, none);
+    const Estimate none = EstimateOf(job, 0.5, polygon);
     EXPECT_FALSE(none.done);
   }
+  TinyJob corner;  // the photo meets the polygon's box, not the polygon
+  corner.AddPose("a", 30, 20, 0, 0, 0);
+  Polygon ell{{x, y}, {x + 38, y}, {x + 0.5, y - 1}, {x, y - 28}};
+  EXPECT_FALSE(EstimateOf(corner, 0.5, &ell).done);
   Polygon empty;
-  Estimate all;
-  EstimateInto(job, 0.5, &empty, all);
+  const Estimate all = EstimateOf(job, 0.5, &empty);
   EXPECT_TRUE(all.done) << "an empty polygon is none";
-}
-
-// The polygon's box meets the photo, the polygon does not.
-TEST(OrthoRectifyEstSizeTest, APhotoInThePolygonsBoxButOutsideItIsDeselected) {
-  TinyJob job;
-  job.AddPose("a", 30, 20, 0, 0, 0);
-  const double x = TinyJob::kX0;
-  const double y = TinyJob::kY0;
-  Polygon corner{{x, y}, {x + 38, y}, {x + 0.5, y - 1}, {x, y - 28}};
-  Estimate e;
-  EstimateInto(job, 0.5, &corner, e);
-  EXPECT_FALSE(e.done);
 }
 
 TEST(OrthoRectifyEstSizeTest, FailsWithItsOwnLogLine) {
   TinyJob job;
   job.AddPose("a", 20, 15, 0, 0, 0);
   std::filesystem::remove(job.Dsm());
-  Estimate e;
-  EstimateInto(job, 0.5, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.5);
   EXPECT_FALSE(e.done);
   EXPECT_EQ(e.log, ToGbk(message::kEstimateAbnormal) + job.Dsm() + "\n");
 
   const TinyJob noPhotos;
-  Estimate none;
-  EstimateInto(noPhotos, 0.5, nullptr, none);
+  const Estimate none = EstimateOf(noPhotos, 0.5);
   EXPECT_FALSE(none.done);
   EXPECT_EQ(none.width, 0);
 }
@@ -236,8 +212,7 @@ TEST(OrthoRectifyEstSizeTest, ACallbackThatAnswersZeroStopsIt) {
   TinyJob job;
   for (int i = 0; i < 20; ++i) job.AddPose("a" + std::to_string(i), 20, 15, 0, 0, 0);
   answerOfCallback = 0;
-  Estimate e;
-  EstimateInto(job, 0.5, nullptr, e);
+  const Estimate e = EstimateOf(job, 0.5);
   answerOfCallback = 1;
   EXPECT_FALSE(e.done);
   EXPECT_LT(e.percents.size(), 20U);
@@ -274,13 +249,8 @@ TEST(ReadAndStrechDsmTest, KeepsLowestAndHighestOfEveryPatch) {
     std::fill_n(&cells[static_cast<std::size_t>(row) * cols], 60, TinyJob::kNoData);
   }
   const testing::TempDir dir;
-  const double transform[] = {1000.5, 2, 0, 5000.5, 0, -2};
-  tqimage::TqImage image;
   ASSERT_TRUE(
-      image.Create(dir.File("d.tif"), cols, rows, 1, tqimage::kFloat32, tqimage::kGeoTiff, true) &&
-      image.SetGeoCoefficients({transform, cols, rows}) &&
-      image.SetNoDataValue(0, TinyJob::kNoData) &&
-      image.WriteImage(0, {0, 0, cols, rows}, tqimage::kFloat32, cells.data()) && image.Close());
+      testing::WriteHeights(dir.File("d.tif"), cells.data(), cols, rows, {1000.5, 5000.5, 2, ""}));
   tqTORectify rectify;
   for (const auto& [maxCells, factor] :
        std::vector<std::pair<int, int>>{{5000000, 1}, {1000000, 2}, {65000, 7}, {1, 4500}}) {

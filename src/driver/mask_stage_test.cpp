@@ -12,6 +12,7 @@
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "testing/progress_calls.h"
+#include "testing/raster_file.h"
 #include "testing/tiny_job.h"
 #include "tqraster/tqSelectWgt.h"
 #include "tqtortho/tqRayTracer.h"
@@ -91,10 +92,8 @@ class Job : public tqTORProc {
                          calls);
   }
   void WriteBytes(const std::string& path, const Bytes& cells) {
-    const double transform[] = {TinyJob::kX0, kGsd, 0, TinyJob::kY0, 0, -kGsd};
-    const tqimage::GeoCoefficients geo(transform, kCols, kRows);
-    ASSERT_TRUE(
-        tqorkit::TqFSManager::SaveImageFile(cells.data(), kCols, kRows, 1, path, true, &geo));
+    ASSERT_TRUE(testing::WriteRaster(path, tqimage::kByte, cells.data(), kCols, kRows,
+                                     {TinyJob::kX0, TinyJob::kY0, kGsd, ""}, nullptr));
   }
 
   TinyJob files;
@@ -148,29 +147,20 @@ TEST(MaskStageTest, AFailedTraceKeepsTheMaskThatWasThere) {
   EXPECT_FALSE(std::filesystem::exists(job.Mask(3)));
 }
 
-TEST(MaskStageTest, AStopEndsTheTracingButIsNoFailure) {
+TEST(MaskStageTest, AStopEndsBothStagesButFailsOnlyTheWeighing) {
   Job job;
   const OneThread one;
-  Calls calls;
-  calls.answer = 0;
-  EXPECT_TRUE(job.Obscure(&calls));
-  EXPECT_EQ(calls.percents.size(), 1U);
-  EXPECT_TRUE(std::filesystem::exists(job.Mask(0)));
-  EXPECT_FALSE(std::filesystem::exists(job.Mask(1)));
-  EXPECT_FALSE(std::filesystem::exists(job.Mask(3)));
-}
-
-TEST(MaskStageTest, AStopFailsTheWeighing) {
-  Job job;
-  for (int i = 0; i < 4; ++i) job.WriteBytes(job.Mask(i), AllShown());
-  const OneThread one;
-  Calls calls;
-  calls.answer = 0;
-  EXPECT_FALSE(job.Weigh(&calls));
-  EXPECT_EQ(calls.percents.size(), 1U);
-  EXPECT_TRUE(std::filesystem::exists(job.Weight(0)));
-  EXPECT_FALSE(std::filesystem::exists(job.Weight(1)));
-  EXPECT_FALSE(std::filesystem::exists(job.Weight(3)));
+  for (const bool weighing : {false, true}) {
+    for (int i = 0; weighing && i < 4; ++i) job.WriteBytes(job.Mask(i), AllShown());
+    Calls calls;
+    calls.answer = 0;
+    EXPECT_EQ(weighing ? job.Weigh(&calls) : job.Obscure(&calls), !weighing);
+    EXPECT_EQ(calls.percents.size(), 1U);
+    for (int i = 0; i < 4; ++i) {
+      const std::string product = weighing ? job.Weight(i) : job.Mask(i);
+      EXPECT_EQ(std::filesystem::exists(product), i == 0) << product;
+    }
+  }
 }
 
 TEST(MaskStageTest, PhotosWithoutAMaskGetNoWeightsAndNoProgress) {
@@ -189,11 +179,11 @@ TEST(MaskStageTest, AJobWithoutPhotosHasNothingToWeigh) {
   Job job;
   Calls calls;
   for (auto& block : job.photoBlocks) block.GetPhotos().clear();
-  EXPECT_FALSE(job.Weigh(&calls));
-  EXPECT_TRUE(job.Obscure(&calls));
-  job.photoBlocks.clear();
-  EXPECT_FALSE(job.Weigh(&calls));
-  EXPECT_TRUE(job.Obscure(&calls));
+  for (int round = 0; round < 2; ++round) {  // blocks without photos, then no blocks
+    EXPECT_FALSE(job.Weigh(&calls));
+    EXPECT_TRUE(job.Obscure(&calls));
+    job.photoBlocks.clear();
+  }
   EXPECT_THAT(calls.percents, IsEmpty());
 }
 

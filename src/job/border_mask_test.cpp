@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <limits>
 
 #include "job/photo_files.h"
-#include "testing/temp_dir.h"
-#include "tqorkit/TqFSManager.h"
+#include "testing/output_dir.h"
+#include "testing/raster_file.h"
 
 namespace tqtortho {
 namespace {
@@ -16,20 +15,13 @@ namespace {
 /// A border mask of 10 x 8 cells of 2 m, first centre at (100, 200), cell value 10 * row + column.
 class BorderMaskTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
-    std::filesystem::create_directories(dir_.File("ot"));
-  }
-  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
   static void WriteMask() {
     std::vector<std::uint8_t> cells;
     for (int i = 0; i < 80; ++i) cells.push_back(static_cast<std::uint8_t>(i));
-    const double transform[6] = {100, 2, 0, 200, 0, -2};
-    const tqimage::GeoCoefficients coefficients(transform, 10, 8);
-    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(cells.data(), 10, 8, 1, BorderMaskPath(), true,
-                                                    &coefficients));
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(BorderMaskPath(), tqimage::kByte, cells.data(), 10,
+                                               8, {100, 200, 2, ""}, nullptr));
   }
-  tqtortho::testing::TempDir dir_;
+  tqtortho::testing::OutputDir dir_;
 };
 
 TEST_F(BorderMaskTest, MissingOrBrokenFileIsNoMask) {

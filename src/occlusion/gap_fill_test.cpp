@@ -75,21 +75,6 @@ TEST(FillNarrowGapsTest, GapsInARow) {
   EXPECT_EQ(Fill({"###....###"}), (MaskArt{"###....###"}));
 }
 
-TEST(FillNarrowGapsTest, LinesOfFourCellsAndTwoEndCellsStay) {
-  EXPECT_EQ(Fill({"#.##"}), (MaskArt{"#.##"}));
-  EXPECT_EQ(Fill({"#.#####.#"}), (MaskArt{"#.#####.#"}));
-  EXPECT_EQ(Fill({"#", ".", "#", "#"}), (MaskArt{"#", ".", "#", "#"}));
-}
-
-// The centre closes only because the rows above and below it were filled first.
-TEST(FillNarrowGapsTest, RowsFinishBeforeColumns) {
-  // clang-format off
-  const MaskArt before{".....", "#...#", ".....", ".#.#.", "....."};
-  const MaskArt after {".....", "#.#.#", "..#..", ".###.", "....."};
-  // clang-format on
-  EXPECT_EQ(Fill(before), after);
-}
-
 TEST(FillNarrowGapsTest, EqualsTheLiteralRuleOnRandomMasks) {
   std::mt19937 random(20240611);  // fixed seed: a failure must repeat
   for (int round = 0; round < 400; ++round) {
@@ -125,13 +110,11 @@ TEST(FillNarrowGapsTest, WorksInsideAWiderRaster) {
   EXPECT_EQ(raster[2 * 8 + 7], 0);
 }
 
-TEST(CleanMaskTest, SingleCellVanishesAndEmptyMasksAreAllowed) {
-  Bytes mask(81, 0);
-  mask[40] = 255;
-  CleanMask({mask.data(), 9, 9});
-  EXPECT_THAT(mask, ::testing::Each(0));
+TEST(CleanMaskTest, EmptyMasksAreAllowed) {
+  Bytes mask(81, 255);
   CleanMask({mask.data(), 0, 9});
   CleanMask({mask.data(), -3, 9});
+  EXPECT_THAT(mask, ::testing::Each(255));
 }
 
 }  // namespace

@@ -80,6 +80,7 @@ TEST(LeafMarchTest, ExitComparisonsAreStrictOrNotAsTheTableSays) {
       {"camera lower left, left: exit >= y ends", {-90, 10, 0}, 10, 15, 10, 12, false},
       {"camera upper left, up: exit >= x ends", {10, 90, 0}, 15, 10, 12, 10, false},
       {"camera upper left, left: y > exit is strict", {-90, end, 0}, 0, 15, 0, 12, true},
+      {"a wall in the first step blocks even when it ends", {-90, 10, 0}, 10, 15, 10, 14, true},
   };
   for (const auto& c : cases) {
     tqDSM dsm = FlatSurface(kSize, kSize, 1);
@@ -87,14 +88,6 @@ TEST(LeafMarchTest, ExitComparisonsAreStrictOrNotAsTheTableSays) {
     SetGrid(dsm, kSize, kSize, 1, -1);
     EXPECT_EQ(HiddenAt(dsm, c.camera, c.row, c.col), c.hidden ? 255 : 0) << c.name;
   }
-}
-
-// The height is tested before the exit: a wall in the first step blocks even when that step ends.
-TEST(LeafMarchTest, TheFirstStepIsTestedBeforeItEndsTheMarch) {
-  tqDSM dsm = FlatSurface(21, 21, 1);
-  dsm.heights[10 * 21 + 14] = 9;
-  SetGrid(dsm, 21, 21, 1, -1);
-  EXPECT_EQ(HiddenAt(dsm, {-90, 10, 0}, 10, 15), 255);
 }
 
 // A camera outside to the right, level with the upper half: leaves that reach above it count as
@@ -112,14 +105,12 @@ TEST(LeafMarchTest, CasesFollowTheCameraNotTheRay) {
 TEST(LeafMarchTest, PointsTruncateTowardsTheGrid) {
   const tqDSM dsm = FlatSurface(11, 21, 0.5f);
   const RaySurface surface = dsm.Surface();
-  EXPECT_EQ(surface.ColumnAt(-0.49), 0);
-  EXPECT_EQ(surface.ColumnAt(-0.5), -1);
-  EXPECT_EQ(surface.ColumnAt(10.49), 20);
-  EXPECT_EQ(surface.RowAt(5.49), 0);
-  EXPECT_EQ(surface.RowAt(5.5), -1);
-  EXPECT_EQ(surface.RowAt(0.0), 10);
-  EXPECT_EQ(surface.RowAt(0.01), 9);
-  EXPECT_EQ(surface.RowAt(-0.49), 10);
+  for (const auto& [x, col] : {std::pair{-0.49, 0}, {-0.5, -1}, {10.49, 20}}) {
+    EXPECT_EQ(surface.ColumnAt(x), col) << x;
+  }
+  for (const auto& [y, row] : {std::pair{5.49, 0}, {5.5, -1}, {0.0, 10}, {0.01, 9}, {-0.49, 10}}) {
+    EXPECT_EQ(surface.RowAt(y), row) << y;
+  }
 }
 
 }  // namespace

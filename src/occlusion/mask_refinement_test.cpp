@@ -9,7 +9,8 @@
 
 #include "job/border_mask.h"
 #include "job/photo_files.h"
-#include "testing/temp_dir.h"
+#include "testing/output_dir.h"
+#include "testing/raster_file.h"
 #include "testing/test_peer.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
@@ -20,23 +21,11 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using tqimage::GeoCoefficients;
 
-GeoCoefficients NorthUp(double originX, double originY, double cell, int cols, int rows) {
-  const double transform[6] = {originX, cell, 0, originY, 0, -cell};
-  return GeoCoefficients(transform, cols, rows);
-}
-
 class MaskRefinementTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
-    std::filesystem::create_directories(dir_.File("ot"));
-  }
-  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
-
   static void Save(const std::string& path, const Bytes& cells, int cols, int rows) {
-    const GeoCoefficients coefficients = NorthUp(1000, 2000, 0.5, cols, rows);
-    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(cells.data(), cols, rows, 1, path, true,
-                                                    &coefficients));
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(path, tqimage::kByte, cells.data(), cols, rows,
+                                               {1000, 2000, 0.5, ""}, nullptr));
   }
   static Bytes Load(const std::string& path, GeoCoefficients* coefficients = nullptr) {
     tqorkit::PhotoInfo image;
@@ -44,7 +33,7 @@ class MaskRefinementTest : public ::testing::Test {
     return image.data;
   }
 
-  tqtortho::testing::TempDir dir_;
+  tqtortho::testing::OutputDir dir_;
   tqTORectify rectify_;
 };
 
@@ -114,11 +103,8 @@ TEST_F(MaskRefinementTest, JutAdjustTakesTeethAndSlitsAndKeepsARim) {
     for (int c = 0; c < cols; ++c) {
       const bool inside = r >= 10 && r < 30 && c >= 10 && c < 30;
       const bool far = r < 9 || r > 30 || c < 9 || c > 30;
-      if (inside) {
-        EXPECT_EQ(result[r * cols + c], 255) << r << " " << c;
-      } else if (far) {
-        EXPECT_EQ(result[r * cols + c], 0) << r << " " << c;
-      }
+      if (!inside && !far) continue;
+      EXPECT_EQ(result[r * cols + c], inside ? 255 : 0) << r << " " << c;
     }
   }
   EXPECT_EQ(result[9 * cols + 20], 255) << "the rim";

@@ -21,9 +21,7 @@ tqDSM Bumpy(int rows, int cols, float cellSize) {
 }
 
 TEST(QuadTreeTest, LeafSizeIsAHundredCellsButTwentyForSmallCells) {
-  EXPECT_EQ(QuadTree::LeafSize(0.1f), 20.0f);
-  EXPECT_EQ(QuadTree::LeafSize(0.05f), 20.0f);
-  EXPECT_EQ(QuadTree::LeafSize(0.2f), 20.0f);
+  for (const float cell : {0.1f, 0.05f, 0.2f}) EXPECT_EQ(QuadTree::LeafSize(cell), 20.0f) << cell;
   EXPECT_EQ(QuadTree::LeafSize(0.5f), 50.0f);
   EXPECT_EQ(QuadTree::LeafSize(0.11f), 100.0f * 0.11f);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <functional>
@@ -9,17 +10,15 @@
 #include <vector>
 
 #include "job/photo_files.h"
-#include "testing/temp_dir.h"
-#include "tqfd/PathHelper.h"
+#include "testing/output_dir.h"
+#include "testing/raster_file.h"
 #include "tqimage/TqImage.h"
-#include "tqorkit/TqFSManager.h"
 #include "tqorkit/tqExtOri.h"
 #include "tqtortho/tqRayTracer.h"
 
 namespace tqtortho {
 namespace {
 
-using testing::TempDir;
 using tqimage::TqImage;
 using tqorkit::tqExtOri;
 using Bytes = std::vector<std::uint8_t>;
@@ -47,7 +46,6 @@ struct MaskFile {
 class EntryPointTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
     std::vector<float> heights(std::size_t{kSize} * kSize, 0);
     for (int r = 180; r < 220; ++r) {
       for (int c = 180; c < 220; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = kTower;
@@ -62,35 +60,22 @@ class EntryPointTest : public ::testing::Test {
     record.heightPair[1] = -0.25;
     photo_.Set(record);
   }
-  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
 
   void Write(const std::string& name, int type, const void* data, int cols, int rows, double cell,
              double x0 = kX0, double y0 = kY0) {
-    const double transform[6] = {x0, cell, 0, y0, 0, -cell};
-    tqimage::GeoCoefficients geo(transform, cols, rows);
-    geo.SetProjection(kCrs);
-    const std::string path = dir_.File(name);
-    ASSERT_TRUE(tqfd::PathHelper::MakeParentDirectory(path));
-    TqImage file;
-    ASSERT_TRUE(file.Create(path, cols, rows, 1, type, tqimage::kGeoTiff, true));
-    ASSERT_TRUE(file.SetGeoCoefficients(geo));
-    if (type == tqimage::kFloat32) {
-      ASSERT_TRUE(file.SetNoDataValue(0, -9999));
-    }
-    ASSERT_TRUE(file.WriteImage(0, {0, 0, cols, rows}, type, data));
-    ASSERT_TRUE(file.Close());
+    const double noData = -9999;
+    ASSERT_TRUE(testing::WriteRaster(dir_.File(name), type, data, cols, rows, {x0, y0, cell, kCrs},
+                                     type == tqimage::kFloat32 ? &noData : nullptr));
   }
   static MaskFile Read(const std::string& path) {
-    TqImage file;
+    tqorkit::PhotoInfo file;
     MaskFile mask;
-    if (!file.Open(path, true)) return mask;
-    mask.cols = file.GetWidth();
-    mask.rows = file.GetHeight();
-    mask.geo = file.GetGeoCoefficients();
-    EXPECT_EQ(file.GetDataType(), tqimage::kByte);
-    EXPECT_EQ(file.GetBandCount(), 1);
-    mask.cells.resize(static_cast<std::size_t>(mask.cols) * mask.rows);
-    EXPECT_TRUE(file.ReadImage(0, {0, 0, mask.cols, mask.rows}, tqimage::kByte, mask.cells.data()));
+    if (!TqImage::QuickReadImage(path, file, &mask.geo)) return mask;
+    mask.cols = file.width;
+    mask.rows = file.height;
+    EXPECT_EQ(file.dataType, tqimage::kByte);
+    EXPECT_EQ(file.bands, 1);
+    mask.cells = file.data;
     return mask;
   }
   [[nodiscard]] std::string Dsm() const { return dir_.File("dsm.tif"); }
@@ -104,7 +89,10 @@ class EntryPointTest : public ::testing::Test {
 
   static constexpr const char* kCrs =
       "LOCAL_CS[\"site\",UNIT[\"metre\",1],AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH]]";
-  TempDir dir_;
+  void WriteFootprint(const Bytes& cells, int cols, int rows, double cell = kCell) {
+    Write("footprint.tif", tqimage::kByte, cells.data(), cols, rows, cell, kX0 + 10, kY0 - 10);
+  }
+  testing::OutputDir dir_;
   tqExtOri photo_;
   tqRayTracer tracer_;
 };
@@ -188,7 +176,7 @@ TEST_F(EntryPointTest, ThumbnailsHaveSoftEdges) {
 
 TEST_F(EntryPointTest, MaskedTracingHasTheMasksSizeAndIgnoresBlankedCells) {
   Bytes footprint(std::size_t{361} * 361, 1);
-  Write("footprint.tif", tqimage::kByte, footprint.data(), 361, 361, kCell, kX0 + 10, kY0 - 10);
+  WriteFootprint(footprint, 361, 361);
   ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
   const MaskFile mask = Read(Out());
   EXPECT_EQ(mask.cols, 361);
@@ -203,10 +191,10 @@ TEST_F(EntryPointTest, MaskedTracingHasTheMasksSizeAndIgnoresBlankedCells) {
   for (int r = 155; r < 205; ++r) {
     for (int c = 155; c < 205; ++c) footprint[static_cast<std::size_t>(r) * 361 + c] = 0;
   }
-  Write("footprint.tif", tqimage::kByte, footprint.data(), 361, 361, kCell, kX0 + 10, kY0 - 10);
+  WriteFootprint(footprint, 361, 361);
   ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
   EXPECT_EQ(Read(Out()).Count(255), 0u);
-  Write("footprint.tif", tqimage::kByte, footprint.data(), 360, 361, kCell);
+  WriteFootprint(footprint, 360, 361);
   EXPECT_FALSE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
   EXPECT_FALSE(std::filesystem::exists(Out()));
 }
@@ -214,25 +202,21 @@ TEST_F(EntryPointTest, MaskedTracingHasTheMasksSizeAndIgnoresBlankedCells) {
 // Every refusal answers false and leaves no mask, not even an old one.
 TEST_F(EntryPointTest, FailuresLeaveNoMask) {
   const double nan = std::nan("");
+  const std::string bytes = testing::ReadText(Dsm());
+  dir_.Write("text.tif", "no raster");
+  dir_.Write("half.tif", bytes.substr(0, bytes.size() / 2));
   struct Case {
     const char* name;
-    std::function<void(tqExtOri&, std::string& dsm)> damage;
+    std::function<void(tqExtOri&)> damage;
+    const char* dsm = "dsm.tif";
   };
-  const auto rect = [](tqfd::Rect2_T<double> r) {
-    return [r](tqExtOri& eo, std::string&) { eo.SetGeoRect(r); };
-  };
-  const auto gsd = [](double x, double y) {
-    return [x, y](tqExtOri& eo, std::string&) { eo.SetGSD(x, y); };
-  };
+  const auto rect = [](tqfd::Rect2_T<double> r) { return [r](tqExtOri& eo) { eo.SetGeoRect(r); }; };
+  const auto gsd = [](double x, double y) { return [x, y](tqExtOri& eo) { eo.SetGSD(x, y); }; };
+  const auto nothing = [](tqExtOri&) {};
   const Case cases[] = {
-      {"missing DSM", [&](tqExtOri&, std::string& dsm) { dsm = dir_.File("missing.tif"); }},
-      {"text as DSM",
-       [&](tqExtOri&, std::string& dsm) { dsm = dir_.Write("dsm.txt", "no raster"); }},
-      {"truncated DSM",
-       [&](tqExtOri&, std::string& dsm) {
-         const std::string bytes = testing::ReadText(dsm);
-         dsm = dir_.Write("half.tif", bytes.substr(0, bytes.size() / 2));
-       }},
+      {"missing DSM", nothing, "missing.tif"},
+      {"text as DSM", nothing, "text.tif"},
+      {"truncated DSM", nothing, "half.tif"},
       {"zero distance", gsd(0, 0)},
       {"south-up distance", gsd(0.25, 0.25)},
       {"negative distance", gsd(-0.25, -0.25)},
@@ -249,8 +233,8 @@ TEST_F(EntryPointTest, FailuresLeaveNoMask) {
     SCOPED_TRACE(c.name);
     for (int entry = 0; entry < 3; ++entry) {
       tqExtOri eo = photo_;
-      std::string dsm = Dsm();
-      c.damage(eo, dsm);
+      const std::string dsm = dir_.File(c.dsm);
+      c.damage(eo);
       dir_.Write("out.tif", "stale");
       const bool done = entry == 0   ? tracer_.DoRayTracingOnPyr(eo, dsm, Out(), "")
                         : entry == 1 ? tracer_.DoRayTracingOnThumbnail(eo, dsm, Out(), "")
@@ -324,13 +308,13 @@ TEST_F(EntryPointTest, SelfTestShadowsLieWhereGeometrySays) {
   TqImage surface;
   ASSERT_TRUE(surface.Open(dsm, true));
   EXPECT_EQ(surface.GetNoDataValue(0), -9999);
-  float corners[4] = {};
-  ASSERT_TRUE(surface.ReadImage(0, {99, 99, 101, 101}, tqimage::kFloat32, corners));
-  EXPECT_EQ(corners[0] + corners[1] + corners[2], 0);
-  EXPECT_EQ(corners[3], 100);
-  ASSERT_TRUE(surface.ReadImage(0, {3749, 3749, 3751, 3751}, tqimage::kFloat32, corners));
-  EXPECT_EQ(corners[0], 100);
-  EXPECT_EQ(corners[3], 0);
+  for (const auto& [first, before, inside] : {std::array{99, 0, 100}, {3749, 100, 0}}) {
+    float corners[4] = {};
+    ASSERT_TRUE(
+        surface.ReadImage(0, {first, first, first + 2, first + 2}, tqimage::kFloat32, corners));
+    EXPECT_EQ(corners[0], before);
+    EXPECT_EQ(corners[3], inside);
+  }
 }
 
 }  // namespace

@@ -256,17 +256,6 @@ TEST(RayKernelTest, NoDataIsNeverHiddenAndBlocksOnlyWhenHigh) {
   }
 }
 
-TEST(RayKernelTest, UnexaminedCellsStayZero) {
-  const tqDSM dsm = TownSurface(120, 130, 0.5f, 11);
-  const Point3 camera{30, 30, 60};
-  const Bytes all = Trace(dsm, camera);
-  Bytes examine(all.size());
-  for (std::size_t i = 0; i < examine.size(); ++i) examine[i] = i % 3 == 0 ? 9 : 0;
-  const Bytes some = Trace(dsm, camera, examine);
-  for (std::size_t i = 0; i < all.size(); ++i) ASSERT_EQ(some[i], examine[i] != 0 ? all[i] : 0);
-  EXPECT_EQ(Trace(dsm, camera, Bytes(all.size(), 0)), Bytes(all.size(), 0));
-}
-
 // In single steps these marches would take a million steps for each of the cells.
 TEST(RayKernelTest, MarchesThatCannotEndAreAnsweredAtOnce) {
   tqDSM dsm = FlatSurface(60, 60, 0.25f);

@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -15,7 +16,6 @@ namespace {
 
 using testing::TempDir;
 using tqfd::Rect2_T;
-using tqimage::TqImage;
 
 constexpr int kCols = 12;
 constexpr int kRows = 10;
@@ -33,15 +33,9 @@ class DsmTest : public ::testing::Test {
     Write("dsm.tif", tqimage::kFloat32, heights_.data(), kCols, kRows);
   }
   void Write(const std::string& name, int type, const void* data, int cols, int rows) {
-    const double transform[6] = {100, 0.1, 0, 50, 0, -0.1};
-    TqImage file;
-    ASSERT_TRUE(file.Create(dir_.File(name), cols, rows, 1, type, tqimage::kGeoTiff, true));
-    ASSERT_TRUE(file.SetGeoCoefficients(tqimage::GeoCoefficients(transform, cols, rows)));
-    if (type == tqimage::kFloat32) {
-      ASSERT_TRUE(file.SetNoDataValue(0, kNone));
-    }
-    ASSERT_TRUE(file.WriteImage(0, {0, 0, cols, rows}, type, data));
-    ASSERT_TRUE(file.Close());
+    const bool heights = type == tqimage::kFloat32;
+    ASSERT_TRUE(testing::WriteRaster(dir_.File(name), type, data, cols, rows, {100, 50, 0.1, ""},
+                                     heights ? &kNone : nullptr));
   }
   /// The rectangle of the centres of cells (r0, c0) to (r1, c1).
   static Rect2_T<double> Centres(int r0, int c0, int r1, int c1) {

@@ -5,13 +5,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <vector>
 
 #include "job/border_mask.h"
 #include "job/photo_files.h"
-#include "testing/temp_dir.h"
-#include "tqorkit/TqFSManager.h"
+#include "testing/output_dir.h"
+#include "testing/raster_file.h"
 
 namespace tqtortho {
 namespace {
@@ -19,8 +18,6 @@ namespace {
 class BorderWeightsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    tqorkit::TqFSManager::SetOutputTmpFilePath(dir_.Path());
-    std::filesystem::create_directories(dir_.File("ot"));
     ortho_.width = 30;
     ortho_.height = 20;
     ortho_.resX = 1;
@@ -28,16 +25,13 @@ class BorderWeightsTest : public ::testing::Test {
     ortho_.geoRect[0] = 100;
     ortho_.geoRect[3] = 200;
   }
-  void TearDown() override { tqorkit::TqFSManager::SetOutputTmpFilePath(""); }
 
   /// A border mask of 40 x 40 cells of 2 m, first centre at (90.5, 210.5).
   static void WriteBorder(int row, int col, std::uint8_t value, std::uint8_t ground = 0) {
     std::vector<std::uint8_t> cells(1600, ground);
     cells[row * 40 + col] = value;
-    const double transform[6] = {90.5, 2, 0, 210.5, 0, -2};
-    const tqimage::GeoCoefficients coefficients(transform, 40, 40);
-    ASSERT_TRUE(tqorkit::TqFSManager::SaveImageFile(cells.data(), 40, 40, 1, BorderMaskPath(), true,
-                                                    &coefficients));
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(BorderMaskPath(), tqimage::kByte, cells.data(), 40,
+                                               40, {90.5, 210.5, 2, ""}, nullptr));
   }
   static int Weight(const tqorkit::PhotoInfo& mask, double x, double y) {
     const int col = static_cast<int>(x - mask.geoRect[0]);
@@ -45,7 +39,7 @@ class BorderWeightsTest : public ::testing::Test {
     return mask.data[row * mask.width + col];
   }
 
-  tqtortho::testing::TempDir dir_;
+  tqtortho::testing::OutputDir dir_;
   tqorkit::PhotoInfo ortho_;
 };
 

@@ -43,19 +43,6 @@ TEST(CameraModelTest, RotationIsPhiThenOmegaThenKappaOfElementaryTurns) {
   }
 }
 
-TEST(CameraModelTest, ZeroAnglesGiveTheIdentityAndPlainScaling) {
-  testing::PhotoScene scene = testing::NadirScene(100, 50, 10, 20);
-  tqTORectify rectify;
-  TestPeer::SetPhoto(rectify, scene.Interior(), scene.Exterior());
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(TestPeer::Rotation(rectify)[i], i % 4 == 0 ? 1 : 0);
-  double x = 0;
-  double y = 0;
-  TestPeer::CalcCollinearityEquation(rectify, 17.0, 25.0, 10.0, x, y);
-  const double f = 0.001 * 50;
-  EXPECT_DOUBLE_EQ(x, -f * 7 / -40);  // east of the centre is right in the image
-  EXPECT_DOUBLE_EQ(y, -f * 5 / -40);  // north is up
-}
-
 // The record holds omega before phi; the matrix must not confuse them.
 TEST(CameraModelTest, RecordedAnglesAreOmegaPhiKappa) {
   testing::PhotoScene scene = testing::NadirScene(100, 50);

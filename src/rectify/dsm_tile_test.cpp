@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -24,15 +25,8 @@ class DsmTileTest : public ::testing::Test {
     std::vector<float> heights(80);
     for (int i = 0; i < 80; ++i) heights[i] = static_cast<float>(i + 1);
     for (const auto& [cell, height] : holes) heights[cell] = height;
-    const double transform[6] = {100, 2, 0, 200, 0, -2};
-    tqimage::TqImage image;
-    ASSERT_TRUE(image.Create(path_, 10, 8, 1, tqimage::kFloat32, tqimage::kGeoTiff, true));
-    ASSERT_TRUE(image.SetGeoCoefficients(tqimage::GeoCoefficients(transform, 10, 8)));
-    if (noData != nullptr) {
-      ASSERT_TRUE(image.SetNoDataValue(0, *noData));
-    }
-    ASSERT_TRUE(image.WriteImage(0, {0, 0, 10, 8}, tqimage::kFloat32, heights.data()));
-    ASSERT_TRUE(image.Close());
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(path_, tqimage::kFloat32, heights.data(), 10, 8,
+                                     {100, 200, 2, ""}, noData));
   }
   static float Height(const DsmTile& tile, int row, int col) {
     return reinterpret_cast<const float*>(tile.record.data.data())[row * tile.record.width + col];

@@ -35,21 +35,12 @@ class FootprintTest : public ::testing::Test {
     TestPeer::SetPhoto(rectify, scene.Interior(), scene.Exterior());
     double parameters[2] = {0, startHeight};
     TestPeer::CalcGeoParas(rectify, scene.photo, scene.dsm, parameters);
-    EXPECT_NEAR(scene.photo.geoRect[0], minX, 1e-9);
-    EXPECT_NEAR(scene.photo.geoRect[1], minY, 1e-9);
-    EXPECT_NEAR(scene.photo.geoRect[2], maxX, 1e-9);
-    EXPECT_NEAR(scene.photo.geoRect[3], maxY, 1e-9);
+    const double expected[] = {minX, minY, maxX, maxY};
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(scene.photo.geoRect[i], expected[i], 1e-9) << i;
   }
   void ExpectEmpty(double startHeight = 0) {
-    tqTORectify rectify;
-    TestPeer::SetPhoto(rectify, scene.Interior(), scene.Exterior());
-    double parameters[2] = {0, startHeight};
-    TestPeer::CalcGeoParas(rectify, scene.photo, scene.dsm, parameters);
     constexpr double kMax = std::numeric_limits<double>::max();
-    EXPECT_EQ(scene.photo.geoRect[0], kMax);
-    EXPECT_EQ(scene.photo.geoRect[1], kMax);
-    EXPECT_EQ(scene.photo.geoRect[2], -kMax);
-    EXPECT_EQ(scene.photo.geoRect[3], -kMax);
+    ExpectBox(kMax, kMax, -kMax, -kMax, startHeight);
   }
   PhotoScene scene;
 };

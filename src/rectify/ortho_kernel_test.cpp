@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <string>
 
@@ -203,41 +206,34 @@ TEST(OrthoKernelTest, RasterSmallerThanTheFrameGivesInvalidSamples) {
 TEST(OrthoKernelTest, SenselessNumbersOnlyGiveEmptyCells) {
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   constexpr double kInf = std::numeric_limits<double>::infinity();
-  const auto broken = [](auto&& change) {
-    PhotoScene scene = NadirScene(16, 20);
-    scene.pose.geoRect = {-10, -10, 10, 10};
-    change(scene);
-    return scene;
-  };
-  const PhotoScene scenes[] = {
-      broken([&](PhotoScene& s) { s.pose.position[0] = kNan; }),
-      broken([&](PhotoScene& s) { s.pose.position[2] = kInf; }),
-      broken([&](PhotoScene& s) { s.pose.position[3] = kNan; }),
-      broken([&](PhotoScene& s) { s.pose.position[0] = 1e300; }),
-      broken([&](PhotoScene& s) {
-        s.pose.geoRect = {kNan, 0, 10, 10};
-      }),
-      broken([&](PhotoScene& s) {
+  void (*const breakages[])(PhotoScene&) = {
+      [](PhotoScene& s) { s.pose.position[0] = kNan; },
+      [](PhotoScene& s) { s.pose.position[2] = kInf; },
+      [](PhotoScene& s) { s.pose.position[3] = kNan; },
+      [](PhotoScene& s) { s.pose.position[0] = 1e300; },
+      [](PhotoScene& s) { s.pose.geoRect.minX = kNan; },
+      [](PhotoScene& s) {
         s.pose.geoRect = {-kInf, -kInf, kInf, kInf};
         s.dsm.resX = kNan;
-      }),
-      broken([&](PhotoScene& s) { s.parameters[0] = kNan; }),
-      broken([&](PhotoScene& s) { s.parameters[0] = -1; }),
-      broken([&](PhotoScene& s) { s.parameters[0] = 1e-9; }),
-      broken([&](PhotoScene& s) { s.dsm.noData = kNan; }),
-      broken([&](PhotoScene& s) {
-        for (int i = 0; i < 32 * 32; ++i) s.Heights()[i] = NAN;
-      }),
-      broken([&](PhotoScene& s) { s.camera.focalLength = 0; }),
-      broken([&](PhotoScene& s) { s.camera.pixelSize = 0; }),
-      broken([&](PhotoScene& s) { s.camera.imageWidth = kInf; }),
-      broken([&](PhotoScene& s) { s.photo.data.resize(5); }),
-      broken([&](PhotoScene& s) { s.dsm.data.resize(5); }),
-      broken([&](PhotoScene& s) { s.photo.bands = 0; }),
-      broken([&](PhotoScene& s) { s.photo.width = -3; }),
+      },
+      [](PhotoScene& s) { s.parameters[0] = kNan; },
+      [](PhotoScene& s) { s.parameters[0] = -1; },
+      [](PhotoScene& s) { s.parameters[0] = 1e-9; },
+      [](PhotoScene& s) { s.dsm.noData = kNan; },
+      [](PhotoScene& s) { std::fill_n(s.Heights(), 32 * 32, NAN); },
+      [](PhotoScene& s) { s.camera.focalLength = 0; },
+      [](PhotoScene& s) { s.camera.pixelSize = 0; },
+      [](PhotoScene& s) { s.camera.imageWidth = kInf; },
+      [](PhotoScene& s) { s.photo.data.resize(5); },
+      [](PhotoScene& s) { s.dsm.data.resize(5); },
+      [](PhotoScene& s) { s.photo.bands = 0; },
+      [](PhotoScene& s) { s.photo.width = -3; },
   };
   int number = 0;
-  for (const PhotoScene& scene : scenes) {
+  for (const auto& damage : breakages) {
+    PhotoScene scene = NadirScene(16, 20);
+    scene.pose.geoRect = {-10, -10, 10, 10};
+    damage(scene);
     for (const char* kernel : {"scalar", "auto"}) {
       const Outcome outcome = Product(scene, 1, true, kernel);
       EXPECT_FALSE(outcome.made) << "scene " << number << ' ' << kernel;

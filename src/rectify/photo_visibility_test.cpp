@@ -12,6 +12,7 @@
 
 #include "geo/Crs.h"
 #include "occlusion/tqDSM.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "testing/test_peer.h"
 #include "testing/town_data.h"
@@ -36,15 +37,8 @@ class PhotoVisibilityTest : public ::testing::Test {
       std::fill_n(heights.begin() + row * 200 + 50, 10, 40.0F);
       std::fill_n(heights.begin() + row * 200 + 190, 10, -9999.0F);
     }
-    const double transform[6] = {1000, 1, 0, 2000, 0, -1};
-    GeoCoefficients coefficients(transform, 200, 100);
-    coefficients.SetProjection(geo::CrsToWkt("EPSG:32651"));
-    TqImage image;
-    ASSERT_TRUE(image.Create(dsm_, 200, 100, 1, tqimage::kFloat32, tqimage::kGeoTiff, true));
-    ASSERT_TRUE(image.SetGeoCoefficients(coefficients));
-    ASSERT_TRUE(image.SetNoDataValue(0, -9999));
-    ASSERT_TRUE(image.WriteImage(0, {0, 0, 200, 100}, tqimage::kFloat32, heights.data()));
-    ASSERT_TRUE(image.Close());
+    ASSERT_TRUE(testing::WriteHeights(dsm_, heights.data(), 200, 100,
+                                      {1000, 2000, 1, geo::CrsToWkt("EPSG:32651")}));
 
     tqorkit::tqIntOri::INTORI camera;
     camera.imageWidth = 4000;
@@ -155,8 +149,7 @@ TEST_F(PhotoVisibilityTest, TheMaskFileLiesWhereItsCellsAre) {
   ASSERT_TRUE(TestPeer::GenOcclusionEx(interior_, pose, dsm_.c_str(), rect, 0.5, std::uint8_t{128},
                                        out.c_str()));
   Bytes mask;
-  int cols = 0;
-  int rows = 0;
+  int cols = 0, rows = 0;
   ASSERT_TRUE(TestPeer::GenOcclusion(interior_, pose, dsm_.c_str(), rect, 0.5, std::uint8_t{128},
                                      mask, cols, rows));
   tqorkit::PhotoInfo file;
@@ -175,23 +168,20 @@ TEST_F(PhotoVisibilityTest, TheMaskFileLiesWhereItsCellsAre) {
   EXPECT_EQ(mask[middle + 340], 0);   // no data
 
   const std::string none = dir_.File("none.tif");
+  const auto made = [&](const std::string& dsm, const Rect& where, double gsd) {
+    return TestPeer::GenOcclusionEx(interior_, pose, dsm.c_str(), where, gsd, std::uint8_t{128},
+                                    none.c_str());
+  };
   for (const Rect& bad : {Rect{5000, 1990, 5010, 2000}, Rect{1040, 1990, 1030, 2000}, Rect()}) {
-    EXPECT_FALSE(TestPeer::GenOcclusionEx(interior_, pose, dsm_.c_str(), bad, 0.5,
-                                          std::uint8_t{128}, none.c_str()));
+    EXPECT_FALSE(made(dsm_, bad, 0.5));
   }
-  for (const double gsd : {0.0, -1.0, 1e-9, std::nan("")}) {
-    EXPECT_FALSE(TestPeer::GenOcclusionEx(interior_, pose, dsm_.c_str(), rect, gsd,
-                                          std::uint8_t{128}, none.c_str()));
-  }
-  EXPECT_FALSE(TestPeer::GenOcclusionEx(interior_, pose, dir_.File("missing.tif").c_str(), rect,
-                                        0.5, std::uint8_t{128}, none.c_str()));
+  for (const double gsd : {0.0, -1.0, 1e-9, std::nan("")}) EXPECT_FALSE(made(dsm_, rect, gsd));
+  EXPECT_FALSE(made(dir_.File("missing.tif"), rect, 0.5));
   EXPECT_FALSE(std::filesystem::exists(none));
 }
 
 struct TownScore {
   double iou = 0;
-  double precision = 0;
-  double recall = 0;
   double frameAgreement = 0;  ///< share of cells that both or neither have in the frame
 };
 
@@ -250,7 +240,7 @@ TownScore ScoreTown(const std::string& town) {
       }
     }
   }
-  return {both / (mine + theirs - both), both / mine, both / theirs, frameSame / cells};
+  return {both / (mine + theirs - both), frameSame / cells};
 }
 
 // True visibility of towns with upright walls, at 0.1 from a surface of 0.25 cells. The figures are

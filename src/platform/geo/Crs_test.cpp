@@ -43,7 +43,8 @@ tqfd::Point2_T<double> UtmByKrueger(double lonDeg, double latDeg, double central
 
 TEST(CrsTransformTest, LongitudeAndLatitudeBecomeEastAndNorth) {
   const auto transform = CrsTransform::Create("EPSG:4326", "EPSG:32651");
-  ASSERT_TRUE(transform);
+  const auto back = CrsTransform::Create(CrsToWkt("EPSG:32651"), "EPSG:4326");
+  ASSERT_TRUE(transform && back);
   const double points[][2] = {{120.9505624780138, 24.680944366323203}, {123, 0}, {125.5, 60.25}};
   for (const auto& point : points) {
     const auto expected = UtmByKrueger(point[0], point[1], 123);
@@ -52,17 +53,9 @@ TEST(CrsTransformTest, LongitudeAndLatitudeBecomeEastAndNorth) {
     EXPECT_NEAR(got->x, expected.x, 1e-3);
     EXPECT_NEAR(got->y, expected.y, 1e-3);
     EXPECT_EQ(got->z, 186.5);
+    EXPECT_NEAR(back->Apply(*got)->x, point[0], 1e-9);
+    EXPECT_NEAR(back->Apply(*got)->y, point[1], 1e-9);
   }
-}
-
-TEST(CrsTransformTest, GoesBackToWhereItCameFrom) {
-  const auto there = CrsTransform::Create("EPSG:4326", "EPSG:32651");
-  const auto back = CrsTransform::Create(CrsToWkt("EPSG:32651"), "EPSG:4326");
-  ASSERT_TRUE(there && back);
-  const auto utm = there->Apply({120.95, 24.68, 10});
-  const auto again = back->Apply(*utm);
-  EXPECT_NEAR(again->x, 120.95, 1e-9);
-  EXPECT_NEAR(again->y, 24.68, 1e-9);
 }
 
 TEST(CrsTransformTest, ThreeDimensionalSystemsExchangeHeights) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <array>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -34,11 +35,6 @@ GeoCoefficients Georeference(int cols, int rows) {
   GeoCoefficients geo(transform, cols, rows);
   geo.SetProjection(geo::CrsToWkt("EPSG:32651"));
   return geo;
-}
-
-int FilesIn(const TempDir& dir) {
-  const auto files = std::filesystem::directory_iterator(dir.Path());
-  return static_cast<int>(std::distance(begin(files), end(files)));
 }
 
 /// Writes one-band floats the plain GDAL way, with a corner-based transform of its own.
@@ -72,11 +68,9 @@ TEST(TqImageTest, FilesHoldCornersAndTheLibraryHoldsCentres) {
   EXPECT_THAT(corner, ElementsAre(DoubleEq(298000.0), 0.5, 0, DoubleEq(2731001.0), 0, -0.5));
   EXPECT_STREQ(raw->GetDriver()->GetDescription(), "GTiff");
   EXPECT_NE(raw->GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE"), nullptr);
-  int blockX = 0;
-  int blockY = 0;
-  raw->GetRasterBand(1)->GetBlockSize(&blockX, &blockY);
-  EXPECT_EQ(blockX, 256);
-  EXPECT_EQ(blockY, 256);
+  int block[2] = {};
+  raw->GetRasterBand(1)->GetBlockSize(&block[0], &block[1]);
+  EXPECT_THAT(block, Each(256));
 
   ASSERT_TRUE(image.Open(path, true));
   EXPECT_TRUE(image.HasGeoreference());
@@ -109,19 +103,19 @@ TEST(TqImageTest, ANameAppearsOnlyWithACompleteFile) {
     TqImage dropped;
     ASSERT_TRUE(dropped.Create(path, 8, 8, 1, kByte, kGeoTiff, true));
     EXPECT_FALSE(std::filesystem::exists(path));
-    EXPECT_EQ(FilesIn(dir), 1);  // beside its target, on the same file system
+    EXPECT_EQ(dir.FileCount(), 1);  // beside its target, on the same file system
   }
-  EXPECT_EQ(FilesIn(dir), 0);
+  EXPECT_EQ(dir.FileCount(), 0);
   TqImage kept;
   ASSERT_TRUE(kept.Create(path, 8, 8, 1, kByte, kGeoTiff, false));
   ASSERT_TRUE(kept.Close());
   EXPECT_TRUE(std::filesystem::exists(path));
-  EXPECT_EQ(FilesIn(dir), 1);
+  EXPECT_EQ(dir.FileCount(), 1);
   EXPECT_FALSE(kept.Create(path, 8, 8, 1, kByte, kGeoTiff, false));
   EXPECT_TRUE(kept.Create(path, 8, 8, 1, kByte, kGeoTiff, true));
   EXPECT_TRUE(kept.Close());
   EXPECT_FALSE(kept.Close());  // nothing is open any more
-  EXPECT_EQ(FilesIn(dir), 1);
+  EXPECT_EQ(dir.FileCount(), 1);
 }
 
 TEST(TqImageTest, ParentsAreMadeAndImpossibleFilesAreRefused) {
@@ -130,17 +124,21 @@ TEST(TqImageTest, ParentsAreMadeAndImpossibleFilesAreRefused) {
   EXPECT_TRUE(image.Create(dir.File("rs/a.tif"), 2, 2, 1, kByte, kGeoTiff, true));
   EXPECT_TRUE(image.Close());
   dir.Write("file", "x");
+  const std::string file = dir.File("b.tif");
   EXPECT_FALSE(image.Create(dir.File("file/a.tif"), 2, 2, 1, kByte, kGeoTiff, true));
-  EXPECT_FALSE(image.Create(dir.File("b.tif"), 0, 2, 1, kByte, kGeoTiff, true));
-  EXPECT_FALSE(image.Create(dir.File("b.tif"), 2, -2, 1, kByte, kGeoTiff, true));
-  EXPECT_FALSE(image.Create(dir.File("b.tif"), 2, 2, 0, kByte, kGeoTiff, true));
-  EXPECT_FALSE(image.Create(dir.File("b.tif"), 2, 2, 1, 0, kGeoTiff, true));
-  EXPECT_FALSE(image.Create(dir.File("b.tif"), 2, 2, 1, kByte, 3, true));
   EXPECT_FALSE(image.Create("", 2, 2, 1, kByte, kGeoTiff, true));
+  for (const auto& [width, height, bands, type, format] :
+       {std::array<int, 5>{0, 2, 1, kByte, kGeoTiff},
+        {2, -2, 1, kByte, kGeoTiff},
+        {2, 2, 0, kByte, kGeoTiff},
+        {2, 2, 1, 0, kGeoTiff},
+        {2, 2, 1, kByte, 3}}) {
+    EXPECT_FALSE(image.Create(file, width, height, bands, type, format, true)) << width << height;
+  }
   EXPECT_FALSE(image.Close());
-  EXPECT_FALSE(image.Open(dir.File("file"), true));
-  EXPECT_FALSE(image.Open(dir.File("missing.tif"), true));
-  EXPECT_FALSE(image.Open("", true));
+  for (const auto& path : {dir.File("file"), dir.File("missing.tif"), std::string()}) {
+    EXPECT_FALSE(image.Open(path, true)) << path;
+  }
 }
 
 /// Lets no file of this process grow beyond `bytes`, as a full disk would.
@@ -187,7 +185,7 @@ TEST(TqImageTest, AFullDiskFailsTheFileAndLeavesNothing) {
       record.data = noise;
       EXPECT_FALSE(TqImage::QuickWriteImage(dir.File("b.tif"), record, nullptr, true)) << limit;
     }
-    EXPECT_EQ(FilesIn(dir), 0) << limit;
+    EXPECT_EQ(dir.FileCount(), 0) << limit;
   }
 }
 
@@ -206,9 +204,6 @@ TEST(TqImageTest, RectanglesThatReachOutsideLieAtTheirTruePlace) {
       {20, 0, 25, 3}, {-9, -9, -4, -4}, {0, 5, 7, 6},   {7, 0, 8, 5},  {-1, 2, 0, 3},
   };
   for (const Cells& rect : cases) {
-    const int width = rect.maxX - rect.minX;
-    const int height = rect.maxY - rect.minY;
-    std::vector<float> got(static_cast<std::size_t>(width * height), -1);
     std::vector<float> expected;
     for (int row = rect.minY; row < rect.maxY; ++row) {
       for (int col = rect.minX; col < rect.maxX; ++col) {
@@ -216,21 +211,22 @@ TEST(TqImageTest, RectanglesThatReachOutsideLieAtTheirTruePlace) {
         expected.push_back(inside ? heights[static_cast<std::size_t>(row * kCols + col)] : -32767);
       }
     }
-    ASSERT_TRUE(image.ReadImage(0, rect, kFloat32, got.data()));
-    EXPECT_EQ(got, expected) << rect.minX << " " << rect.minY;
-    std::vector<double> wide(got.size());
-    ASSERT_TRUE(image.ReadImage(0, rect, kFloat64, wide.data()));
-    EXPECT_EQ(std::vector<float>(wide.begin(), wide.end()), expected);
-    std::vector<std::int16_t> whole(got.size());
-    ASSERT_TRUE(image.ReadImage(0, rect, kInt16, whole.data()));
-    EXPECT_EQ(std::vector<float>(whole.begin(), whole.end()), expected);
+    const auto readAs = [&](auto sample, int type) {
+      std::vector<decltype(sample)> got(expected.size(), 1);
+      EXPECT_TRUE(image.ReadImage(0, rect, type, got.data()));
+      return std::vector<float>(got.begin(), got.end());
+    };
+    EXPECT_EQ(readAs(float{}, kFloat32), expected) << rect.minX << " " << rect.minY;
+    EXPECT_EQ(readAs(double{}, kFloat64), expected) << rect.minX << " " << rect.minY;
+    EXPECT_EQ(readAs(std::int16_t{}, kInt16), expected) << rect.minX << " " << rect.minY;
   }
   float one = 0;
-  EXPECT_FALSE(image.ReadImage(0, Cells{3, 3, 3, 4}, kFloat32, &one));
-  EXPECT_FALSE(image.ReadImage(0, Cells{3, 3, 2, 4}, kFloat32, &one));
-  EXPECT_FALSE(image.ReadImage(0, Cells{}, kFloat32, &one));
-  EXPECT_FALSE(image.ReadImage(1, Cells{0, 0, 1, 1}, kFloat32, &one));
-  EXPECT_FALSE(image.ReadImage(-1, Cells{0, 0, 1, 1}, kFloat32, &one));
+  for (const Cells& rect : {Cells{3, 3, 3, 4}, {3, 3, 2, 4}, {}}) {
+    EXPECT_FALSE(image.ReadImage(0, rect, kFloat32, &one));
+  }
+  for (const int band : {1, -1}) {
+    EXPECT_FALSE(image.ReadImage(band, Cells{0, 0, 1, 1}, kFloat32, &one));
+  }
   EXPECT_FALSE(image.ReadImage(0, Cells{0, 0, 1, 1}, 0, &one));
 }
 
@@ -269,12 +265,7 @@ TEST(TqImageTest, UnusableNoDataAndCellsThatAreNoNumbersBecomeOneValue) {
       {"1e20", true, 1e20, -9999, {1, 1e20F, kLowest, 0}, {1, -9999, kLowest, 0}},
       {"at the limit", true, 1e6, 1e6, {1, 1e6F, kNan, 0}, {1, 1e6F, 1e6F, 0}},
       {"usual", true, -32767, -32767, {1, -32767, kNan, kInf}, {1, -32767, -32767, -32767}},
-      {"narrowed once",
-       true,
-       -9999.1,
-       -9999.1F,
-       {1, -9999.1F, kNan, 0},
-       {1, -9999.1F, -9999.1F, 0}},
+      {"narrowed", true, -9999.1, -9999.1F, {-9999.1F, kNan, 0, 0}, {-9999.1F, -9999.1F, 0, 0}},
       {"none", false, 0, 0, {1, kNan, -kInf, 0}, {1, -9999, -9999, 0}},
   };
   for (const GDALDataType type : {GDT_Float32, GDT_Float64}) {
@@ -376,7 +367,7 @@ TEST(TqImageTest, ThreadsReadOneFileAndWriteTheirOwnAtOnce) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_THAT(good, Each(5));
-  EXPECT_EQ(FilesIn(dir), 6);
+  EXPECT_EQ(dir.FileCount(), 6);
 }
 
 }  // namespace
