@@ -16,8 +16,9 @@ int SubIndex(double fraction) { return std::clamp(TruncToInt(fraction * kSub), 0
 
 }  // namespace
 
-SightProfile::SightProfile(const StepSurface& surface, const Plane& plane)
-    : surface_(surface), plane_(plane) {
+SightProfile::SightProfile(const StepSurface& surface, GridView<const std::uint8_t> closed,
+                           const Plane& plane)
+    : surface_(surface), closed_(closed), plane_(plane) {
   const bool forward = plane.sign > 0;
   const int quads = plane.alongColumns ? surface.QuadCols() : surface.QuadRows();
   origin_ = plane.sign * plane.cameraMain;
@@ -31,12 +32,17 @@ SightProfile::SightProfile(const StepSurface& surface, const Plane& plane)
   crossStride_ = plane.alongColumns ? rowStride : 1;
 }
 
-void SightProfile::Start(double firstReach) {
+void SightProfile::Approach(double reach) {
+  constexpr double kNear = 2;
+  if (started_ && reach - reached_ < kNear) return;
   if (surface_.Quads() == nullptr || endMain_ <= firstMain_ || endCross_ <= 0) return EndProfile();
   // Walls may stand half a step above their own centre's height.
   const double above = plane_.cameraZ - (surface_.Highest() + 0.5 * surface_.WallStep());
   const double depth = plane_.cameraZ - (surface_.Lowest() - 0.5 * surface_.WallStep());
-  double begin = above > 0 ? firstReach * (above / depth) : 0;
+  double begin = above > 0 ? std::max(reach * (above / depth), ClosedFrom(reach)) : 0;
+  if (started_ && begin <= reached_) return;
+  started_ = true;
+  steepest_ = -kInfinity;
   begin = std::max(begin, firstMain_ - origin_);
   if (plane_.slope > 0) begin = std::max(begin, -plane_.cameraCross * inverseSlope_);
   if (plane_.slope < 0) begin = std::max(begin, (endCross_ - plane_.cameraCross) * inverseSlope_);
@@ -48,7 +54,28 @@ void SightProfile::Start(double firstReach) {
   Open(begin);
 }
 
+bool SightProfile::IsClosed(int main, int cross) const {
+  if (cross < 0 || cross >= endCross_) return false;
+  const int raster = plane_.sign > 0 ? main : -main - 1;
+  return (plane_.alongColumns ? closed_.At(cross, raster) : closed_.At(raster, cross)) != 0;
+}
+
+/// Where the unbroken row of closed quads begins that leads to a reach.
+double SightProfile::ClosedFrom(double reach) const {
+  int main = std::min(FloorToInt(origin_ + reach), endMain_ - 1);
+  const int first = std::max(firstMain_, FloorToInt(origin_));
+  for (; main >= first; --main) {
+    const double begin = main - origin_;
+    if (!IsClosed(main, FloorToInt(CrossAt(begin))) &&
+        !IsClosed(main, FloorToInt(CrossAt(begin + 1)))) {
+      break;
+    }
+  }
+  return std::clamp(main + 1 - origin_, 0.0, reach);
+}
+
 void SightProfile::EndProfile() {
+  started_ = true;
   kind_ = StepSurface::kVoid;
   inPieces_ = false;
   end_ = kInfinity;
@@ -168,6 +195,7 @@ void SightProfile::RunSmooth(double upTo) {
 }
 
 double SightProfile::AdvanceTo(double reach) {
+  reached_ = reach;
   while (reach >= pieceEnd_) {
     if (kind_ == StepSurface::kSmooth) {
       RunSmooth(reach);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 
 #include "rectify/step_surface.h"
@@ -30,11 +31,13 @@ class SightProfile {
     double slope = 0;
   };
 
-  SightProfile(const StepSurface& surface, const Plane& plane);
+  /// @param closed  not 0 where a quad can hide or be hidden (see open_ground.h)
+  SightProfile(const StepSurface& surface, GridView<const std::uint8_t> closed, const Plane& plane);
 
-  /// Goes to the first point that can hide anything from `firstReach` on: nearer to the camera the
-  /// sight lines pass above the highest surface.
-  void Start(double firstReach);
+  /// Goes to the first point that can hide anything at `reach`, unless the profile is under way and
+  /// has passed it. Nearer to the camera the sight lines pass above the highest surface, or the
+  /// quads in between are open.
+  void Approach(double reach);
 
   /// Follows the profile up to a reach (never decreasing) and gives the height there; NaN where
   /// there is no surface.
@@ -46,6 +49,8 @@ class SightProfile {
   }
 
  private:
+  [[nodiscard]] double ClosedFrom(double reach) const;
+  [[nodiscard]] bool IsClosed(int main, int cross) const;
   void Open(double begin);
   void LoadCorners();
   void RunSmooth(double upTo);
@@ -61,6 +66,7 @@ class SightProfile {
   }
 
   const StepSurface& surface_;
+  GridView<const std::uint8_t> closed_;
   Plane plane_;
   double origin_ = 0;        // camera on the main axis, counted in the plane's sense
   double inverseSlope_ = 0;  // 0 when the plane runs along the axis
@@ -70,6 +76,8 @@ class SightProfile {
   std::ptrdiff_t mainStride_ = 0;  // heights from one lattice line to the next
   std::ptrdiff_t crossStride_ = 0;
 
+  bool started_ = false;
+  double reached_ = 0;  // of the last AdvanceTo
   double steepest_ = -std::numeric_limits<double>::infinity();
 
   // The quad under way.

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "core/numeric.h"
+#include "rectify/open_ground.h"
+#include "rectify/photo_frame.h"
 #include "rectify/sight_profile.h"
 
 namespace tqtortho {
@@ -21,6 +23,8 @@ constexpr double kMaxCells = 4e9;
 /// Only lattices of silly shapes want more; their planes then lie wider apart.
 constexpr double kMaxPlanes = 1e9;
 constexpr int kMaxSide = 100'000'000;
+/// Side of the blocks of quads that are tested against the frame at once.
+constexpr int kBlock = 8;
 /// Far beyond any survey; keeps every index below in range.
 constexpr double kMaxSteps = 1e9;
 
@@ -41,15 +45,13 @@ class Sweep {
         camera_(camera),
         lattice_(lattice),
         options_(options),
-        mask_(mask) {
+        mask_(mask),
+        frame_(camera) {
     cameraCol_ = (camera.centre.x - placement.originX) / placement.cellX;
     cameraRow_ = (placement.originY - camera.centre.y) / placement.cellY;
     tolerance_ = options.tolerance >= 0
                      ? options.tolerance
                      : kToleranceCells * std::min(placement.cellX, placement.cellY);
-    focalPixels_ = camera.focal / camera.pixelSize;
-    principalCol_ = camera.offsetX / camera.pixelSize + camera.width * 0.5;
-    principalUp_ = camera.offsetY / camera.pixelSize + camera.height * 0.5;
     columns_.reserve(lattice.cols);
     for (int col = 0; col < lattice.cols; ++col) {
       columns_.push_back((X(col) - camera.centre.x) / placement.cellX);
@@ -61,6 +63,17 @@ class Sweep {
   }
 
   void Run() {
+    for (int row = 0; row < lattice_.rows; ++row) {
+      std::fill_n(mask_.Row(row), lattice_.cols, options_.noHeight);
+    }
+    if (surface_.Quads() == nullptr || surface_.QuadRows() <= 0 || surface_.QuadCols() <= 0) return;
+    closedQuads_ = FindClosedQuads(surface_, {cameraRow_, cameraCol_, camera_.centre.z});
+    sightQuads_.assign(closedQuads_.size(), 0);
+    cellCols_ = CellsOfQuads(columns_, cameraCol_, surface_.QuadCols());
+    cellRows_ = CellsOfQuads(rows_, cameraRow_, surface_.QuadRows());
+    for (int row = 0; row < surface_.QuadRows(); row += kBlock) {
+      for (int col = 0; col < surface_.QuadCols(); col += kBlock) FillBlock(row, col);
+    }
     for (const bool alongColumns : {true, false}) {
       for (const int sign : {-1, 1}) RunDirection({alongColumns, sign});
     }
@@ -69,6 +82,92 @@ class Sweep {
  private:
   [[nodiscard]] double X(int col) const { return lattice_.firstX + col * lattice_.step; }
   [[nodiscard]] double Y(int row) const { return lattice_.firstY - row * lattice_.step; }
+
+  /// The first lattice column or row in each quad, and the end of the last quad's.
+  [[nodiscard]] static std::vector<int> CellsOfQuads(const std::vector<double>& cells,
+                                                     double camera, int quads) {
+    std::vector<int> first(static_cast<std::size_t>(quads) + 1);
+    const int count = static_cast<int>(cells.size());
+    int cell = 0;
+    for (int quad = 0; quad <= quads; ++quad) {
+      while (cell < count && cells[cell] + camera < quad) ++cell;
+      first[quad] = cell;
+    }
+    return first;
+  }
+
+  [[nodiscard]] StepSurface::Kind KindOf(int row, int col) const {
+    return StepSurface::KindOf(surface_.Quads()[QuadIndex(row, col)]);
+  }
+  [[nodiscard]] std::size_t QuadIndex(int row, int col) const {
+    return static_cast<std::size_t>(row) * surface_.QuadCols() + col;
+  }
+
+  /// Where the quads [row, endRow) x [col, endCol) lie; the heights include what walls may add.
+  [[nodiscard]] PhotoFrame::Place PlaceOf(int row, int endRow, int col, int endCol) const {
+    float lowest = std::numeric_limits<float>::infinity();
+    float highest = -lowest;
+    bool smooth = true;
+    for (int r = row; r <= endRow; ++r) {
+      const float* heights = surface_.Heights().Row(r);
+      for (int c = col; c <= endCol; ++c) {
+        lowest = std::min(lowest, heights[c]);
+        highest = std::max(highest, heights[c]);
+        smooth = smooth && (r == endRow || c == endCol || KindOf(r, c) == StepSurface::kSmooth);
+      }
+    }
+    // Marks for no data count as heights here, which makes the box too large but not wrong.
+    if (!std::isfinite(lowest) || !std::isfinite(highest)) return PhotoFrame::Place::kAcross;
+    const double more = smooth ? 0 : 0.5 * surface_.WallStep();
+    return frame_.PlaceOf(
+        placement_.originX + col * placement_.cellX, placement_.originX + endCol * placement_.cellX,
+        placement_.originY - endRow * placement_.cellY, placement_.originY - row * placement_.cellY,
+        lowest - more, highest + more);
+  }
+
+  /// Settles what a few quads tell without sight lines.
+  void FillBlock(int row, int col) {
+    const int endRow = std::min(row + kBlock, surface_.QuadRows());
+    const int endCol = std::min(col + kBlock, surface_.QuadCols());
+    if (cellRows_[row] == cellRows_[endRow] || cellCols_[col] == cellCols_[endCol]) return;
+    const PhotoFrame::Place whole = PlaceOf(row, endRow, col, endCol);
+    for (int r = row; r < endRow; ++r) {
+      for (int c = col; c < endCol; ++c) {
+        const StepSurface::Kind kind = KindOf(r, c);
+        if (kind == StepSurface::kVoid) continue;
+        const bool mayBeOut = whole != PhotoFrame::Place::kInside;
+        const PhotoFrame::Place place =
+            whole == PhotoFrame::Place::kAcross ? PlaceOf(r, r + 1, c, c + 1) : whole;
+        if (kind != StepSurface::kRagged && mayBeOut && place == PhotoFrame::Place::kOutside) {
+          FillQuad(r, c, options_.outside);
+        } else if (closedQuads_[QuadIndex(r, c)] != 0) {
+          sightQuads_[QuadIndex(r, c)] = 1;
+        } else if (place == PhotoFrame::Place::kInside) {
+          FillQuad(r, c, options_.seen);
+        } else {
+          TestFrame(r, c);
+        }
+      }
+    }
+  }
+
+  void FillQuad(int row, int col, std::uint8_t value) {
+    const int first = cellCols_[col];
+    const int count = cellCols_[col + 1] - first;
+    for (int r = cellRows_[row]; r < cellRows_[row + 1]; ++r) {
+      std::fill_n(mask_.Row(r) + first, count, value);
+    }
+  }
+
+  /// Open ground across the end of the frame.
+  void TestFrame(int row, int col) {
+    for (int r = cellRows_[row]; r < cellRows_[row + 1]; ++r) {
+      for (int c = cellCols_[col]; c < cellCols_[col + 1]; ++c) {
+        const double height = surface_.HeightAt(rows_[r] + cameraRow_, columns_[c] + cameraCol_);
+        mask_.At(r, c) = frame_.Contains(X(c), Y(r), height) ? options_.seen : options_.outside;
+      }
+    }
+  }
 
   /// The cells of a direction in lines of equal main coordinate, from the camera outwards: main
   /// index, reach and the span of cross indices [first, last) that belong to the direction.
@@ -132,11 +231,17 @@ class Sweep {
     }
   }
 
-  /// Visits the cells of the planes [begin, begin + count): main, cross, plane counted from begin.
+  /// Visits the cells of the planes [begin, begin + count) that need a sight line: main, cross,
+  /// plane counted from begin.
   template <class Visit>
   void ForCells(const Direction& direction, const Planes& planes, int begin, int count,
                 Visit visit) const {
     const std::vector<double>& crosses = direction.alongColumns ? rows_ : columns_;
+    const std::vector<int>& mainCells = direction.alongColumns ? cellCols_ : cellRows_;
+    const std::vector<int>& crossCells = direction.alongColumns ? cellRows_ : cellCols_;
+    const std::ptrdiff_t quadCols = surface_.QuadCols();
+    const std::ptrdiff_t mainStride = direction.alongColumns ? 1 : quadCols;
+    const std::ptrdiff_t crossStride = direction.alongColumns ? quadCols : 1;
     const bool all = count == planes.count;
     ForLines(direction, [&](int main, double reach, int first, int last) {
       const double perReach = reach > 0 ? 1 / reach : 0;
@@ -149,11 +254,25 @@ class Sweep {
         last = static_cast<int>(std::upper_bound(from, to, high) - crosses.begin());
         first = static_cast<int>(std::lower_bound(from, to, low) - crosses.begin());
       }
-      for (int cross = first; cross < last; ++cross) {
-        const int plane = planes.Of(crosses[cross] * perReach) - begin;
-        if (plane >= 0 && plane < count) visit(main, cross, plane);
+      const int mainQuad = QuadOf(mainCells, main);
+      if (mainQuad < 0 || first >= last) return;
+      const std::uint8_t* sight = sightQuads_.data() + mainQuad * mainStride;
+      for (int quad = std::max(QuadOf(crossCells, first), 0);
+           quad + 1 < static_cast<int>(crossCells.size()) && crossCells[quad] < last; ++quad) {
+        if (sight[quad * crossStride] == 0) continue;
+        const int end = std::min(crossCells[quad + 1], last);
+        for (int cross = std::max(crossCells[quad], first); cross < end; ++cross) {
+          const int plane = planes.Of(crosses[cross] * perReach) - begin;
+          if (plane >= 0 && plane < count) visit(main, cross, plane);
+        }
       }
     });
+  }
+
+  /// The quad of a lattice column or row; -1 before the first and behind the last.
+  [[nodiscard]] static int QuadOf(const std::vector<int>& cells, int cell) {
+    if (cell >= cells.back()) return -1;
+    return static_cast<int>(std::upper_bound(cells.begin(), cells.end(), cell) - cells.begin()) - 1;
   }
 
   /// Sorts the cells of some planes by plane, nearest first, and follows each plane's profile.
@@ -177,44 +296,25 @@ class Sweep {
                    std::uint32_t end) {
     const std::vector<double>& mains = direction.alongColumns ? columns_ : rows_;
     SightProfile profile(
-        surface_,
+        surface_, {closedQuads_.data(), surface_.QuadRows(), surface_.QuadCols()},
         {direction.alongColumns, direction.sign, direction.alongColumns ? cameraCol_ : cameraRow_,
          direction.alongColumns ? cameraRow_ : cameraCol_, camera_.centre.z, slope});
-    profile.Start(direction.sign * mains[cells_[begin].main]);
     for (std::uint32_t i = begin; i < end; ++i) {
       const Cell cell = cells_[i];
       const double reach = direction.sign * mains[cell.main];
+      profile.Approach(reach);
       const double height = profile.AdvanceTo(reach);
       const int row = direction.alongColumns ? cell.cross : cell.main;
       const int col = direction.alongColumns ? cell.main : cell.cross;
       std::uint8_t& value = mask_.At(row, col);
       if (std::isnan(height)) {
         value = options_.noHeight;
-      } else if (!InFrame(X(col), Y(row), height)) {
+      } else if (!frame_.Contains(X(col), Y(row), height)) {
         value = options_.outside;
       } else {
         value = profile.Hides(reach, height + tolerance_) ? options_.hidden : options_.seen;
       }
     }
-  }
-
-  [[nodiscard]] bool InFrame(double x, double y, double z) const {
-    const double* m = camera_.rotation;
-    const double dX = x - camera_.centre.x;
-    const double dY = y - camera_.centre.y;
-    const double dZ = z - camera_.centre.z;
-    const double den = m[2] * dX + m[5] * dY + m[8] * dZ;
-    // Pixels per unit of the direction; positive in front of the camera.
-    const double scale = -focalPixels_ / den;
-    const double col = (m[0] * dX + m[3] * dY + m[6] * dZ) * scale + principalCol_;
-    const double up = (m[1] * dX + m[4] * dY + m[7] * dZ) * scale + principalUp_;
-    if (!(scale > 0 && col >= 0 && col < camera_.width && up >= 0 && up < camera_.height)) {
-      return false;
-    }
-    if (camera_.lens.model == 0) return true;
-    const auto recorded = RecordedFromIdeal(camera_.lens, {NarrowToFloat(col), NarrowToFloat(up)});
-    const double row = camera_.height - recorded.y;
-    return recorded.x >= 0 && recorded.x < camera_.width && row >= 0 && row < camera_.height;
   }
 
   struct Cell {
@@ -228,15 +328,17 @@ class Sweep {
   const VisibilityLattice& lattice_;
   const VisibilityOptions& options_;
   GridView<std::uint8_t> mask_;
+  PhotoFrame frame_;
   double cameraCol_ = 0;
   double cameraRow_ = 0;
   double tolerance_ = 0;
-  double focalPixels_ = 0;
-  double principalCol_ = 0;
-  double principalUp_ = 0;
   // Lattice columns and rows relative to the camera, in surface cells.
   std::vector<double> columns_;
   std::vector<double> rows_;
+  std::vector<int> cellCols_;  // first lattice column of each quad column
+  std::vector<int> cellRows_;
+  std::vector<std::uint8_t> closedQuads_;  // can hide or be hidden
+  std::vector<std::uint8_t> sightQuads_;   // cells here need sight lines
   std::vector<std::uint32_t> starts_;
   std::vector<std::uint32_t> next_;
   std::vector<Cell> cells_;

@@ -243,16 +243,27 @@ class Filler {
     }
     std::vector<Colour> smoothed(done_.size());
     for (int round = 0; round < kSmoothings; ++round) {
+      // Columns of three cells, each of which serves three neighbours in a row.
+      Colour left{};
+      Colour middle{};
+      std::ptrdiff_t columnsOf = -2;
       for (std::size_t n = 0; n < done_.size(); ++n) {
-        const Colour* corner = colours_.get() + done_[n] - stride_ - 1;
+        const std::ptrdiff_t i = done_[n];
         Colour sum{};
         if (members[n] == kAll) {
-          for (int row = 0; row < 3; ++row, corner += stride_) {
-            sum.Add(corner[0]);
-            sum.Add(corner[1]);
-            sum.Add(corner[2]);
+          if (columnsOf + 1 != i) {
+            left = Column(i - 1);
+            middle = Column(i);
           }
+          const Colour right = Column(i + 1);
+          sum = left;
+          sum.Add(middle);
+          sum.Add(right);
+          left = middle;
+          middle = right;
+          columnsOf = i;
         } else {
+          const Colour* corner = colours_.get() + i - stride_ - 1;
           for (int k = 0; k < 9; ++k) {
             if ((members[n] >> k & 1) != 0) sum.Add(corner[k / 3 * stride_ + k % 3]);
           }
@@ -261,6 +272,14 @@ class Filler {
       }
       for (std::size_t n = 0; n < done_.size(); ++n) colours_[done_[n]] = smoothed[n];
     }
+  }
+
+  /// The sum of a cell and those above and below it.
+  [[nodiscard]] Colour Column(std::ptrdiff_t i) const {
+    Colour sum = colours_[i - stride_];
+    sum.Add(colours_[i]);
+    sum.Add(colours_[i + stride_]);
+    return sum;
   }
 
   GridView<const std::uint8_t> wanted_;

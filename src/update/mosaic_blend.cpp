@@ -5,6 +5,8 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 #include "job/cv_bridge.h"
 #include "update/view_rating.h"
@@ -46,33 +48,75 @@ struct LabelShares {
   std::array<int, kMost> counts{};
   int size = 0;
 
-  void Add(std::uint16_t label) {
+  void Add(std::uint16_t label, int count) {
     for (int i = 0; i < size; ++i) {
       if (labels[i] == label) {
-        ++counts[i];
+        counts[i] += count;
         return;
       }
     }
     if (size < kMost) {
       labels[size] = label;
-      counts[size++] = 1;
+      counts[size++] = count;
     }
   }
 };
 
-LabelShares SharesAround(GridView<const std::uint16_t> labels, int row, int col, int feather) {
-  LabelShares shares;
-  shares.Add(labels.At(row, col));  // never left out, however many others there are
-  const int endRow = std::min(row + feather + 1, labels.rows);
-  const int endCol = std::min(col + feather + 1, labels.cols);
-  for (int r = std::max(row - feather, 0); r < endRow; ++r) {
-    const std::uint16_t* label = labels.Row(r);
-    for (int c = std::max(col - feather, 0); c < endCol; ++c) {
-      if (label[c] != 0) shares.Add(label[c]);
+/// The shares around the cells of one row, which change little from a cell to the next.
+class ShareWindow {
+ public:
+  ShareWindow(GridView<const std::uint16_t> labels, int feather)
+      : labels_(labels), feather_(feather) {}
+
+  void StartRow(int row) {
+    firstRow_ = std::max(row - feather_, 0);
+    endRow_ = std::min(row + feather_ + 1, labels_.rows);
+    last_ = -2;
+  }
+
+  /// Cells of a row in increasing order.
+  const LabelShares& At(int row, int col) {
+    if (col == last_ + 1) {
+      Count(col + feather_, 1);
+      Count(col - feather_ - 1, -1);
+    } else {
+      all_.clear();
+      for (int c = col - feather_; c <= col + feather_; ++c) Count(c, 1);
+    }
+    last_ = col;
+    // The cell's own label first: never left out, however many others there are.
+    shares_.size = 0;
+    shares_.Add(labels_.At(row, col), 1);
+    for (const auto& [label, count] : all_) {
+      if (count > 0) shares_.Add(label, count);
+    }
+    return shares_;
+  }
+
+ private:
+  void Count(int col, int change) {
+    if (col < 0 || col >= labels_.cols) return;
+    for (int r = firstRow_; r < endRow_; ++r) {
+      const std::uint16_t label = labels_.At(r, col);
+      if (label == 0) continue;
+      auto entry = all_.begin();
+      while (entry != all_.end() && entry->first != label) ++entry;
+      if (entry == all_.end()) {
+        all_.emplace_back(label, change);
+      } else {
+        entry->second += change;
+      }
     }
   }
-  return shares;
-}
+
+  GridView<const std::uint16_t> labels_;
+  int feather_;
+  int firstRow_ = 0;
+  int endRow_ = 0;
+  int last_ = -2;
+  std::vector<std::pair<std::uint16_t, int>> all_;  ///< labels met in the row, with counts
+  LabelShares shares_;
+};
 
 Colour Mixed(const std::vector<MosaicView>& views, const LabelShares& shares, int slack, int row,
              int col) {
@@ -113,19 +157,26 @@ std::array<float, 3> GainAt(const GainField& field, int row, int col) {
 void BlendViews(const std::vector<MosaicView>& views, GridView<const std::uint16_t> labels,
                 const BlendOptions& options, const CellSpan& area, GridView<std::uint8_t> out) {
   const cv::Mat near = NearSeams(labels, options.feather);
+  ShareWindow window(labels, options.feather);
   for (int row = area.firstRow; row < area.endRow; ++row) {
     std::uint8_t* to = out.Row(row - area.firstRow);
     const auto* nearRow = near.ptr<std::uint8_t>(row);
+    window.StartRow(row);
     for (int col = area.firstCol; col < area.endCol; ++col, to += 3) {
       const std::uint16_t label = labels.At(row, col);
       if (label == 0) {
         std::fill_n(to, 3, std::uint8_t{0});
         continue;
       }
+      const MosaicView& view = views[label - 1U];
+      if (nearRow[col] == 0 && view.gain.nodes.Empty()) {
+        const std::uint8_t* from = view.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
+        for (int b = 0; b < 3; ++b) to[b] = std::max<std::uint8_t>(from[b], 1);
+        continue;
+      }
       const Colour colour = nearRow[col] == 0
-                                ? ColourAt(views[label - 1U], row, col)
-                                : Mixed(views, SharesAround(labels, row, col, options.feather),
-                                        options.slack, row, col);
+                                ? ColourAt(view, row, col)
+                                : Mixed(views, window.At(row, col), options.slack, row, col);
       for (int b = 0; b < 3; ++b) {
         to[b] = static_cast<std::uint8_t>(std::clamp(colour[b] + 0.5F, 1.0F, 255.0F));
       }

@@ -28,6 +28,7 @@ class SeamMover {
       : options_(options), labels_(labels), side_(std::max(options.nodeSide, 1)) {
     rows_ = (labels.rows + side_ - 1) / side_;
     cols_ = (labels.cols + side_ - 1) / side_;
+    CountCells();
     for (std::size_t k = 0; k < views.size(); ++k) {
       if (!views[k].pixels.Empty()) AddView(views[k], k);
     }
@@ -61,6 +62,19 @@ class SeamMover {
 
   [[nodiscard]] int Nodes() const { return rows_ * cols_; }
 
+  /// Cells of each node that anybody sees.
+  void CountCells() {
+    cells_.assign(static_cast<std::size_t>(Nodes()), 0);
+    for (int r = 0; r < labels_.rows; ++r) {
+      const std::uint16_t* label = labels_.Row(r);
+      int* cells = cells_.data() + static_cast<std::ptrdiff_t>(r / side_) * cols_;
+      for (int j = 0; j < cols_; ++j) {
+        const int end = std::min((j + 1) * side_, labels_.cols);
+        for (int c = j * side_; c < end; ++c) cells[j] += label[c] != 0 ? 1 : 0;
+      }
+    }
+  }
+
   void AddView(const MosaicView& view, std::size_t index) {
     NodeView node;
     node.view = index;
@@ -69,35 +83,51 @@ class SeamMover {
     node.best.assign(node.cost.size(), kHiddenView);
     for (int i = 0; i < rows_; ++i) {
       for (int j = 0; j < cols_; ++j) {
-        int cells = 0;
-        int seen = 0;
-        double rating = 0;
-        std::uint8_t best = kHiddenView;
-        std::array<double, 3> sum{};
-        for (int r = i * side_; r < std::min((i + 1) * side_, labels_.rows); ++r) {
-          const std::uint8_t* ratings = view.rating.Row(r);
-          const std::uint8_t* pixels = view.pixels.Row(r);
-          for (int c = j * side_; c < std::min((j + 1) * side_, labels_.cols); ++c) {
-            if (labels_.At(r, c) == 0) continue;  // nobody sees it
-            ++cells;
-            if (!IsSeen(ratings[c])) continue;
-            ++seen;
-            rating += ratings[c];
-            best = std::min(best, ratings[c]);
-            for (std::size_t b = 0; b < 3; ++b) sum[b] += pixels[3 * c + static_cast<int>(b)];
-          }
-        }
-        if (seen == 0) continue;
         const auto n = static_cast<std::size_t>(i * cols_ + j);
-        node.best[n] = best;
-        node.cost[n] = static_cast<float>((rating + options_.unseen * (cells - seen)) / cells);
+        const NodeSums sums = SumsOf(view, i, j);
+        if (sums.seen == 0 || cells_[n] == 0) continue;
+        node.best[n] = sums.best;
+        node.cost[n] = static_cast<float>(
+            (sums.rating + options_.unseen * (cells_[n] - sums.seen)) / cells_[n]);
         const auto gain = GainAt(view.gain, i * side_, j * side_);
         for (std::size_t b = 0; b < 3; ++b) {
-          node.colour[n][b] = static_cast<float>(sum[b] / seen) * gain[b];
+          node.colour[n][b] =
+              static_cast<float>(static_cast<double>(sums.colour[b]) / sums.seen) * gain[b];
         }
       }
     }
     nodeViews_.push_back(std::move(node));
+  }
+
+  /// Over the cells of a node that a view sees.
+  struct NodeSums {
+    int seen = 0;
+    int rating = 0;
+    std::uint8_t best = kHiddenView;
+    std::array<int, 3> colour{};
+  };
+
+  /// Whoever sees a cell can supply it, so a cell that a view sees has a label.
+  [[nodiscard]] NodeSums SumsOf(const MosaicView& view, int i, int j) const {
+    NodeSums sums;
+    const int first = j * side_;
+    const int end = std::min(first + side_, labels_.cols);
+    const int endRow = std::min((i + 1) * side_, labels_.rows);
+    for (int r = i * side_; r < endRow; ++r) {
+      const std::uint8_t* ratings = view.rating.Row(r);
+      int seen = 0;
+      for (int c = first; c < end; ++c) seen += IsSeen(ratings[c]) ? 1 : 0;
+      if (seen == 0) continue;
+      sums.seen += seen;
+      const std::uint8_t* p = view.pixels.Row(r) + std::ptrdiff_t{3} * first;
+      for (int c = first; c < end; ++c, p += 3) {
+        if (seen < end - first && !IsSeen(ratings[c])) continue;
+        sums.rating += ratings[c];
+        sums.best = std::min(sums.best, ratings[c]);
+        for (std::size_t b = 0; b < 3; ++b) sums.colour[b] += p[b];
+      }
+    }
+    return sums;
   }
 
   void FindSteps(GridView<const float> heights) {
@@ -234,6 +264,7 @@ class SeamMover {
   int side_;
   int rows_ = 0;
   int cols_ = 0;
+  std::vector<int> cells_;  ///< of the nodes, with a label
   std::vector<NodeView> nodeViews_;
   std::vector<std::uint8_t> step_;
   std::vector<int> label_;  ///< of the nodes, an index into nodeViews_

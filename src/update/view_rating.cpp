@@ -125,7 +125,14 @@ void RateView(const PhotoCamera& camera, const VisibilityLattice& lattice,
   static const AngleTable kAngles;
   const cv::Mat toHidden = DistanceTo(rating, kHiddenView, options.hiddenMargin);
   const cv::Mat toOutside = DistanceTo(rating, kOutsideView, options.frameMargin);
-  const double pixelsPerUnit = camera.focal / camera.pixelSize;
+  const double coarsePerDepth = camera.pixelSize / camera.focal / options.cellSize;
+  const auto cameraZ = static_cast<float>(camera.centre.z);
+  std::vector<float> tangents(static_cast<std::size_t>(rating.cols));
+  std::vector<float> squares(tangents.size());  // of the distance along the row
+  for (int col = 0; col < rating.cols; ++col) {
+    const double dX = lattice.firstX + col * lattice.step - camera.centre.x;
+    squares[col] = static_cast<float>(dX * dX);
+  }
   for (int row = 0; row < rating.rows; ++row) {
     std::uint8_t* out = rating.Row(row);
     const float* hidden = toHidden.ptr<float>(row);
@@ -133,18 +140,21 @@ void RateView(const PhotoCamera& camera, const VisibilityLattice& lattice,
     const float* height = heights.Row(row);
     const double dY = lattice.firstY - row * lattice.step - camera.centre.y;
     const int rowEdge = std::min(row + 1, rating.rows - row);
+    // Apart from the rest, so that several cells go at once.
+    for (int col = 0; col < rating.cols; ++col) {
+      const float below = cameraZ - height[col];
+      tangents[col] = std::sqrt(squares[col] + static_cast<float>(dY * dY)) / below;
+    }
     for (int col = 0; col < rating.cols; ++col) {
       if (out[col] != 0) continue;
-      const double dX = lattice.firstX + col * lattice.step - camera.centre.x;
-      const double below = camera.centre.z - height[col];
-      const auto tangent = static_cast<float>(std::sqrt(dX * dX + dY * dY) / below);
-      float cost = kAngles.Of(tangent);
+      const float below = cameraZ - height[col];
+      float cost = kAngles.Of(tangents[col]);
       // The raster's own edge ends the data as well.
       const int edge = std::min({rowEdge, col + 1, rating.cols - col});
       cost += Penalty(std::min(outside[col], static_cast<float>(edge)), options.frameMargin,
                       options.framePenalty);
       cost += Penalty(hidden[col], options.hiddenMargin, options.hiddenPenalty);
-      const double coarse = below / (pixelsPerUnit * options.cellSize);
+      const double coarse = below * coarsePerDepth;
       if (coarse > 1) cost += static_cast<float>(options.coarsePenalty * std::log2(coarse));
       out[col] =
           static_cast<std::uint8_t>(std::clamp(cost + 0.5F, 0.0F, static_cast<float>(kWorstView)));
