@@ -196,6 +196,45 @@ TEST(SurfaceVisibilityTest, CellsOutsideTheFrameAreTold) {
   EXPECT_EQ(count(kSeen), 0);
 }
 
+// Ground is judged in whole quads where the frame lets it; the result is that of each cell alone.
+TEST(SurfaceVisibilityTest, TheFrameIsThatOfEachCellUnderTiltAndLens) {
+  const Ground ground(120, 1, [](double x, double y) { return 2 * std::sin(x / 9) + 0.03 * y; });
+  const StepSurface surface = ground.Surface();
+  for (const int model : {0, 1, 3}) {
+    for (const double tilt : {0.0, 0.14, -0.3}) {
+      SCOPED_TRACE(testing::Message() << "lens " << model << ", tilt " << tilt);
+      PhotoCamera camera = WideCamera(57, 63, 90);
+      camera.pixelSize = 0.002;
+      camera.width = 500;
+      camera.height = 400;
+      RotationFromAngles(tilt, 0.1 - tilt, 0.7, camera.rotation);
+      camera.lens = {model, 400, 250, 200, 500, 0.002, -0.04, 0.01, 0, 1e-3, 5e-4, 0, 0};
+      if (model == 1) camera.lens.k1 = 2e-7;
+      const double step = 0.3;
+      const VisibilityLattice lattice = ground.Lattice(step);
+      const Bytes mask = Judge(ground, camera, step);
+      int inside = 0;
+      for (int row = 2; row + 2 < lattice.rows; ++row) {
+        for (int col = 2; col + 2 < lattice.cols; ++col) {
+          const double x = lattice.firstX + col * step;
+          const double y = lattice.firstY - row * step;
+          const double z = surface.HeightAt(119.5 - y, x - 0.5);
+          const auto ideal = PixelFromImage(camera, ImageFromGround(camera, x, y, z));
+          const auto at = RecordedFromIdeal(
+              camera.lens, {static_cast<float>(ideal.x), static_cast<float>(ideal.y)});
+          const auto holds = [](double c, double u) {
+            return c >= 0 && c < 500 && u >= 0 && u < 400;
+          };
+          const bool truth = holds(ideal.x, ideal.y) && holds(at.x, 400 - at.y);
+          inside += truth ? 1 : 0;
+          ASSERT_EQ(mask[row * lattice.cols + col], truth ? kSeen : kOutside) << row << ' ' << col;
+        }
+      }
+      EXPECT_GT(inside, 20000);
+    }
+  }
+}
+
 /// Hidden or not by marching along the sight line in small steps: -1, 1, or 0 where the nearest
 /// miss is closer than `margin`.
 int MarchedVisibility(const StepSurface& surface, double row, double col, double cameraRow,
