@@ -34,12 +34,9 @@ struct Raster {
   Bytes cells;
 
   Raster(int colCount, int rowCount, double originX, double originY, double cellSize)
-      : cols(colCount),
-        rows(rowCount),
-        x(originX),
-        y(originY),
-        cell(cellSize),
-        cells(static_cast<std::size_t>(colCount * rowCount), 0) {}
+      : cols(colCount), rows(rowCount), x(originX), y(originY), cell(cellSize) {
+    cells.assign(static_cast<std::size_t>(cols * rows), 0);
+  }
   std::uint8_t& At(int row, int col) { return cells[static_cast<std::size_t>(row * cols + col)]; }
   [[nodiscard]] std::uint8_t Or(int row, int col, std::uint8_t outside) const {
     if (row < 0 || col < 0 || row >= rows || col >= cols) return outside;

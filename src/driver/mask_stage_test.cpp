@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +12,7 @@
 #include "job/photo_files.h"
 #include "testing/progress_calls.h"
 #include "testing/raster_file.h"
+#include "testing/threads.h"
 #include "testing/tiny_job.h"
 #include "tqraster/tqSelectWgt.h"
 #include "tqtortho/tqRayTracer.h"
@@ -28,15 +28,6 @@ using testing::TinyJob;
 using Bytes = std::vector<std::uint8_t>;
 
 using testing::Calls;
-
-class OneThread {
- public:
-  OneThread() { omp_set_num_threads(1); }
-  ~OneThread() { omp_set_num_threads(before_); }
-
- private:
-  int before_ = omp_get_max_threads();
-};
 
 /// Two blocks of three photos and one over a DSM with a wall, all 40 units up, 0.25 units a cell.
 class Job : public tqTORProc {
@@ -149,7 +140,7 @@ TEST(MaskStageTest, AFailedTraceKeepsTheMaskThatWasThere) {
 
 TEST(MaskStageTest, AStopEndsBothStagesButFailsOnlyTheWeighing) {
   Job job;
-  const OneThread one;
+  const testing::Threads one(1);
   for (const bool weighing : {false, true}) {
     for (int i = 0; weighing && i < 4; ++i) job.WriteBytes(job.Mask(i), AllShown());
     Calls calls;

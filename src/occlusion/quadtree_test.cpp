@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "testing/ray_scenes.h"
 
 namespace tqtortho {
@@ -18,34 +16,6 @@ tqDSM Bumpy(int rows, int cols, float cellSize) {
   dsm.heights[0] = 8;
   SetGrid(dsm, rows, cols, cellSize, -cellSize);
   return dsm;
-}
-
-TEST(QuadTreeTest, LeafSizeIsAHundredCellsButTwentyForSmallCells) {
-  for (const float cell : {0.1f, 0.05f, 0.2f}) EXPECT_EQ(QuadTree::LeafSize(cell), 20.0f) << cell;
-  EXPECT_EQ(QuadTree::LeafSize(0.5f), 50.0f);
-  EXPECT_EQ(QuadTree::LeafSize(0.11f), 100.0f * 0.11f);
-}
-
-TEST(QuadTreeTest, TheRootSplitsAtACameraStrictlyInside) {
-  const tqDSM dsm = Bumpy(301, 301, 1);
-  const struct {
-    Point3 camera;
-    double splitX, splitY;
-  } cases[] = {{{40, 250, 90}, 40, 250},    // inside
-               {{40, 300, 90}, 150, 150},   // on the border
-               {{-40, 250, 90}, 150, 150},  // outside in x
-               {{40, 301, 90}, 150, 150}};  // outside in y
-  for (const auto& c : cases) {
-    const QuadTree tree(dsm.Surface(), c.camera);
-    const QuadNode& root = tree.Nodes().front();
-    const auto child = [&](int i) { return tree.Nodes()[root.children[i]].box; };
-    EXPECT_EQ(child(0).maxX, c.splitX);
-    EXPECT_EQ(child(0).maxY, c.splitY);
-    EXPECT_EQ(child(1).minY, c.splitY);
-    EXPECT_EQ(child(2).minX, c.splitX);
-    EXPECT_EQ(child(3).maxY, c.splitY);
-    EXPECT_EQ(child(3).minX, c.splitX);
-  }
 }
 
 TEST(QuadTreeTest, DividesDownToLeafSizeButNeverBelowDepthFour) {
@@ -85,24 +55,6 @@ TEST(QuadTreeTest, LeafTopMissesTheLastRowsAndColumns) {
   SetGrid(noData, 20, 20, 1, -1);
   EXPECT_EQ(QuadTree::LeafTop(noData.Surface()), 77) << "no-data heights count";
   EXPECT_EQ(QuadTree::LeafTop(FlatSurface(1, 20, 1).Surface()), -1e15);
-}
-
-TEST(QuadTreeTest, QueriesListTheLeavesAlongTheRay) {
-  const tqDSM dsm = Bumpy(401, 401, 1);
-  const QuadTree tree(dsm.Surface(), {200, 200, 300});
-  std::vector<LeafHit> hits;
-  Ray ray;
-  // 8 high at 300 over 200 cells: the ray leaves the top after 5.3 cells.
-  ASSERT_TRUE(MakeRay({0.5, 99.5, 0}, {200, 200, 300}, ray));
-  tree.Query(ray, hits);
-  std::set<double> entries;
-  for (const LeafHit& hit : hits) {
-    entries.insert(hit.entryT);
-    EXPECT_LE(hit.exit.z, 8 + 1e-9);
-  }
-  ASSERT_EQ(hits.size(), 2u);
-  EXPECT_EQ(*entries.begin(), 0);
-  EXPECT_NEAR(*entries.rbegin() * ray.direction.y, 0.5, 1e-9);
 }
 
 TEST(QuadTreeTest, NearlyParallelRaysAreTestedByPlaceOnly) {

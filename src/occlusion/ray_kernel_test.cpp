@@ -2,7 +2,6 @@
 #include "occlusion/ray_kernel.h"
 
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <cstdlib>
 #include <random>
@@ -12,6 +11,7 @@
 #include "occlusion/ray_kernel_reference.h"
 #include "occlusion/tile_tracer.h"
 #include "testing/ray_scenes.h"
+#include "testing/threads.h"
 
 namespace tqtortho {
 namespace {
@@ -105,14 +105,13 @@ TEST(RayKernelTest, EqualsItsTwinOnTowns) {
 TEST(RayKernelTest, BytesDoNotDependOnTheNumberOfThreads) {
   const tqDSM dsm = TownSurface(300, 400, 0.25f, 5);
   const Point3 camera{40, 30, 120};
-  const int before = omp_get_max_threads();
-  omp_set_num_threads(1);
-  const Bytes one = Trace(dsm, camera);
-  for (const int threads : {2, 5}) {
-    omp_set_num_threads(threads);
-    EXPECT_EQ(Trace(dsm, camera), one) << threads;
+  Bytes one;
+  for (const int count : {1, 2, 5}) {
+    const testing::Threads threads(count);
+    const Bytes mask = Trace(dsm, camera);
+    if (count == 1) one = mask;
+    EXPECT_EQ(mask, one) << count;
   }
-  omp_set_num_threads(before);
   Bytes nested;
 #pragma omp parallel num_threads(2)
 #pragma omp single

@@ -30,17 +30,6 @@ TEST(RemoveSpecklesTest, LimitIsInclusive) {
   }
 }
 
-TEST(RemoveSpecklesTest, DiagonalNeighboursAreApartAndHolesStay) {
-  Bytes mask = Blob(501);
-  mask[4 * 60 + 6] = 255;   // touches the block's corner only
-  mask[10 * 60 + 15] = 0;   // a hole: 500 cells are left
-  mask[25 * 60 + 8] = 255;  // the block's last row holds one cell; one more beside it
-  RemoveSpeckles({mask.data(), 40, 60});
-  EXPECT_EQ(mask[4 * 60 + 6], 0);
-  EXPECT_EQ(mask[10 * 60 + 15], 0);
-  EXPECT_EQ(Hidden(mask), 501);
-}
-
 TEST(RemoveSpecklesTest, EqualsTheLibraryFunctionOnRandomMasks) {
   std::mt19937 random(7);
   for (int round = 0; round < 300; ++round) {

@@ -44,15 +44,6 @@ class RayTracingTest : public ::testing::Test {
   static int At(const Bytes& mask, int col) { return mask[std::size_t{69} * kSize + col]; }
 };
 
-TEST_F(RayTracingTest, WorldCoordinatesGoThroughTheLocalFrame) {
-  const Bytes mask = Trace(Wall(10), 0);
-  ASSERT_EQ(mask.size(), std::size_t{kSize} * kSize);
-  EXPECT_EQ(At(mask, 9), 0);
-  EXPECT_EQ(At(mask, 13), 255);
-  EXPECT_EQ(At(mask, 39), 255);
-  EXPECT_EQ(At(mask, 41), 0);
-}
-
 TEST_F(RayTracingTest, RefineClearsTheFootOfStepsAboveTwo) {
   const Bytes mask = Trace(Wall(10), 1);
   EXPECT_EQ(At(mask, 39), 0);

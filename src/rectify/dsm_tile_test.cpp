@@ -26,7 +26,7 @@ class DsmTileTest : public ::testing::Test {
     for (int i = 0; i < 80; ++i) heights[i] = static_cast<float>(i + 1);
     for (const auto& [cell, height] : holes) heights[cell] = height;
     ASSERT_TRUE(tqtortho::testing::WriteRaster(path_, tqimage::kFloat32, heights.data(), 10, 8,
-                                     {100, 200, 2, ""}, noData));
+                                               {100, 200, 2, ""}, noData));
   }
   static float Height(const DsmTile& tile, int row, int col) {
     return reinterpret_cast<const float*>(tile.record.data.data())[row * tile.record.width + col];

@@ -64,37 +64,12 @@ TEST_F(SurfaceTest, HeightsWithinAThousandthOfNoDataAreMissing) {
   EXPECT_TRUE(tile.HasHeightAt(2.9, 3.9));
 }
 
-// An index between -1 and 0 truncates to the first cell, which exists; the sample there does not.
-TEST_F(SurfaceTest, TruncatedIndexJustBelowZeroIsTheFirstCell) {
-  EXPECT_TRUE(tile.HasHeightAt(-0.5, 2));
-  EXPECT_EQ(SurfaceBilinear(tile, -0.5, 2), -9999);
-  EXPECT_FALSE(tile.HasHeightAt(-1, 2));
-  EXPECT_FALSE(tile.HasHeightAt(5, 2));
-  EXPECT_FALSE(tile.HasHeightAt(kNan, 2));
-}
-
 std::vector<int> Sample(const std::vector<std::uint8_t>& pixels, int cols, int bands,
                         Resampling method, double column, double row) {
   const int rows = static_cast<int>(pixels.size()) / (cols * bands);
   std::vector<std::uint8_t> out(bands, 77);
   SamplePhoto({pixels.data(), cols, rows, bands}, method, column, row, out.data());
   return {out.begin(), out.end()};
-}
-
-TEST(PhotoSamplerTest, NearestCopiesAllBandsAndGivesOneOutside) {
-  // clang-format off
-  const std::vector<std::uint8_t> pixels = {10, 11,  20, 21,
-                                            30, 31,  40, 41};
-  // clang-format on
-  const auto at = [&](double column, double row) {
-    return Sample(pixels, 2, 2, Resampling::kNearest, column, row);
-  };
-  EXPECT_THAT(at(0, 0), ElementsAre(10, 11));
-  EXPECT_THAT(at(0.5, 0), ElementsAre(20, 21));
-  EXPECT_THAT(at(1.49, 1.49), ElementsAre(40, 41));
-  EXPECT_THAT(at(1.5, 0), ElementsAre(1, 1));
-  EXPECT_THAT(at(-0.1, 0), ElementsAre(1, 1));
-  EXPECT_THAT(at(0, kNan), ElementsAre(1, 1));
 }
 
 TEST(PhotoSamplerTest, BlendTruncatesAndHandlesInvalidValuesBandByBand) {
@@ -123,19 +98,6 @@ TEST(PhotoSamplerTest, BlendTruncatesAndHandlesInvalidValuesBandByBand) {
                 ElementsAre(c.expected, 100))
         << c.values[0] << ' ' << c.fx;
   }
-}
-
-TEST(PhotoSamplerTest, BlendTakesTheNearestOnTheRimAndOneOutside) {
-  std::vector<std::uint8_t> pixels(25);
-  for (int i = 0; i < 25; ++i) pixels[i] = static_cast<std::uint8_t>(100 + i);
-  const auto at = [&](double column, double row) {
-    return Sample(pixels, 5, 1, Resampling::kBilinear, column, row)[0];
-  };
-  EXPECT_EQ(at(1.0, 2.5), 116);   // nearest of row 3
-  EXPECT_EQ(at(1.01, 2.5), 113);  // blended: 113.51
-  EXPECT_EQ(at(4.0, 2), 114);
-  EXPECT_EQ(at(4.5, 2), 1);
-  EXPECT_EQ(at(2, -0.01), 1);
 }
 
 }  // namespace

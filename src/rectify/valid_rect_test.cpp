@@ -65,18 +65,6 @@ TEST_F(CoverageTest, GridIsRefused) {
   EXPECT_TRUE(GridOnTile({-100, -100, 100, 100}, tile, 0.006, 1));  // 1.1e9 cells of one band
 }
 
-TEST_F(CoverageTest, SeenIsDecidedInSinglePrecisionAndWithoutTheLens) {
-  camera.lens.model = 3;
-  camera.lens.focalPixels = 50;
-  camera.lens.k1 = 100;
-  EXPECT_TRUE(IsSeen(camera, tile, -50, 0));  // column 0
-  EXPECT_TRUE(IsSeen(camera, tile, 49.999, 0));
-  EXPECT_FALSE(IsSeen(camera, tile, 50 - 1e-9, 0));  // rounds to column 100
-  EXPECT_TRUE(IsSeen(camera, tile, 0, 50));          // row 0
-  EXPECT_FALSE(IsSeen(camera, tile, 0, -50));        // row 100
-  EXPECT_FALSE(IsSeen(camera, tile, 0, 50.001));
-}
-
 TEST_F(CoverageTest, SeenNeedsAHeightInTheTruncatedAndInTheNearestCell) {
   // (3.2, 7): tile column 103.2, row 200 - 107 = 93.
   EXPECT_TRUE(IsSeen(camera, tile, 3.2, 7));

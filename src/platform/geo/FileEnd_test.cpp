@@ -9,6 +9,7 @@
 #include "geo/CellSample.h"
 #include "geo/ImageCodec.h"
 #include "geo/RasterTools.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -62,11 +63,9 @@ TEST(SampleCellsTest, ASampleOfALargeSurfaceHasItsShareOfEmptyCellsAndItsMean) {
       cells.push_back(col < kSide / 4 ? -32767 : static_cast<float>(row));
     }
   }
-  tqimage::TqImage image;
-  ASSERT_TRUE(image.Create(dir.File("dsm.tif"), kSide, kSide, 1, tqimage::kFloat32, 17, true));
-  ASSERT_TRUE(image.SetNoDataValue(0, -32767));
-  ASSERT_TRUE(image.WriteImage(0, {0, 0, kSide, kSide}, tqimage::kFloat32, cells.data()));
-  ASSERT_TRUE(image.Close());
+  const double noData = -32767;
+  ASSERT_TRUE(tqtortho::testing::WriteRaster(dir.File("dsm.tif"), tqimage::kFloat32, cells.data(),
+                                             kSide, kSide, {}, &noData));
   CellSample sample;
   ASSERT_TRUE(SampleCells(dir.File("dsm.tif"), sample));
   EXPECT_LT(sample.looked, 5'000'000);

@@ -12,6 +12,7 @@
 
 #include "geo/Crs.h"
 #include "internal/gdal_raster.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -23,6 +24,7 @@ using ::testing::Not;
 using tqimage::GeoCoefficients;
 using tqimage::TqImage;
 using tqorkit::PhotoInfo;
+using tqtortho::testing::RasterPlace;
 using tqtortho::testing::ReadText;
 using tqtortho::testing::TempDir;
 
@@ -59,10 +61,8 @@ TEST(FillNoDataTest, OnlyHolesNearDataAreFilledAndFromTheirSurroundings) {
 
 TEST(BuildVrtTest, SourcesLieSideBySideUnderRelativeNames) {
   const TempDir dir;
-  const double west[6] = {1000.5, 1, 0, 4999.5, 0, -1};
-  const double east[6] = {1010.5, 1, 0, 4999.5, 0, -1};
-  const GeoCoefficients westGeo(west, 10, 10);
-  const GeoCoefficients eastGeo(east, 10, 10);
+  const GeoCoefficients westGeo = RasterPlace{1000.5, 4999.5, 1, ""}.Coefficients(10, 10);
+  const GeoCoefficients eastGeo = RasterPlace{1010.5, 4999.5, 1, ""}.Coefficients(10, 10);
   ASSERT_TRUE(TqImage::QuickWriteImage(dir.File("t/w.tif"), Flat(10, 10, 3, 50), &westGeo, true));
   PhotoInfo partial = Flat(10, 10, 3, 90);
   partial.data[0] = partial.data[1] = partial.data[2] = 0;
@@ -90,14 +90,13 @@ TEST(BuildVrtTest, SourcesLieSideBySideUnderRelativeNames) {
 
 TEST(BuildVrtTest, ASourceThatDoesNotFitFailsAndLeavesNothing) {
   const TempDir dir;
-  const double transform[6] = {0.5, 1, 0, 9.5, 0, -1};
-  const GeoCoefficients geo(transform, 10, 10);
+  const GeoCoefficients geo = RasterPlace{0.5, 9.5, 1, ""}.Coefficients(10, 10);
   ASSERT_TRUE(TqImage::QuickWriteImage(dir.File("rgb.tif"), Flat(10, 10, 3, 50), &geo, true));
   ASSERT_TRUE(TqImage::QuickWriteImage(dir.File("one.tif"), Flat(10, 10, 1, 50), &geo, true));
   dir.Write("no.tif", "text");
-  EXPECT_FALSE(BuildVrt(dir.File("a.vrt"), {dir.File("rgb.tif"), dir.File("one.tif")}, -1));
-  EXPECT_FALSE(BuildVrt(dir.File("a.vrt"), {dir.File("rgb.tif"), dir.File("no.tif")}, -1));
-  EXPECT_FALSE(BuildVrt(dir.File("a.vrt"), {dir.File("missing.tif")}, -1));
+  for (const char* other : {"one.tif", "no.tif", "missing.tif"}) {
+    EXPECT_FALSE(BuildVrt(dir.File("a.vrt"), {dir.File("rgb.tif"), dir.File(other)}, -1)) << other;
+  }
   EXPECT_FALSE(BuildVrt(dir.File("a.vrt"), {}, -1));
   EXPECT_EQ(dir.FileCount(), 3);
 }
@@ -143,9 +142,8 @@ TEST(ReadReducedTest, AveragesAndKeepsTheShape) {
 
 TEST(DescribeRasterTest, SaysWhatTheFileIsOrWhyItIsNone) {
   const TempDir dir;
-  const double transform[6] = {1000.5, 1, 0, 4999.5, 0, -1};
-  GeoCoefficients geo(transform, 10, 12);
-  geo.SetProjection(CrsToWkt("EPSG:32651"));
+  const RasterPlace place{1000.5, 4999.5, 1, CrsToWkt("EPSG:32651")};
+  const GeoCoefficients geo = place.Coefficients(10, 12);
   ASSERT_TRUE(TqImage::QuickWriteImage(dir.File("a.tif"), Flat(10, 12, 3, 50), &geo, true));
   RasterSummary summary;
   std::string error;

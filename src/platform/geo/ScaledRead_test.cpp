@@ -10,6 +10,7 @@
 #include <numeric>
 
 #include "geo/ImageCodec.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -24,10 +25,7 @@ template <class T>
 std::string WriteRaster(const TempDir& dir, int cols, int rows, int type,
                         const std::vector<T>& cells, double noData) {
   const std::string path = dir.File("raster.tif");
-  TqImage image;
-  EXPECT_TRUE(image.Create(path, cols, rows, 1, type, tqimage::kGeoTiff, true) &&
-              image.SetNoDataValue(0, noData) &&
-              image.WriteImage(0, {0, 0, cols, rows}, type, cells.data()) && image.Close());
+  EXPECT_TRUE(tqtortho::testing::WriteRaster(path, type, cells.data(), cols, rows, {}, &noData));
   return path;
 }
 

@@ -8,6 +8,7 @@
 #include <numbers>
 
 #include "geo/Crs.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -31,9 +32,8 @@ void WritePlaces(const std::string& path) {
       picture.data.push_back(77);
     }
   }
-  const double transform[6] = {kWest, kCell, 0, kNorth, 0, -kCell};
-  tqimage::GeoCoefficients at(transform, kSide, kSide);
-  at.SetProjection(CrsToWkt("EPSG:32633"));
+  const tqtortho::testing::RasterPlace place{kWest, kNorth, kCell, CrsToWkt("EPSG:32633")};
+  const tqimage::GeoCoefficients at = place.Coefficients(kSide, kSide);
   ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(path, picture, &at, true));
 }
 

@@ -18,7 +18,6 @@
 #include "geo/Crs.h"
 #include "internal/gdal_raster.h"
 #include "testing/temp_dir.h"
-#include "testing/town_data.h"
 
 namespace tqimage {
 namespace {
@@ -286,25 +285,6 @@ TEST(TqImageTest, UnusableNoDataAndCellsThatAreNoNumbersBecomeOneValue) {
       EXPECT_EQ(std::memcmp(record.data.data(), c.clean.data(), 16), 0) << c.what;
     }
   }
-}
-
-TEST(TqImageTest, ARealSurveysSurfaceReadsWithFiniteHeightsOnly) {
-  const std::string data = tqtortho::testing::SharedData();
-  if (data.empty()) GTEST_SKIP() << "the outside survey data is not there";
-  TqImage image;
-  ASSERT_TRUE(image.Open(data + "/odm-field/odm_dem/dsm.tif", true));
-  EXPECT_EQ(image.GetNoDataValue(0), -9999);  // the file says NaN
-  EXPECT_NEAR(image.GetGeoCoefficients().GetResolution().x, 0.8, 1e-9);
-  EXPECT_NEAR(image.GetGeoCoefficients().GetResolution().y, -0.8, 1e-9);
-  std::vector<float> heights(488 * 445);
-  ASSERT_TRUE(image.ReadImage(0, Cells{0, 0, 488, 445}, kFloat32, heights.data()));
-  std::size_t known = 0;
-  for (const float height : heights) {
-    ASSERT_TRUE(height == -9999 || (height > 50 && height < 120)) << height;
-    known += height > 0 ? 1 : 0;
-  }
-  EXPECT_GT(known, heights.size() / 2);
-  EXPECT_LT(known, heights.size());
 }
 
 TEST(TqImageTest, PartsWrittenInAnyOrderMakeTheWholeRaster) {
