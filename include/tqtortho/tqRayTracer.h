@@ -22,6 +22,8 @@ struct TestPeer;
 class TQTORTHO_API tqRayTracer {
  public:
   tqRayTracer();
+  // Out of line, so that a later version may hold data behind the same exported symbol.
+  // NOLINTNEXTLINE(performance-trivially-destructible)
   ~tqRayTracer();
 
   /// Production masks: traces at one eighth of the DSM's resolution, then at one half only near

@@ -42,7 +42,8 @@ double RoundedToFile(double value) { return std::round(value * 1e6) / 1e6; }
 JobLattice::JobLattice(const tqimage::GeoCoefficients& dsm, double step)
     : step_(step), hair_(std::min(std::max(1e-3 * step, 2e-5), 0.25 * step)) {
   const auto cell = dsm.GetResolution();
-  const auto middle = dsm.Raster2World(dsm.GetWidth() / 2, dsm.GetHeight() / 2);
+  const int middleCol = dsm.GetWidth() / 2, middleRow = dsm.GetHeight() / 2;  // a whole cell
+  const auto middle = dsm.Raster2World(middleCol, middleRow);
   dsmX_ = middle.x;
   dsmY_ = middle.y;
   dsmCellX_ = cell.x;

@@ -2,6 +2,7 @@
 #include "rectify/page_block.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <new>
 
@@ -21,8 +22,8 @@ void PreferLargePages(void* memory, std::size_t bytes) {
   const auto begin = reinterpret_cast<std::uintptr_t>(memory);
   const std::uintptr_t first = (begin + kPage - 1) / kPage * kPage;
   if (first >= begin + bytes) return;
-  static_cast<void>(
-      ::madvise(reinterpret_cast<void*>(first), begin + bytes - first, MADV_HUGEPAGE));
+  std::byte* const page = static_cast<std::byte*>(memory) + (first - begin);
+  static_cast<void>(::madvise(page, begin + bytes - first, MADV_HUGEPAGE));
 }
 
 PageBlock::PageBlock(std::size_t bytes) : bytes_(std::max<std::size_t>(bytes, 1)) {

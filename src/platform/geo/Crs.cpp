@@ -37,7 +37,7 @@ std::string ToWkt(const OGRSpatialReference& crs) {
     const char* const options[] = {dialect, nullptr};
     char* text = nullptr;
     const bool made = crs.exportToWkt(&text, options) == OGRERR_NONE && text != nullptr;
-    const std::string wkt = made ? text : "";
+    std::string wkt = made ? text : "";
     CPLFree(text);
     if (!wkt.empty()) return wkt;
   }

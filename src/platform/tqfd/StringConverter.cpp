@@ -36,8 +36,8 @@ std::string Recode(const char* to, const char* from, std::string_view input,
   // iconv does not write to its input; its interface is older than const.
   char* in = const_cast<char*>(input.data());
   std::size_t left = input.size();
-  const auto failed = reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1));
-  if (handle == failed) return output;  // a system without its conversion tables
+  // -1 comes from a system without its conversion tables.
+  if (reinterpret_cast<std::intptr_t>(handle) == -1) return output;
 
   std::array<char, 4096> buffer;
   while (left > 0) {

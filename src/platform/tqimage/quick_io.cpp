@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <new>
+#include <numeric>
 #include <stdexcept>
 #include <vector>
 
@@ -62,8 +63,8 @@ bool ReadPalette(GDALDataset& dataset, const BandChoice& choice, std::vector<std
   std::uint8_t* out = data.data();
   for (const std::uint8_t index : indices) {
     const auto& colour = colours[index];
-    for (int band3 = 0; band3 < choice.count; ++band3) {
-      *out++ = colour[static_cast<std::size_t>(choice.first + band3)];
+    for (int channel = choice.first; channel < choice.first + choice.count; ++channel) {
+      *out++ = colour[static_cast<std::size_t>(channel)];
     }
   }
   return true;
@@ -72,8 +73,8 @@ bool ReadPalette(GDALDataset& dataset, const BandChoice& choice, std::vector<std
 bool ReadBands(GDALDataset& dataset, const BandChoice& choice, std::vector<std::uint8_t>& data) {
   const int width = dataset.GetRasterXSize();
   const int height = dataset.GetRasterYSize();
-  std::vector<int> bandNumbers;
-  for (int i = 0; i < choice.count; ++i) bandNumbers.push_back(choice.first + i + 1);
+  std::vector<int> bandNumbers(static_cast<std::size_t>(choice.count));
+  std::iota(bandNumbers.begin(), bandNumbers.end(), choice.first + 1);
   const auto sample = static_cast<GSpacing>(SampleSize(choice.dataType));
   const GSpacing pixel = sample * choice.count;
   // One call for the whole raster: decoders of interleaved files write straight into it.
