@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "core/numeric.h"
 
 namespace tqtortho::app {
 namespace {
@@ -20,11 +21,11 @@ double Since(Clock::time_point start) {
 
 std::string Duration(double seconds) {
   char text[32];
-  const long s = static_cast<long>(std::clamp(seconds, 0.0, 1e7) + 0.5);
+  const int s = FloorToInt(std::clamp(seconds, 0.0, 1e7) + 0.5);
   if (s >= 3600) {
-    std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", s / 3600, s / 60 % 60, s % 60);
+    std::snprintf(text, sizeof text, "%d:%02d:%02d", s / 3600, s / 60 % 60, s % 60);
   } else {
-    std::snprintf(text, sizeof text, "%ld:%02ld", s / 60, s % 60);
+    std::snprintf(text, sizeof text, "%d:%02d", s / 60, s % 60);
   }
   return text;
 }
@@ -67,7 +68,7 @@ void ProgressPrinter::Progress(double percent) {
 void ProgressPrinter::Draw(double percent) {
   constexpr int kWidth = 30;
   const double share = std::clamp(percent / 100, 0.0, 1.0);
-  std::string bar(static_cast<std::size_t>(share * kWidth + 0.5), '#');
+  std::string bar(static_cast<std::size_t>(FloorToInt(share * kWidth + 0.5)), '#');
   bar.resize(kWidth, '.');
   std::string rest;
   const double spent = Since(start_);

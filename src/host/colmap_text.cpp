@@ -107,7 +107,7 @@ bool ReadColmapPhotosText(std::istream& in, std::vector<ColmapPhoto>& photos, st
       return false;
     }
     if (!AddColmapPhoto(name, std::to_string(*camera), pose, photos, error)) {
-      error = lines.Where() + error;
+      error.insert(0, lines.Where());
       return false;
     }
     if (lines.Next(line) && !IsPointLine(line)) {

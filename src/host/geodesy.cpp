@@ -32,10 +32,9 @@ Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid) {
   // Fixed point on the latitude: each step gains about two and a half digits (the eccentricity),
   // and atan2 keeps it well defined at the poles.
   double latitude = std::atan2(point[2], fromAxis * (1 - eccentricity2));
-  double normal = semiMajor;
   for (int step = 0; step < 10; ++step) {
     const double s = std::sin(latitude);
-    normal = semiMajor / std::sqrt(1 - eccentricity2 * s * s);
+    const double normal = semiMajor / std::sqrt(1 - eccentricity2 * s * s);
     latitude = std::atan2(point[2] + eccentricity2 * normal * s, fromAxis);
   }
   const double s = std::sin(latitude), c = std::cos(latitude);

@@ -74,7 +74,8 @@ double MedianOverlap(const std::vector<View>& views, const Box& all) {
       for (int col = firstCol; col < kGridSide; ++col) {
         const double x = all.minX + (col + 0.5) * stepX;
         if (x > view.box.maxX) break;
-        if (Contains(view.ring, x, y)) ++counts[static_cast<std::size_t>(row * kGridSide + col)];
+        if (!Contains(view.ring, x, y)) continue;
+        ++counts[static_cast<std::size_t>(row) * kGridSide + static_cast<std::size_t>(col)];
       }
     }
   }
@@ -185,7 +186,8 @@ std::vector<std::string> DescribeJob(const Survey& survey, const SurveyFacts& fa
                lenses.c_str()),
           Line("         %.1f m above ground, ground resolution %.3g m, each place on about %s",
                facts.meanHeightAboveGround, facts.photoResolution,
-               Count(static_cast<std::size_t>(std::max(e.overlap, 0.0) + 0.5), "photo").c_str()),
+               Count(static_cast<std::size_t>(FloorToInt(std::max(e.overlap, 0.0) + 0.5)), "photo")
+                   .c_str()),
           Line("job      --gsd %.3g: mosaic of %.3g million cells, orthos of %.3g million", e.gsd,
                e.mosaicCells / 1e6, e.orthoCells / 1e6),
           Line("         about %s on disk (mosaic %s; %s free), %s of memory, %s of time",

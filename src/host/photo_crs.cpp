@@ -78,7 +78,8 @@ std::string GuessPhotoCrs(double x, double y, const tqimage::GeoCoefficients& ds
   const std::string& wkt = dsm.GetProjection();
   const auto toDegrees = geo::CrsTransform::Create(wkt, "EPSG:4326");
   if (!toDegrees) return {};
-  const auto middle = dsm.Raster2World(dsm.GetWidth() / 2, dsm.GetHeight() / 2);
+  const int middleCol = dsm.GetWidth() / 2, middleRow = dsm.GetHeight() / 2;
+  const auto middle = dsm.Raster2World(middleCol, middleRow);
   const auto there = toDegrees->Apply({middle.x, middle.y, 0});
   if (!there) return {};
   const int zone = std::clamp(FloorToInt((there->x + 180) / 6) + 1, 1, 60);

@@ -40,7 +40,8 @@ std::string SafeName(const std::string& name, std::set<std::string>& taken) {
   extension.resize(std::min(extension.size(), kLongestName / 4));
   std::string candidate = stem + extension;
   for (int number = 2; !taken.insert(candidate).second; ++number) {
-    candidate = stem + "_" + std::to_string(number) + extension;
+    candidate = stem;
+    candidate.append("_").append(std::to_string(number)).append(extension);
   }
   return candidate;
 }

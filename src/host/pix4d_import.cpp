@@ -238,7 +238,7 @@ std::optional<TopocentricToGrid> FrameOf(const ParamFiles& files, const ImportRe
     notes.push_back("no ..._" + std::string(kMap) + " beside the poses and no --crs: taken as " +
                     "coordinates of the DSM's map");
   }
-  const auto toGrid = Shifted(offset, MapFrame(mapWkt).FromPlane(crs, error));
+  auto toGrid = Shifted(offset, MapFrame(mapWkt).FromPlane(crs, error));
   if (!toGrid && request.crs.empty() && !files.map.empty()) {
     error = files.map.string() + ": " + error;
   }

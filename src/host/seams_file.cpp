@@ -216,8 +216,9 @@ class SeamsWriter {
     double sum = 0;
     int count = 0;
     for (int i = 0; i < 100; ++i) {
-      const auto h = HeightAt(box.minX + (i % 10 + 0.5) / 10 * (box.maxX - box.minX),
-                              box.minY + (i / 10 + 0.5) / 10 * (box.maxY - box.minY));
+      const int col = i % 10, row = i / 10;
+      const auto h = HeightAt(box.minX + (col + 0.5) / 10 * (box.maxX - box.minX),
+                              box.minY + (row + 0.5) / 10 * (box.maxY - box.minY));
       if (!h) continue;
       sum += *h;
       ++count;

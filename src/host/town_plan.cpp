@@ -50,14 +50,15 @@ class BlockBuilder {
   void StreetTrees() {
     const double line = half_ + 0.25 * (plan_.walkHalf - plan_.roadHalf);
     for (int side = 0; side < 4; ++side) {
-      for (double along = -half_ + 2; along < half_ - 1; along += 6.5) {
+      double along = -half_ + 2;
+      while (along < half_ - 1) {
         const double at = along + random_.Range(-1, 1);
         const double radius = random_.Range(1.0, 1.7);
         const bool planted = random_.Unit() < 0.55;
         const double sign = side % 2 == 0 ? 1 : -1;
-        if (!planted) continue;
-        if (side < 2) Tree(at, sign * line, radius);
-        if (side >= 2) Tree(sign * line, at, radius);
+        if (planted && side < 2) Tree(at, sign * line, radius);
+        if (planted && side >= 2) Tree(sign * line, at, radius);
+        along += 6.5;
       }
     }
   }
@@ -133,8 +134,9 @@ class BlockBuilder {
     const int perSide = half_ > 8 ? 2 : 1;
     const double plot = half_ / perSide;
     for (int i = 0; i < perSide * perSide; ++i) {
-      const double p = (2 * (i % perSide) + 1 - perSide) * plot;
-      const double q = (2 * (i / perSide) + 1 - perSide) * plot;
+      const int col = i % perSide, row = i / perSide;
+      const double p = (2 * col + 1 - perSide) * plot;
+      const double q = (2 * row + 1 - perSide) * plot;
       const double turn = random_.Below(2) * 1.5707963267948966 + random_.Range(-0.06, 0.06);
       const double halfV = plot * random_.Range(0.5, 0.58),
                    halfU = plot * random_.Range(0.68, 0.78);

@@ -24,7 +24,8 @@ void AveragePixel(const SampleAt& sampleAt, std::uint8_t* rgb) {
     int first = -2;
     r = g = b = 0;
     for (int k = 0; k < n * n; ++k) {
-      const Sample s = sampleAt((k % n + 0.5) / n - 0.5, (k / n + 0.5) / n - 0.5);
+      const int col = k % n, row = k / n;
+      const Sample s = sampleAt((col + 0.5) / n - 0.5, (row + 0.5) / n - 0.5);
       if (k == 0) first = s.object;
       uniform = uniform && s.object == first;
       r += s.colour.r;
