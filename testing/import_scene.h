@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -26,6 +27,32 @@ struct RasterPoint {
   double row = 0;  ///< downward
 };
 
+/// A request's survey; a refusal fails the test.
+template <typename Importer>
+host::Survey Imported(Importer import, const host::ImportRequest& request) {
+  std::string error;
+  const std::optional<host::Survey> survey = import(request, error);
+  EXPECT_TRUE(survey) << error;
+  return survey.value_or(host::Survey());
+}
+
+/// What an import says: why it refuses, or "taken: " and the notes.
+template <typename Importer>
+std::string Said(Importer import, const host::ImportRequest& request) {
+  std::string said;
+  const std::optional<host::Survey> survey = import(request, said);
+  if (survey) said = "taken: ";
+  for (std::size_t i = 0; survey && i < survey->notes.size(); ++i) said += survey->notes[i] + "\n";
+  return said;
+}
+
+/// `text` with `from` replaced where it first stands, which it must.
+inline std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
 /// A folder with what an import stands on beside the source's own files: a small DSM and photos.
 class ImportFolder {
  public:
@@ -38,9 +65,11 @@ class ImportFolder {
   }
   void WritePhoto(const std::string& name, int width, int height) const {
     tqorkit::PhotoInfo photo = Raster(width, height, tqimage::kByte, 1);
-    std::filesystem::create_directories(File("images"));
-    ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(File("images/" + name), photo, nullptr, true));
+    const std::string path = File("images/" + name);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(path, photo, nullptr, true));
   }
+  void Remove(const std::string& name) const { std::filesystem::remove_all(File(name)); }
   [[nodiscard]] std::string File(const std::string& name) const { return dir.File(name); }
   [[nodiscard]] host::ImportRequest Request(const std::string& name) const {
     host::ImportRequest request;
@@ -64,33 +93,60 @@ class ImportFolder {
   }
 };
 
+inline double Through(const char* format, double value) {
+  char text[400];
+  std::snprintf(text, sizeof text, format, value);
+  double back = 0;
+  EXPECT_EQ(std::sscanf(text, "%lf", &back), 1);
+  return back;
+}
+
+/// A photo as block workers get it: camera list, then every number through the parameter file's
+/// text.
+inline PhotoCamera AsWorkersSeeIt(const host::SurveyCamera& c, const host::SurveyPhoto& photo) {
+  const auto text = [](double value) { return Through("%lf", value); };
+  const double unit = c.sensorWidth / c.width, size = text(unit);
+  const double x0 = text((c.principalX - 0.5 * c.width) * unit);
+  const double y0 = text((c.principalY - 0.5 * c.height) * unit);
+  PhotoCamera p;
+  p.width = text(c.width);
+  p.height = text(c.height);
+  p.focal = kLengthScale * text(c.focalLength);
+  p.pixelSize = kLengthScale * size;
+  p.offsetX = kLengthScale * x0;
+  p.offsetY = kLengthScale * y0;
+  p.centre = {text(photo.x), text(photo.y), text(photo.z)};
+  RotationFromAngles(text(photo.phi), text(photo.omega), text(photo.kappa), p.rotation);
+  double k[7];
+  for (int i = 0; i < 7; ++i) k[i] = Through("%e", c.coefficients[i]);
+  p.lens = {c.model,
+            p.height,
+            p.width * 0.5 + x0 / size,
+            p.height * 0.5 + y0 / size,
+            p.focal / p.pixelSize,
+            p.pixelSize,
+            k[0],
+            k[1],
+            k[2],
+            k[3],
+            k[4],
+            k[5],
+            k[6]};
+  return p;
+}
+
 /// The camera of a photo of a survey as rectification will have it.
-inline std::optional<PhotoCamera> CameraOfPhoto(const host::Survey& survey,
-                                                const std::string& photo) {
+inline PhotoCamera CameraOfPhoto(const host::Survey& survey, const std::string& photo) {
   for (const host::SurveyBlock& block : survey.blocks) {
     for (const host::SurveyPhoto& p : block.photos) {
       if (p.name != photo) continue;
       for (const host::SurveyCamera& c : survey.cameras) {
-        if (c.id != p.cameraId) continue;
-        const double unit = kLengthScale * c.sensorWidth / c.width;
-        PhotoCamera out;
-        out.centre = {p.x, p.y, p.z};
-        RotationFromAngles(p.phi, p.omega, p.kappa, out.rotation);
-        out.focal = kLengthScale * c.focalLength;
-        out.offsetX = (c.principalX - 0.5 * c.width) * unit;
-        out.offsetY = (c.principalY - 0.5 * c.height) * unit;
-        out.pixelSize = unit;
-        out.width = c.width;
-        out.height = c.height;
-        const double* k = c.coefficients;
-        out.lens = {c.model, c.height, c.principalX, c.principalY, out.focal / unit,
-                    unit,    k[0],     k[1],         k[2],         k[3],
-                    k[4],    k[5],     k[6]};
-        return out;
+        if (c.id == p.cameraId) return AsWorkersSeeIt(c, p);
       }
     }
   }
-  return std::nullopt;
+  ADD_FAILURE() << photo << " is not in the survey";
+  return {};
 }
 
 /// Where rectification samples a photo for a ground point on the map.
@@ -104,7 +160,9 @@ inline RasterPoint SampledAt(const PhotoCamera& camera, double x, double y, doub
 /// camera's frame. (Far outside, the polynomials of any lens fold back into the photo.)
 inline bool IsSeen(const PhotoCamera& camera, double x, double y, double z) {
   const auto at = PixelFromImage(camera, ImageFromGround(camera, x, y, z));
-  return at.x >= 0 && at.y >= 0 && at.x <= camera.width && at.y <= camera.height;
+  const double slack = 0.001;
+  return std::min(at.x, at.y) >= -slack && at.x <= camera.width + slack &&
+         at.y <= camera.height + slack;
 }
 
 struct PointPair {
@@ -112,22 +170,45 @@ struct PointPair {
   double x = 0, y = 0, z = 0;  ///< on the map
 };
 
-/// The largest distance between the two ways over the points that fall into the raster, whose count
-/// must be at least `fewest` for the answer to mean anything.
-inline double LargestDistance(const PhotoCamera& camera, int width, int height,
-                              const std::vector<PointPair>& points, int fewest) {
-  double largest = 0;
-  int inside = 0;
+/// How far apart the two ways are over the points that fall into the raster.
+struct Agreement {
+  double largest = 0, rms = 0;
+  int count = 0;
+  double right = 0;  ///< largest column
+};
+
+inline Agreement Compare(const PhotoCamera& camera, int width, int height,
+                         const std::vector<PointPair>& points) {
+  Agreement a;
+  double sum = 0;
   for (const PointPair& p : points) {
     const RasterPoint& e = p.expected;
     if (!(e.col >= 0 && e.row >= 0 && e.col <= width - 1 && e.row <= height - 1)) continue;
     if (!IsSeen(camera, p.x, p.y, p.z)) continue;
-    ++inside;
     const RasterPoint ours = SampledAt(camera, p.x, p.y, p.z);
-    largest = std::max(largest, std::hypot(ours.col - e.col, ours.row - e.row));
+    const double off = std::hypot(ours.col - e.col, ours.row - e.row);
+    a.largest = std::max(a.largest, off);
+    a.right = std::max(a.right, e.col);
+    sum += off * off;
+    ++a.count;
   }
-  EXPECT_GE(inside, fewest);
-  return largest;
+  a.rms = std::sqrt(sum / a.count);
+  return a;
+}
+
+/// The largest distance over ground points around a place `reach` to each side and up to 30 above,
+/// of which a few hundred must be in the photo for the answer to mean anything.
+inline double LargestDistance(const host::Survey& survey, const std::string& photo, int width,
+                              int height, double reach,
+                              const std::function<PointPair(const host::Vector3& offset)>& pair) {
+  std::vector<PointPair> points;
+  for (int k = 0; k < 4000; ++k) {
+    points.push_back(
+        pair({(k % 80 - 39.5) * reach / 40, (k / 80 - 24.5) * reach / 25, k % 7 * 5.0}));
+  }
+  const Agreement a = Compare(CameraOfPhoto(survey, photo), width, height, points);
+  EXPECT_GE(a.count, 300);
+  return a.largest;
 }
 
 }  // namespace tqtortho::testing

@@ -18,13 +18,14 @@
 namespace tqtortho::host {
 namespace {
 
-using ::testing::Contains;
 using ::testing::HasSubstr;
-using tqtortho::testing::CameraOfPhoto;
+using tqtortho::testing::Imported;
 using tqtortho::testing::ImportFolder;
 using tqtortho::testing::LargestDistance;
 using tqtortho::testing::PointPair;
 using tqtortho::testing::RasterPoint;
+using tqtortho::testing::Replaced;
+using tqtortho::testing::Said;
 
 constexpr int kWidth = 1400, kHeight = 1000;
 const Vector3 kOffset = {283000, 5487000, 400};
@@ -124,15 +125,11 @@ struct Model {
 struct Folder : ImportFolder {
   explicit Folder(const std::string& map = "EPSG:32633") {
     WriteDsm(map, 283000, 5487000);
-    std::filesystem::create_directories(File("images/a"));
     for (const Photo& photo : kPhotos) WritePhoto(photo.name, kWidth, kHeight);
   }
-  [[nodiscard]] std::optional<Survey> Import(std::string& error) const {
-    return ImportColmap(Wanted(), error);
-  }
-  [[nodiscard]] ImportRequest Wanted() const {
+  [[nodiscard]] ImportRequest Wanted(const std::string& crs = "EPSG:32633") const {
     ImportRequest request = Request("");
-    request.crs = "EPSG:32633";
+    request.crs = crs;
     request.offset = kOffset;
     return request;
   }
@@ -157,30 +154,19 @@ TEST(ColmapImportTest, GroundPointsFallWhereTheDocumentedModelsPutThem) {
     Model model;
     model.lens = lens;
     model.WriteTo("sparse/0", round % 2 == 0 ? ColmapForm::kText : ColmapForm::kBinary, folder);
-    std::string error;
-    const auto survey = folder.Import(error);
-    ASSERT_TRUE(survey) << error;
-    EXPECT_THAT(survey->source, HasSubstr(round % 2 == 0 ? "(text)" : "(binary)"));
-    ASSERT_EQ(survey->blocks.at(0).photos.size(), 2U);
-    EXPECT_EQ(survey->blocks[0].photos[0].name, "a/1.jpg");  // by name
+    const Survey survey = Imported(ImportColmap, folder.Wanted());
+    EXPECT_THAT(survey.source, HasSubstr(round % 2 == 0 ? "(text)" : "(binary)"));
+    ASSERT_EQ(survey.blocks.at(0).photos.size(), 2U);
+    EXPECT_EQ(survey.blocks[0].photos[0].name, "a/1.jpg");  // by name
     const auto toMap = geo::CrsTransform::Create("EPSG:32633", map);
-    ASSERT_TRUE(toMap);
     for (const Photo& photo : kPhotos) {
-      std::vector<PointPair> points;
-      for (double dx = -150; dx <= 150; dx += 6) {
-        for (double dy = -150; dy <= 150; dy += 6) {
-          const double z = 400 + 0.05 * dx;
-          const Vector3 seen = Turned(photo.q, {dx, dy, z - photo.centre[2]});
-          if (seen[2] < 10) continue;
-          const auto at = toMap->Apply({photo.centre[0] + dx, photo.centre[1] + dy, 0});
-          ASSERT_TRUE(at);
-          points.push_back(
-              {Documented(lens, seen[0] / seen[2], seen[1] / seen[2]), at->x, at->y, z});
-        }
-      }
-      const auto camera = CameraOfPhoto(*survey, photo.name);
-      ASSERT_TRUE(camera);
-      EXPECT_LT(LargestDistance(*camera, kWidth, kHeight, points, 300), 0.15);
+      const auto pair = [&](const Vector3& d) -> PointPair {
+        const Vector3 seen = Turned(photo.q, {d[0], d[1], 400 + d[2] - photo.centre[2]});
+        const auto at = toMap->Apply({photo.centre[0] + d[0], photo.centre[1] + d[1], 0});
+        const RasterPoint pixel = Documented(lens, seen[0] / seen[2], seen[1] / seen[2]);
+        return {seen[2] < 10 ? RasterPoint{-1, -1} : pixel, at->x, at->y, 400 + d[2]};
+      };
+      EXPECT_LT(LargestDistance(survey, photo.name, kWidth, kHeight, 150, pair), 0.15);
     }
   }
 }
@@ -194,15 +180,13 @@ TEST(ColmapImportTest, ModelsAreFoundWhereTheProgramLeavesThem) {
     model.WriteTo(place, ColmapForm::kText, folder);
     EXPECT_TRUE(LooksLikeColmap(folder.dir.Path()));
     EXPECT_TRUE(LooksLikeColmap(folder.File(place) + "/images.txt"));
-    std::string error;
-    EXPECT_TRUE(folder.Import(error)) << error;
+    Imported(ImportColmap, folder.Wanted());
   }
   const Folder folder;
   model.WriteTo("sparse/0", ColmapForm::kText, folder);
   model.WriteTo("sparse/1", ColmapForm::kBinary, folder);
-  std::string error;
-  EXPECT_FALSE(folder.Import(error));
-  EXPECT_THAT(error, HasSubstr("holds 2 models that do not share a frame"));
+  EXPECT_THAT(Said(ImportColmap, folder.Wanted()),
+              HasSubstr("holds 2 models that do not share a frame"));
   folder.dir.Write("ours/cameras.txt", "1\n1\nname\n");
   folder.dir.Write("ours/images.txt", "");
   EXPECT_FALSE(LooksLikeColmap(folder.File("ours")));
@@ -269,45 +253,33 @@ TEST(ColmapImportTest, EachFaultIsNamedWithFileAndLine) {
     const std::string file = c.file;
     Model().WriteTo("model", file.ends_with("txt") ? ColmapForm::kText : ColmapForm::kBinary,
                     folder);
-    std::string text = tqtortho::testing::ReadText(folder.File("model/" + file));
-    const std::size_t at = text.find(c.from);
-    ASSERT_NE(at, std::string::npos) << c.words;
-    text.replace(at, c.from.size(), c.to);
-    folder.dir.Write("model/" + file, text);
-    if (std::string(c.words).starts_with("none"))
-      std::filesystem::remove_all(folder.File("images"));
+    const std::string text = tqtortho::testing::ReadText(folder.File("model/" + file));
+    folder.dir.Write("model/" + file, Replaced(text, c.from, c.to));
+    if (std::string(c.words).starts_with("none")) folder.Remove("images");
     ImportRequest request = folder.Wanted();
     request.path = folder.File("model");
-    std::string said;
-    const auto survey = ImportColmap(request, said);
-    for (std::size_t i = 0; survey && i < survey->notes.size(); ++i) said += survey->notes[i];
-    EXPECT_THAT(said, HasSubstr(c.words));
+    EXPECT_THAT(Said(ImportColmap, request), HasSubstr(c.words));
   }
 }
 
 TEST(ColmapImportTest, WhereTheModelStandsMustBeSaid) {
   const Folder folder;
   Model().WriteTo(".", ColmapForm::kText, folder);
-  std::string error;
-  ImportRequest request = folder.Wanted();
-  request.crs.clear();
-  EXPECT_FALSE(ImportColmap(request, error));
-  EXPECT_THAT(error, HasSubstr("give it with --crs EPSG:n, and with --offset E,N[,H]"));
+  EXPECT_THAT(Said(ImportColmap, folder.Wanted("")),
+              HasSubstr("give it with --crs EPSG:n, and with --offset E,N[,H]"));
   for (const bool dsm : {true, false}) {
-    request = folder.Wanted();
-    if (!dsm) request.dsmPath.clear();
-    request.crs = "EPSG:0";
-    EXPECT_FALSE(ImportColmap(request, error));
-    EXPECT_THAT(error, HasSubstr("\"EPSG:0\" is not known"));
-    request.crs = "EPSG:4326";
-    EXPECT_FALSE(ImportColmap(request, error));
-    EXPECT_THAT(error, HasSubstr("is not in metres"));
+    for (const auto& [crs, words] :
+         {std::pair{"EPSG:0", "\"EPSG:0\" is not known"}, {"EPSG:4326", "is not in metres"}}) {
+      ImportRequest request = folder.Wanted(crs);
+      if (!dsm) request.dsmPath.clear();
+      EXPECT_THAT(Said(ImportColmap, request), HasSubstr(words));
+    }
   }
-  request.crs = "EPSG:32633";  // without a DSM they stay there
-  const auto survey = ImportColmap(request, error);
-  ASSERT_TRUE(survey) << error;
-  EXPECT_EQ(survey->crs, "EPSG:32633");
-  EXPECT_NEAR(survey->blocks.at(0).photos.at(1).x, 283040.25, 1e-6);
+  ImportRequest request = folder.Wanted();
+  request.dsmPath.clear();  // without a DSM they stay there
+  const Survey survey = Imported(ImportColmap, request);
+  EXPECT_EQ(survey.crs, "EPSG:32633");
+  EXPECT_NEAR(survey.blocks.at(0).photos.at(1).x, 283040.25, 1e-6);
 }
 
 // Cameras number their photos anew in every folder; a copy into one folder keeps one of each
@@ -319,18 +291,13 @@ TEST(ColmapImportTest, PhotosOfTwoFoldersNeverShareAFile) {
   model.photos[1].name = "b/1.jpg";
   model.WriteTo("sparse", ColmapForm::kBinary, folder);
   folder.WritePhoto("1.jpg", kWidth, kHeight);
-  std::filesystem::remove_all(folder.File("images/a"));
-  std::string error;
-  EXPECT_FALSE(folder.Import(error));
-  EXPECT_THAT(error, HasSubstr("2 photos left out: several photos have one file"));
-  for (const char* name : {"a", "b"}) {
-    std::filesystem::create_directories(folder.File("images/" + std::string(name)));
-    folder.WritePhoto(std::string(name) + "/1.jpg", kWidth, kHeight);
-  }
-  const auto survey = folder.Import(error);
-  ASSERT_TRUE(survey) << error;
-  ASSERT_EQ(survey->blocks.at(0).photos.size(), 2U);
-  EXPECT_EQ(survey->blocks[0].photos[1].name, "b/1.jpg");
+  folder.Remove("images/a");
+  EXPECT_THAT(Said(ImportColmap, folder.Wanted()),
+              HasSubstr("2 photos left out: several photos have one file"));
+  for (const char* name : {"a/1.jpg", "b/1.jpg"}) folder.WritePhoto(name, kWidth, kHeight);
+  const Survey survey = Imported(ImportColmap, folder.Wanted());
+  ASSERT_EQ(survey.blocks.at(0).photos.size(), 2U);
+  EXPECT_EQ(survey.blocks[0].photos[1].name, "b/1.jpg");
 }
 
 // The poses of the real survey, once as its own project and once as a model.
@@ -362,11 +329,10 @@ TEST(ColmapImportTest, FieldSurveyHasThePosesOfItsProject) {
   request.photoDir = data + "/odm-field/images";
   request.crs = "EPSG:32651";
   request.offset = {292632, 2731169, 0};
-  const auto survey = ImportColmap(request, error);
-  ASSERT_TRUE(survey) << error;
-  ASSERT_EQ(survey->blocks.at(0).photos.size(), 4U);
+  const Survey survey = Imported(ImportColmap, request);
+  ASSERT_EQ(survey.blocks.at(0).photos.size(), 4U);
   for (std::size_t i = 0; i < 4; ++i) {
-    const SurveyPhoto &a = survey->blocks[0].photos[i], &b = expected->blocks[0].photos[i];
+    const SurveyPhoto &a = survey.blocks[0].photos[i], &b = expected->blocks[0].photos[i];
     EXPECT_EQ(a.name, b.name);
     EXPECT_NEAR(std::hypot(a.x - b.x, a.y - b.y, a.z - b.z), 0, 1e-6);
     EXPECT_NEAR(std::hypot(a.omega - b.omega, a.phi - b.phi, a.kappa - b.kappa), 0, 1e-9);

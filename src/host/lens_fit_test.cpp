@@ -4,29 +4,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <random>
 
 #include "host/rotation.h"
-#include "rectify/camera_model.h"
+#include "testing/import_scene.h"
 
 namespace tqtortho::host {
 namespace {
 
 using ::testing::HasSubstr;
-
-struct Pixel {
-  double col = 0;
-  double row = 0;
-};
+using tqtortho::testing::Agreement;
+using tqtortho::testing::PointPair;
 
 // OpenSfM's projection written on its own: pose, perspective division, Brown, image coordinates
 // about the centre of the raster in units of the longer side, and from there to pixels whose first
 // has its centre at 0.
-Pixel OpenSfmProjection(const SourceLens& c, const std::array<double, 9>& r,
-                        const std::array<double, 3>& t, const std::array<double, 3>& world) {
+tqtortho::testing::RasterPoint OpenSfmProjection(const SourceLens& c, const Matrix3& r,
+                                                 const Vector3& t, const Vector3& world) {
   const double xc = r[0] * world[0] + r[1] * world[1] + r[2] * world[2] + t[0];
   const double yc = r[3] * world[0] + r[4] * world[1] + r[5] * world[2] + t[1];
   const double zc = r[6] * world[0] + r[7] * world[1] + r[8] * world[2] + t[2];
@@ -43,54 +38,6 @@ Pixel OpenSfmProjection(const SourceLens& c, const std::array<double, 9>& r,
   return {u * size + c.width / 2.0 - 0.5, v * size + c.height / 2.0 - 0.5};
 }
 
-double Through(const char* format, double value) {
-  char text[400];
-  std::snprintf(text, sizeof text, format, value);
-  double back = 0;
-  EXPECT_EQ(std::sscanf(text, "%lf", &back), 1);
-  return back;
-}
-
-// A photo as block workers get it: camera list, then every number through the parameter file's
-// text.
-PhotoCamera AsWorkersSeeIt(const SurveyCamera& c, const PhotoAngles& angles,
-                           const Vector3& centre) {
-  const double size = Through("%lf", c.sensorWidth / c.width);
-  const double x0 = Through("%lf", (c.principalX - 0.5 * c.width) * (c.sensorWidth / c.width));
-  const double y0 = Through("%lf", (c.principalY - 0.5 * c.height) * (c.sensorWidth / c.width));
-  PhotoCamera p;
-  p.width = Through("%lf", c.width);
-  p.height = Through("%lf", c.height);
-  p.focal = 0.001 * Through("%lf", c.focalLength);
-  p.pixelSize = 0.001 * size;
-  p.offsetX = 0.001 * x0;
-  p.offsetY = 0.001 * y0;
-  p.centre = {Through("%lf", centre[0]), Through("%lf", centre[1]), Through("%lf", centre[2])};
-  RotationFromAngles(Through("%lf", angles.phi), Through("%lf", angles.omega),
-                     Through("%lf", angles.kappa), p.rotation);
-  p.lens = {c.model,
-            p.height,
-            p.width * 0.5 + x0 / size,
-            p.height * 0.5 + y0 / size,
-            Through("%lf", c.focalLength) / size,
-            p.pixelSize,
-            Through("%e", c.coefficients[0]),
-            Through("%e", c.coefficients[1]),
-            Through("%e", c.coefficients[2]),
-            Through("%e", c.coefficients[3]),
-            Through("%e", c.coefficients[4]),
-            Through("%e", c.coefficients[5]),
-            Through("%e", c.coefficients[6])};
-  return p;
-}
-
-struct Agreement {
-  double largest = 0;
-  double rms = 0;
-  int count = 0;
-  Pixel first{1e9, 1e9}, last{-1e9, -1e9};  // of the positions compared
-};
-
 // Ground points over the whole frame at depths from 5 to 500 m, through both cameras.
 Agreement Compare(const SourceLens& lens, const SurveyCamera& camera, std::mt19937& random) {
   std::normal_distribution<double> normal;
@@ -98,10 +45,8 @@ Agreement Compare(const SourceLens& lens, const SurveyCamera& camera, std::mt199
   const Vector3 centre = {292000 + 1000 * normal(random), 2731000 + 1000 * normal(random), 180};
   Vector3 t = Product(rotation, centre);
   for (double& v : t) v = -v;
-  const PhotoCamera ours =
-      AsWorkersSeeIt(camera, AnglesFromMatrix(CameraToGround(rotation)), centre);
-  Agreement agreement;
-  double sum = 0;
+  const PhotoAngles angles = AnglesFromMatrix(CameraToGround(rotation));
+  std::vector<PointPair> points;
   for (int i = 0; i <= 60; ++i) {
     for (int j = 0; j <= 80; ++j) {
       const double depth = 5 * std::pow(100, ((i * 7 + j * 3) % 20) / 19.0);
@@ -110,27 +55,13 @@ Agreement Compare(const SourceLens& lens, const SurveyCamera& camera, std::mt199
           (camera.height * i / 60.0 - (camera.height - camera.principalY)) / camera.focalLength;
       Vector3 world = Product(Transposed(rotation), Vector3{x * depth, y * depth, depth});
       for (std::size_t k = 0; k < 3; ++k) world[k] += centre[k];
-      const Pixel expected = OpenSfmProjection(lens, rotation, t, world);
-      if (expected.col < 0 || expected.row < 0 || expected.col > lens.width - 1 ||
-          expected.row > lens.height - 1) {
-        continue;
-      }
-      const auto ideal = PixelFromImage(ours, ImageFromGround(ours, world[0], world[1], world[2]));
-      const auto recorded =
-          RecordedFromIdeal(ours.lens, {static_cast<float>(ideal.x), static_cast<float>(ideal.y)});
-      const double off =
-          std::hypot(recorded.x - expected.col, ours.height - recorded.y - expected.row);
-      agreement.largest = std::max(agreement.largest, off);
-      sum += off * off;
-      ++agreement.count;
-      agreement.first = {std::min(agreement.first.col, expected.col),
-                         std::min(agreement.first.row, expected.row)};
-      agreement.last = {std::max(agreement.last.col, expected.col),
-                        std::max(agreement.last.row, expected.row)};
+      points.push_back({OpenSfmProjection(lens, rotation, t, world), world[0], world[1], world[2]});
     }
   }
-  agreement.rms = std::sqrt(sum / agreement.count);
-  return agreement;
+  const SurveyPhoto photo{"",           centre[0],  centre[1],    centre[2],
+                          angles.omega, angles.phi, angles.kappa, camera.id};
+  return tqtortho::testing::Compare(tqtortho::testing::AsWorkersSeeIt(camera, photo), lens.width,
+                                    lens.height, points);
 }
 
 SourceLens Brown(int width, int height, double focal, double cx, double cy, double k1, double k2,
@@ -161,7 +92,7 @@ TEST(LensFitTest, FieldCameraAgreesWithItsSourceOverTheWholeFrame) {
     for (int round = 0; round < 10; ++round) {
       const Agreement a = Compare(lens, fit->camera, random);
       EXPECT_LT(a.largest, 0.01 * scale);
-      EXPECT_GT(a.last.col, lens.width - 12 * scale);  // the frame reaches the right border
+      EXPECT_GT(a.right, lens.width - 12 * scale);  // the frame reaches the right border
       EXPECT_GT(a.count, 3000);
     }
   }

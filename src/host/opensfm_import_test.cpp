@@ -14,10 +14,11 @@ namespace tqtortho::host {
 namespace {
 
 using ::testing::HasSubstr;
-using tqtortho::testing::CameraOfPhoto;
+using tqtortho::testing::Imported;
 using tqtortho::testing::ImportFolder;
 using tqtortho::testing::LargestDistance;
 using tqtortho::testing::PointPair;
+using tqtortho::testing::Said;
 
 constexpr int kWidth = 1400, kHeight = 1000;
 constexpr double kLongitude = 12.1, kLatitude = 49.5, kAltitude = 300;
@@ -45,27 +46,20 @@ struct Project : ImportFolder {
     for (int i = 0; i < 9; ++i) {
       const std::string name = "p" + std::to_string(i) + ".jpg";
       const Vector3 c = {i % 3 * 60.0, i / 3 * 60.0, 100};
-      Vector3 t = Product(RotationFromAxisAngle(kTurn), c);
-      for (double& v : t) v = -v;
       shots[name] = {
-          {"rotation", kTurn}, {"translation", t}, {"camera", "cam"}, {"gps_position", c}};
+          {"rotation", kTurn}, {"translation", Shift(c)}, {"camera", "cam"}, {"gps_position", c}};
       WritePhoto(name, kWidth, kHeight);
     }
   }
+  static Vector3 Shift(const Vector3& centre) {
+    return Product(RotationFromAxisAngle(kTurn), Vector3{-centre[0], -centre[1], -centre[2]});
+  }
   void Write(bool referenceInside) const {
     nlohmann::json r;
-    r["cameras"]["cam"] = {{"projection_type", "brown"},
-                           {"width", kWidth},
-                           {"height", kHeight},
-                           {"focal_x", 0.8},
-                           {"focal_y", 0.8},
-                           {"c_x", 0.004},
-                           {"c_y", -0.003},
-                           {"k1", -0.2},
-                           {"k2", 0.06},
-                           {"k3", -0.01},
-                           {"p1", 5e-4},
-                           {"p2", -3e-4}};
+    r["cameras"]["cam"] = nlohmann::json::parse(
+        R"({"projection_type": "brown", "width": 1400, "height": 1000, "focal_x": 0.8,
+            "focal_y": 0.8, "c_x": 0.004, "c_y": -0.003, "k1": -0.2, "k2": 0.06, "k3": -0.01,
+            "p1": 5e-4, "p2": -3e-4})");
     r["shots"] = shots;
     const nlohmann::json reference = {
         {"latitude", kLatitude}, {"longitude", kLongitude}, {"altitude", kAltitude}};
@@ -86,35 +80,28 @@ TEST(OpenSfmImportTest, GroundPointsFallWhereTheDocumentedModelPutsThem) {
     const Project project;
     project.Write(inside);
     EXPECT_TRUE(LooksLikeOpenSfm(project.dir.Path()));
-    std::string error;
-    const auto survey = ImportOpenSfm(project.Request(""), error);
-    ASSERT_TRUE(survey) << error;
-    ASSERT_EQ(survey->blocks.at(0).photos.size(), 9U);
+    const Survey survey = Imported(ImportOpenSfm, project.Request(""));
+    ASSERT_EQ(survey.blocks.at(0).photos.size(), 9U);
     for (int i : {0, 4, 8}) {
-      std::vector<PointPair> points;
-      for (double dx = -60; dx <= 60; dx += 4) {
-        for (double dy = -60; dy <= 60; dy += 4) {
-          const Vector3 seen =
-              Product(RotationFromAxisAngle(Project::kTurn), Vector3{dx, dy, -100});
-          const double x = seen[0] / seen[2], y = seen[1] / seen[2], r2 = x * x + y * y;
-          const double radial = 1 - 0.2 * r2 + 0.06 * r2 * r2 - 0.01 * r2 * r2 * r2;
-          const double xd = x * radial + 2 * 5e-4 * x * y - 3e-4 * (r2 + 2 * x * x);
-          const double yd = y * radial + 5e-4 * (r2 + 2 * y * y) - 2 * 3e-4 * x * y;
-          const Vector3 e = EarthPoint({i % 3 * 60 + dx, i / 3 * 60 + dy, 0});
-          const auto place = toPlace->Apply({e[0], e[1], e[2]});
-          ASSERT_TRUE(place);
-          const auto map = toMap->Apply({place->x, place->y, 0});
-          points.push_back({{kWidth * (0.8 * xd + 0.004) + kWidth / 2.0 - 0.5,
-                             kWidth * (0.8 * yd - 0.003) + kHeight / 2.0 - 0.5},
-                            map->x,
-                            map->y,
-                            place->z});
-        }
-      }
-      const auto camera = CameraOfPhoto(*survey, "p" + std::to_string(i) + ".jpg");
-      ASSERT_TRUE(camera);
+      const auto pair = [&](const Vector3& d) -> PointPair {
+        const Vector3 seen =
+            Product(RotationFromAxisAngle(Project::kTurn), Vector3{d[0], d[1], d[2] - 100});
+        const double x = seen[0] / seen[2], y = seen[1] / seen[2], r2 = x * x + y * y;
+        const double radial = 1 - 0.2 * r2 + 0.06 * r2 * r2 - 0.01 * r2 * r2 * r2;
+        const double xd = x * radial + 2 * 5e-4 * x * y - 3e-4 * (r2 + 2 * x * x);
+        const double yd = y * radial + 5e-4 * (r2 + 2 * y * y) - 2 * 3e-4 * x * y;
+        const Vector3 e = EarthPoint({i % 3 * 60 + d[0], i / 3 * 60 + d[1], d[2]});
+        const auto place = toPlace->Apply({e[0], e[1], e[2]});
+        const auto map = toMap->Apply({place->x, place->y, 0});
+        return {{kWidth * (0.8 * xd + 0.004) + kWidth / 2.0 - 0.5,
+                 kWidth * (0.8 * yd - 0.003) + kHeight / 2.0 - 0.5},
+                map->x,
+                map->y,
+                place->z};
+      };
       // A map is not true to scale, here by 1.5e-4, which a photo's border shows as 0.1 pixel.
-      EXPECT_LT(LargestDistance(*camera, kWidth, kHeight, points, 300), 0.25);
+      const std::string name = "p" + std::to_string(i) + ".jpg";
+      EXPECT_LT(LargestDistance(survey, name, kWidth, kHeight, 60, pair), 0.25);
     }
   }
 }
@@ -124,30 +111,23 @@ TEST(OpenSfmImportTest, FramesThatAreNotLocalMustBeSaid) {
   const double turn = -2.21 * std::numbers::pi / 180;  // about the convergence there
   for (auto& [name, shot] : project.shots.items()) {
     const Vector3 c = shot["gps_position"];
-    const Vector3 turned = Product(RotationFromAxisAngle({0, 0, turn}), c);
-    Vector3 t = Product(RotationFromAxisAngle(Project::kTurn), turned);
-    for (double& v : t) v = -v;
-    shot["translation"] = t;
+    shot["translation"] = Project::Shift(Product(RotationFromAxisAngle({0, 0, turn}), c));
   }
   project.Write(true);
-  std::string error;
   ImportRequest request = project.Request("reconstruction.json");
-  EXPECT_FALSE(ImportOpenSfm(request, error));
-  EXPECT_THAT(error, HasSubstr("no longer stand in the local frame; say with --crs and --offset"));
+  EXPECT_THAT(Said(ImportOpenSfm, request),
+              HasSubstr("no longer stand in the local frame; say with --crs and --offset"));
   request.crs = "EPSG:32633";
   request.offset = {290031, 5487083, 7};
-  const auto survey = ImportOpenSfm(request, error);
-  ASSERT_TRUE(survey) << error;
-  EXPECT_NEAR(survey->blocks.at(0).photos.at(0).x, 290031, 1e-6);
-  EXPECT_NEAR(survey->blocks.at(0).photos.at(0).z, 107, 1e-6);
+  const Survey survey = Imported(ImportOpenSfm, request);
+  EXPECT_NEAR(survey.blocks.at(0).photos.at(0).x, 290031, 1e-6);
+  EXPECT_NEAR(survey.blocks.at(0).photos.at(0).z, 107, 1e-6);
 }
 
 TEST(OpenSfmImportTest, EachFaultIsNamedWithTheWayOut) {
   const Project project;
-  std::string error;
   const auto fails = [&](const ImportRequest& request, const std::string& words) {
-    EXPECT_FALSE(ImportOpenSfm(request, error));
-    EXPECT_THAT(error, HasSubstr(words));
+    EXPECT_THAT(Said(ImportOpenSfm, request), HasSubstr(words));
   };
   fails(project.Request(""), "reconstruction.json: cannot be read; give the folder");
   project.Write(true);
@@ -157,7 +137,7 @@ TEST(OpenSfmImportTest, EachFaultIsNamedWithTheWayOut) {
   project.Write(false);
   project.dir.Write("reference_lla.json", "{\"latitude\": 97, \"longitude\": 2}");
   fails(project.Request(""), "reference_lla.json is damaged: no latitude and longitude");
-  std::filesystem::remove(project.File("reference_lla.json"));
+  project.Remove("reference_lla.json");
   fails(project.Request(""), "not georeferenced; process it with photo positions, or say with");
   // Inside a project of another program the same file has other poses.
   std::filesystem::create_directories(project.File("odm/odm_dem"));
