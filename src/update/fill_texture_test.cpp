@@ -4,97 +4,61 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <functional>
 #include <random>
 
 #include "job/messages.h"
-#include "job/photo_files.h"
-#include "testing/progress_calls.h"
-#include "testing/temp_dir.h"
-#include "tqfd/PathHelper.h"
+#include "testing/update_job.h"
 #include "tqfd/StringConverter.h"
-#include "tqimage/TqImage.h"
-#include "tqorkit/TqFSManager.h"
 #include "tqorkit/tqBinaryData.h"
-#include "tqtortho/tqTORProc.h"
 
 namespace tqtortho {
 namespace {
 
+using testing::ByteRecord;
 using testing::Calls;
-using tqimage::GeoCoefficients;
-using tqimage::TqImage;
+using testing::Load;
+using testing::LoadRecord;
+using testing::UpdateJob;
+using testing::Window;
 using tqorkit::PhotoInfo;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr int kCols = 420, kRows = 300, kPhotos = 3;
-constexpr double kWest = 500000.5, kNorth = 5400000.5, kGsd = 0.5;
-const tqfd::Rect2_T<int> kWindows[kPhotos] = {
-    {0, 0, 260, 300}, {120, 0, 420, 280}, {60, 30, 360, 300}};
-
-PhotoInfo Record(int cols, int rows, int bands) {
-  PhotoInfo image;
-  image.width = cols;
-  image.height = rows;
-  image.bands = bands;
-  image.dataType = tqimage::kByte;
-  image.data.resize(static_cast<std::size_t>(cols) * rows * bands);
-  return image;
-}
-
-PhotoInfo Load(const std::string& path, GeoCoefficients* geo = nullptr) {
-  PhotoInfo image;
-  EXPECT_TRUE(TqImage::QuickReadImage(path, image, geo)) << path;
-  return image;
-}
+const Window kWindows[kPhotos] = {{0, 0, 260, 300}, {120, 0, 300, 280}, {60, 30, 300, 270}};
 
 /// A block on flat ground, photographed from three places; rectified, with masks, on disk. The
 /// ground is dark, the roof bright, each photo a shade of its own.
-class Job : public tqTORProc {
+class Job : public UpdateJob {
  public:
   using tqTORProc::FillImgInvalidHoles;
   using tqTORProc::FillImgObscure;
   using tqTORProc::GenTextureByBlock;
   using tqTORProc::GetGeoCoeff;
-  using tqTORProc::photoBlocks;
 
-  Job() {
-    tqfd::PathHelper::SetProgramDataDirectory(dir.File("data"));
-    tqorkit::TqFSManager::SetOutputTmpFilePath(dir.File("tmp"));
-    std::filesystem::create_directories(dir.File("out"));
-    dir.Write("data/ortho_data/orParam.txt",
-              "1\n1.0\n0\n0\n0.500000\t0.000000\n" + dir.File("dsm.tif") + "\nout\n");
+  Job() : UpdateJob({std::begin(kWindows), std::end(kWindows)}) {
     tqorkit::tqIntOri::INTORI camera;
     camera.imageWidth = camera.imageHeight = 1000;
     camera.focalLength = 1000;
     camera.pixelSize = 1;
     cameras[7].Set(camera);
     std::mt19937 random(5);
+    const auto draw = [&](int below) { return static_cast<int>(random() % below); };
     for (auto& mask : hidden_) {
       mask.assign(static_cast<std::size_t>(kCols) * kRows, false);
       for (int blob = 0; blob < 150; ++blob) {
-        const int row = static_cast<int>(random() % kRows),
-                  col = static_cast<int>(random() % kCols);
-        const int rows = 1 + static_cast<int>(random() % 14),
-                  cols = 1 + static_cast<int>(random() % 14);
+        const int row = draw(kRows), col = draw(kCols), rows = 1 + draw(14), cols = 1 + draw(14);
         for (int r = row; r < std::min(row + rows, kRows); ++r) {
           for (int c = col; c < std::min(col + cols, kCols); ++c) mask[Index(r, c)] = true;
         }
       }
     }
-    photoBlocks.resize(2);
-    for (int p = 0; p < kPhotos; ++p) AddPhoto(p, kWindows[p]);
-    auto dsm = Record(kCols, kRows, 1);
+    for (int p = 0; p < kPhotos; ++p) WritePhoto(p);
+    PhotoInfo dsm = ByteRecord(kCols, kRows, 4);
+    dsm.bands = 1;
     dsm.dataType = tqimage::kFloat32;
-    dsm.data.resize(4 * dsm.data.size());
     auto* heights = reinterpret_cast<float*>(dsm.data.data());
     for (int i = 0; i < kCols * kRows; ++i) heights[i] = IsRoof(i / kCols, i % kCols) ? 12 : 3;
-    Save(dir.File("dsm.tif"), dsm, 0, 0);
-  }
-  ~Job() override {
-    tqfd::PathHelper::SetProgramDataDirectory("");
-    tqorkit::TqFSManager::SetOutputTmpFilePath("");
+    Save(dir.File("dsm.tif"), dsm, {0, 0, kCols, kRows});
   }
 
   static std::size_t Index(int row, int col) { return static_cast<std::size_t>(row) * kCols + col; }
@@ -110,26 +74,20 @@ class Job : public tqTORProc {
     return IsLane(row, col) || hidden_[p][Index(row, col)];
   }
   static bool Covers(int p, int row, int col) {
-    const auto& w = kWindows[p];
+    const Window& w = kWindows[p];
     // The frame of photo 2 leaves a corner of its raster empty.
-    return row >= w.minY && row < w.maxY && col >= w.minX && col < w.maxX && !IsVoid(row, col) &&
-           !(p == 2 && row + col < 130);
+    return row >= w.row && row < w.row + w.rows && col >= w.col && col < w.col + w.cols &&
+           !IsVoid(row, col) && !(p == 2 && row + col < 130);
   }
   bool Sees(int p, int row, int col) const { return Covers(p, row, col) && !IsHidden(p, row, col); }
   static std::uint8_t Colour(int p, int row, int col, int band) {
     return static_cast<std::uint8_t>((IsRoof(row, col) ? 180 : 40) + 20 * p + 5 * band +
                                      (3 * row + col) % 4);
   }
-  std::string Prefix() const { return dir.File("out") + "/"; }
-  std::string Ortho(int p) const {
-    return OrthoName(Prefix(), std::string(1, static_cast<char>('a' + p)) + ".jpg", p / 2);
-  }
   bool MakeTexture(Calls* calls = nullptr) {
     return GennerateFillTexture(Prefix(), calls ? Calls::Callback : nullptr, calls);
   }
-  bool Update(Calls* calls = nullptr) {
-    return UpdateOrthoImagesEx("none", Prefix(), calls ? Calls::Callback : nullptr, calls);
-  }
+  bool Update(Calls* calls = nullptr) { return Run(&Job::UpdateOrthoImagesEx, calls); }
   static std::vector<std::uint16_t> Map() {
     tqorkit::tqBinaryData map;
     std::vector<std::uint16_t> cells(static_cast<std::size_t>(kCols) * kRows);
@@ -139,46 +97,25 @@ class Job : public tqTORProc {
   }
   /// Calls visit(row, col, cell) for the cells of a photo's raster.
   static void ForCells(int p, const std::function<void(int, int, std::size_t)>& visit) {
-    std::size_t i = 0;
-    for (int row = kWindows[p].minY; row < kWindows[p].maxY; ++row) {
-      for (int col = kWindows[p].minX; col < kWindows[p].maxX; ++col) visit(row, col, i++);
+    const Window& w = kWindows[p];
+    for (int i = 0; i < w.cols * w.rows; ++i) {
+      visit(w.row + i / w.cols, w.col + i % w.cols, static_cast<std::size_t>(i));
     }
   }
 
-  testing::TempDir dir;
-
  private:
-  static void Save(const std::string& path, const PhotoInfo& image, int col, int row) {
-    const double at[] = {kWest + col * kGsd, kGsd, 0, kNorth - row * kGsd, 0, -kGsd};
-    const GeoCoefficients geo(at, image.width, image.height);
-    ASSERT_TRUE(TqImage::QuickWriteImage(path, image, &geo, true));
-  }
-  void AddPhoto(int p, const tqfd::Rect2_T<int>& w) {
-    tqorkit::tqExtOri::EXTORI record;
-    record.photoName = std::string(1, static_cast<char>('a' + p)) + ".jpg";
-    record.imageBlockId = p / 2;
-    record.cameraId = 7;
-    record.position[0] = kWest + (w.minX + w.maxX) * 0.5 * kGsd;
-    record.position[1] = kNorth - (w.minY + w.maxY) * 0.5 * kGsd;
-    record.position[2] = 150;
-    record.geoRect = {kWest + w.minX * kGsd, kNorth - (w.maxY - 1) * kGsd,
-                      kWest + (w.maxX - 1) * kGsd, kNorth - w.minY * kGsd};
-    tqorkit::tqExtOri photo;
-    photo.Set(record);
-    photoBlocks[static_cast<std::size_t>(p / 2)].InsertPhoto(photo);
-    auto ortho = Record(w.maxX - w.minX, w.maxY - w.minY, 3);
-    auto mask = Record(w.maxX - w.minX, w.maxY - w.minY, 1);
-    ForCells(p, [&](int row, int col, std::size_t i) {
-      mask.data[i] = IsHidden(p, row, col) ? 255 : 0;
-      for (int b = 0; b < 3; ++b) {
-        const std::uint8_t empty = IsVoid(row, col) ? 0 : 1;
-        // Hidden cells show what hides them.
-        const std::uint8_t shown = mask.data[i] != 0 ? 250 : Colour(p, row, col, b);
-        ortho.data[3 * i + b] = Covers(p, row, col) ? shown : empty;
-      }
+  void WritePhoto(int p) {
+    const Window& w = kWindows[p];
+    const auto value = [&](int row, int col, int band) -> std::uint8_t {
+      if (!Covers(p, row + w.row, col + w.col)) return IsVoid(row + w.row, col + w.col) ? 0 : 1;
+      // Hidden cells show what hides them.
+      if (IsHidden(p, row + w.row, col + w.col)) return 250;
+      return Colour(p, row + w.row, col + w.col, band);
+    };
+    WriteRaster(Ortho(p), w, 3, value);
+    WriteRaster(Hidden(p), w, 1, [&](int row, int col, int) -> std::uint8_t {
+      return IsHidden(p, row + w.row, col + w.col) ? 255 : 0;
     });
-    Save(Ortho(p), ortho, w.minX, w.minY);
-    Save(ObscuredMaskName(Ortho(p)), mask, w.minX, w.minY);
   }
 
   std::vector<bool> hidden_[kPhotos];
@@ -190,8 +127,8 @@ TEST(FillTextureTest, EverySeenCellComesFromAPhotoThatSeesItOnTheMosaicsGrid) {
   ASSERT_TRUE(job.MakeTexture(&calls));
   EXPECT_DOUBLE_EQ(calls.percents.back(), 100);
   EXPECT_EQ(calls.messages.back(), ToGbk(message::kTexturing));
-  GeoCoefficients geo;
-  const PhotoInfo texture = Load(TexturePath(), &geo);
+  tqimage::GeoCoefficients geo;
+  const PhotoInfo texture = LoadRecord(TexturePath(), &geo);
   ASSERT_EQ(texture.bands, 3);
   ASSERT_EQ(texture.width, kCols);
   ASSERT_EQ(texture.height, kRows);
@@ -228,7 +165,7 @@ TEST(FillTextureTest, EverySeenCellComesFromAPhotoThatSeesItOnTheMosaicsGrid) {
 TEST(FillTextureTest, HowBlocksAreCutDoesNotShow) {
   Job job;
   ASSERT_TRUE(job.MakeTexture());
-  const Bytes texture = Load(TexturePath()).data;
+  const Bytes texture = Load(TexturePath());
   const auto map = Job::Map();
   for (const auto& [width, height] : {std::pair{kCols, 40}, {97, 61}, {33, kRows}}) {
     for (int row = 0; row < kRows; row += height) {
@@ -258,34 +195,29 @@ TEST(FillTextureTest, WhatNobodySeesIsFilledFromItsOwnLevelAndNothingBeyondThePh
     Job job;
     if (!haveHeights) std::filesystem::remove(job.dir.File("dsm.tif"));
     ASSERT_TRUE(job.MakeTexture());
-    const PhotoInfo texture = Load(TexturePath());
+    const Bytes texture = Load(TexturePath());
     const auto map = Job::Map();
     int bright = 0;
     for (int row = 0; row < kRows; ++row) {
       for (int col = 0; col < kCols; ++col) {
-        const int colour = texture.data[3 * Job::Index(row, col)];
+        const int colour = texture[3 * Job::Index(row, col)];
         const bool lane = Job::IsLane(row, col);
         if (lane || Job::IsVoid(row, col)) {
           ASSERT_EQ(map[Job::Index(row, col)], 0);
           ASSERT_GT(colour, 0) << row << " " << col;
         }
         if (lane && colour > 110) ++bright;
-        if (row >= 280 && col >= 360) {
-          ASSERT_EQ(colour, 0) << "beyond all rasters";
-        }
+        ASSERT_FALSE(row >= 280 && col >= 360 && colour != 0) << "beyond all rasters";
       }
     }
-    if (haveHeights) {
-      EXPECT_EQ(bright, 0) << "the roof's colour on the ground";
-    } else {
-      EXPECT_GT(bright, 0) << "without heights the roof is as near as the ground";
-    }
+    // Without heights the roof is as near as the ground.
+    EXPECT_EQ(bright == 0, haveHeights) << bright;
   }
 }
 
 TEST(FillTextureTest, PhotosWithoutMaskOrOfAnotherSizeSupplyNothing) {
   Job job;
-  std::filesystem::remove(ObscuredMaskName(job.Ortho(0)));
+  std::filesystem::remove(job.Hidden(0));
   std::filesystem::copy_file(job.Ortho(0), job.Ortho(2),
                              std::filesystem::copy_options::overwrite_existing);
   ASSERT_TRUE(job.MakeTexture());
@@ -306,7 +238,7 @@ TEST(FillTextureTest, AStopOrAFailureLeavesTheEarlierFiles) {
   EXPECT_EQ(std::filesystem::file_size(TexturePath()), 7U);
   EXPECT_EQ(std::filesystem::file_size(PixMapPath()), 7U);
   ASSERT_TRUE(job.MakeTexture());
-  const Bytes before = Load(job.Ortho(1)).data;
+  const Bytes before = Load(job.Ortho(1));
   const int threads = omp_get_max_threads();
   omp_set_num_threads(1);
   calls = {};
@@ -314,7 +246,7 @@ TEST(FillTextureTest, AStopOrAFailureLeavesTheEarlierFiles) {
   EXPECT_FALSE(job.Update(&calls));
   omp_set_num_threads(threads);
   EXPECT_EQ(calls.percents.size(), 1U);
-  EXPECT_EQ(Load(job.Ortho(1)).data, before);
+  EXPECT_EQ(Load(job.Ortho(1)), before);
   std::filesystem::remove(ParamFilePath());
   EXPECT_FALSE(job.MakeTexture());
   job.photoBlocks.clear();
@@ -324,23 +256,23 @@ TEST(FillTextureTest, AStopOrAFailureLeavesTheEarlierFiles) {
 TEST(FillUpdateTest, HiddenCellsAndHolesTakeTheTextureAndSeenCellsKeepTheirBytes) {
   Job job;
   ASSERT_TRUE(job.MakeTexture());
-  const PhotoInfo texture = Load(TexturePath());
+  const Bytes texture = Load(TexturePath());
   const auto map = Job::Map();
   Bytes before[kPhotos];
-  for (int p = 0; p < kPhotos; ++p) before[p] = Load(job.Ortho(p)).data;
+  for (int p = 0; p < kPhotos; ++p) before[p] = Load(job.Ortho(p));
   Calls calls;
   ASSERT_TRUE(job.Update(&calls));
   EXPECT_EQ(calls.percents.size(), 3U);
   EXPECT_NEAR(calls.percents.back(), 100, 1e-9);
   int othersColours = 0;
   for (int p = 0; p < kPhotos; ++p) {
-    const Bytes after = Load(job.Ortho(p)).data;
+    const Bytes after = Load(job.Ortho(p));
     Job::ForCells(p, [&](int row, int col, std::size_t i) {
       const bool fill =
           (Job::Covers(p, row, col) && job.IsHidden(p, row, col)) || Job::IsVoid(row, col);
       const int number = map[Job::Index(row, col)];
       for (int b = 0; b < 3; ++b) {
-        const int filled = texture.data[3 * Job::Index(row, col) + b];
+        const int filled = texture[3 * Job::Index(row, col) + b];
         ASSERT_EQ(after[3 * i + b], fill ? filled : before[p][3 * i + b])
             << p << ": " << row << " " << col;
         if (fill && number != 0 && filled == Job::Colour(number - 1, row, col, b)) ++othersColours;
@@ -348,28 +280,28 @@ TEST(FillUpdateTest, HiddenCellsAndHolesTakeTheTextureAndSeenCellsKeepTheirBytes
     });
   }
   EXPECT_GT(othersColours, 10000);
-  const Bytes once = Load(job.Ortho(0)).data;
+  const Bytes once = Load(job.Ortho(0));
   ASSERT_TRUE(job.Update());
-  EXPECT_EQ(Load(job.Ortho(0)).data, once) << "a second update changes nothing";
+  EXPECT_EQ(Load(job.Ortho(0)), once) << "a second update changes nothing";
   // The full update takes the same two files.
-  ASSERT_TRUE(job.UpdateOrthoImages("none", job.Prefix(), nullptr, nullptr));
-  const Bytes full = Load(job.Ortho(1)).data;
+  ASSERT_TRUE(job.Run(&Job::UpdateOrthoImages));
+  const Bytes full = Load(job.Ortho(1));
   Job::ForCells(1, [&](int row, int col, std::size_t i) {
-    if (Job::Covers(1, row, col) && col > kWindows[1].minX) {
-      ASSERT_EQ(full[3 * i], texture.data[3 * Job::Index(row, col)]) << row << " " << col;
+    if (Job::Covers(1, row, col) && col > kWindows[1].col) {
+      ASSERT_EQ(full[3 * i], texture[3 * Job::Index(row, col)]) << row << " " << col;
     }
   });
 }
 
 TEST(FillUpdateTest, OnlyEnclosedCellsAreHolesAndCellsWithoutTextureStay) {
   // 0 and 1 are empty; 9 is data.
-  auto ortho = Record(6, 5, 1);
+  auto ortho = ByteRecord(6, 5, 1);
   ortho.data = {0, 9, 9, 9, 9, 9,  //
                 9, 0, 1, 9, 0, 9,  //
                 9, 9, 9, 9, 9, 1,  //
                 9, 1, 9, 9, 0, 0,  //
                 9, 9, 9, 0, 9, 9};
-  auto texture = Record(6, 5, 1);
+  auto texture = ByteRecord(6, 5, 1);
   std::fill(texture.data.begin(), texture.data.end(), 70);
   texture.data[10] = 0;
   const Bytes holesFilled = {0, 9,  9,  9, 9, 9,  //
@@ -380,7 +312,7 @@ TEST(FillUpdateTest, OnlyEnclosedCellsAreHolesAndCellsWithoutTextureStay) {
   auto holes = ortho;
   EXPECT_TRUE(Job::FillImgInvalidHoles(texture, holes));
   EXPECT_EQ(holes.data, holesFilled);
-  auto hidden = Record(6, 5, 1);
+  auto hidden = ByteRecord(6, 5, 1);
   hidden.data[0] = hidden.data[1] = 255;
   hidden.data[2] = 254;
   auto seen = ortho;
@@ -388,7 +320,7 @@ TEST(FillUpdateTest, OnlyEnclosedCellsAreHolesAndCellsWithoutTextureStay) {
   Bytes expected = ortho.data;
   expected[1] = 70;
   EXPECT_EQ(seen.data, expected);
-  auto small = Record(6, 4, 1);
+  auto small = ByteRecord(6, 4, 1);
   EXPECT_FALSE(Job::FillImgObscure(small, texture, seen));
   EXPECT_FALSE(Job::FillImgObscure(hidden, small, seen));
   EXPECT_FALSE(Job::FillImgInvalidHoles(small, seen));
