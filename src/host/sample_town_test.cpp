@@ -9,10 +9,11 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "host/survey_reader.h"
+#include "host/town_camera.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -90,74 +91,10 @@ TEST(SampleTownTest, TheSameSeedGivesTheSameBytesWithAnyNumberOfThreads) {
   EXPECT_NE(FilesIn(other.Path()).at("truth/ortho.tif"), first.at("truth/ortho.tif"));
 }
 
-/// What a reader of the lists knows, read with nothing but streams.
-struct Lists {
-  double w = 0, h = 0, f = 0, sw = 0, sh = 0, px = 0, py = 0, k[8] = {};
-  int model = 0;
-  struct Photo {
-    std::string name;
-    double x = 0, y = 0, z = 0, omega = 0, phi = 0, kappa = 0;
-  };
-  std::vector<Photo> photos;
-
-  explicit Lists(const std::string& folder) {
-    std::istringstream cameras(ReadText(folder + "/cameras.txt"));
-    std::string line;
-    for (int i = 0; i < 3; ++i) std::getline(cameras, line);
-    cameras >> w >> h >> f >> sw >> sh >> px >> py >> model;
-    for (double& c : k) cameras >> c;
-    EXPECT_TRUE(cameras) << "sixteen values";
-    std::istringstream list(ReadText(folder + "/photos.txt"));
-    int blocks = 0, count = 0, camera = 0;
-    list >> blocks >> count >> line;
-    EXPECT_EQ(blocks, 1);
-    EXPECT_EQ(line, "photos");
-    for (int i = 0; i < count; ++i) {
-      Photo p;
-      list >> p.name >> p.x >> p.y >> p.z >> p.omega >> p.phi >> p.kappa >> camera;
-      EXPECT_TRUE(list) << "eight values";
-      photos.push_back(p);
-    }
-  }
-
-  /// Collinearity and lens, word for word; column and downward row of the recorded photo.
-  void Project(const Photo& p, double X, double Y, double Z, double& column, double& row) const {
-    const double sp = std::sin(p.phi), cp = std::cos(p.phi), so = std::sin(p.omega),
-                 co = std::cos(p.omega), sk = std::sin(p.kappa), ck = std::cos(p.kappa);
-    const double a1 = cp * ck - sp * so * sk, a2 = -cp * sk - sp * so * ck, a3 = -sp * co;
-    const double b1 = co * sk, b2 = co * ck, b3 = -so;
-    const double c1 = sp * ck + cp * so * sk, c2 = -sp * sk + cp * so * ck, c3 = cp * co;
-    const double dX = X - p.x, dY = Y - p.y, dZ = Z - p.z;
-    const double den = a3 * dX + b3 * dY + c3 * dZ, s = sw / w;
-    const double x0 = (px - 0.5 * w) * s, y0 = (py - 0.5 * h) * s;
-    column = (-f * (a1 * dX + b1 * dY + c1 * dZ) / den + x0) / s + w * 0.5;
-    double u = (-f * (a2 * dX + b2 * dY + c2 * dZ) / den + y0) / s + h * 0.5;
-    const double cx = w * 0.5 + x0 / s, cy = h * 0.5 + y0 / s;
-    if (model == 1) {
-      double dx = 0, dy = 0;
-      for (int i = 0; i < 40; ++i) {
-        const double x = column - dx - cx, y = u - dy - cy, r2 = x * x + y * y;
-        const double rad = k[0] * r2 + k[1] * r2 * r2 + k[2] * r2 * r2 * r2;
-        dx = k[3] * (2 * x * x + r2) + rad * x + 2 * k[4] * x * y + k[5] * x + k[6] * y;
-        dy = k[4] * (2 * y * y + r2) + rad * y + 2 * k[3] * x * y;
-      }
-      column -= dx;
-      u -= dy;
-    } else if (model == 3) {
-      const double fp = f / s, x = (column - cx) / fp, y = (h - u - cy) / fp, r2 = x * x + y * y;
-      const double rad = k[0] * r2 + k[1] * r2 * r2 + k[2] * r2 * r2 * r2;
-      column = (x + rad * x + k[4] * (2 * x * x + r2) + 2 * k[3] * x * y) * fp + cx;
-      u = h - ((y + rad * y + k[3] * (2 * y * y + r2) + 2 * k[4] * x * y) * fp + cy);
-    }
-    row = h - u;
-  }
-};
-
 class SampleTownLensTest : public ::testing::TestWithParam<int> {};
 
-// Everything is read back from the files as a stranger would: where the truth says that a photo
-// sees a cell, the pixel at its projection has the cell's colour, and no hidden cell's has in
-// general.
+// Everything is read back from the files: where the truth says that a photo sees a cell, the pixel
+// at its projection has the cell's colour, and no hidden cell's has in general.
 TEST_P(SampleTownLensTest, EverySeenCellOfTheTruthHasItsColourInThePhoto) {
   const TempDir folder;
   SampleOptions options = Tiny(folder.Path());
@@ -165,14 +102,18 @@ TEST_P(SampleTownLensTest, EverySeenCellOfTheTruthHasItsColourInThePhoto) {
   options.attitudeDeg = 4;
   std::string error;
   ASSERT_TRUE(WriteSampleTown(options, error, {})) << error;
-  const Lists lists(folder.Path());
-  EXPECT_EQ(lists.model, GetParam());
-  EXPECT_NE(lists.px, 0.5 * lists.w);
+  std::vector<std::string> problems;
+  const auto survey = ReadSurvey(folder.File("cameras.txt"), folder.File("photos.txt"), problems);
+  ASSERT_TRUE(survey) << problems.front();
+  const SurveyCamera& lens = survey->cameras.at(0);
+  EXPECT_EQ(lens.model, GetParam());
+  EXPECT_NE(lens.principalX, 0.5 * lens.width);
   const Raster ortho(folder.File("truth/ortho.tif")), height(folder.File("truth/height.tif"));
   const Raster classes(folder.File("truth/class.tif"));
   double worstPhoto = 0;
   int hidden = 0, roofs = 0;
-  for (const Lists::Photo& p : lists.photos) {
+  for (const SurveyPhoto& p : survey->blocks.at(0).photos) {
+    const TownCamera camera(lens, p, 0, 0);
     const Raster photo(folder.File("photos/" + p.name));
     const std::string stem = fs::path(p.name).stem().string();
     const Raster visibility(folder.File("truth/visibility/" + stem + ".tif"));
@@ -181,11 +122,12 @@ TEST_P(SampleTownLensTest, EverySeenCellOfTheTruthHasItsColourInThePhoto) {
       for (int col = 0; col < ortho.image.width; ++col) {
         const auto at = ortho.geo.Raster2World(col, row);
         double c = 0, r = 0;
-        lists.Project(p, at.x, at.y, height.Height(row, col), c, r);
-        const bool inside = c >= 0 && r >= 0 && c < lists.w - 1 && r < lists.h - 1;
+        const bool near = camera.Project(at.x, at.y, height.Height(row, col), c, r);
+        const double right = lens.width - 1, bottom = lens.height - 1;
+        const bool inside = near && c >= 0 && r >= 0 && c < right && r < bottom;
         const double state = visibility.Byte(row, col, 0);
-        if (std::abs(c) > 0.1 && std::abs(r) > 0.1 && std::abs(c - lists.w + 1) > 0.1 &&
-            std::abs(r - lists.h + 1) > 0.1) {
+        if (std::abs(c) > 0.1 && std::abs(r) > 0.1 && std::abs(c - right) > 0.1 &&
+            std::abs(r - bottom) > 0.1) {
           ASSERT_EQ(inside, state != 128) << c << " " << r;
         }
         hidden += state == 255 ? 1 : 0;
