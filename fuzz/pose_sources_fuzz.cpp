@@ -1,14 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <map>
-#include <string>
-#include <string_view>
-
+#include "fuzz/require.h"
 #include "host/calibration_file.h"
-#include "host/lens_fit.h"
 #include "host/metashape_file.h"
 #include "host/pix4d_file.h"
 #include "host/pose_table.h"
@@ -16,10 +8,7 @@
 namespace {
 
 using namespace tqtortho::host;
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
+using namespace tqtortho::fuzz;
 
 void RequireRotation(const Matrix3& m) {
   for (std::size_t i = 0; i < 3; ++i) {
@@ -37,27 +26,6 @@ void RequireRightHanded(const Matrix3& m) {
           0);
 }
 
-void RequireFinite(const Vector3& v) {
-  for (const double c : v) Require(std::isfinite(c));
-}
-
-void RequireUsable(const SourceLens& lens) {
-  std::string error;
-  const auto fit = FitLens(lens, 1, error);
-  Require(fit.has_value() || !error.empty());
-  if (!fit) return;
-  Require(fit->maxResidual <= kLensMaxResidual && fit->rmsResidual <= kLensRmsResidual);
-  Require(fit->camera.width >= 1 && fit->camera.height > 0 && fit->camera.focalLength > 0);
-}
-
-/// The first camera without a fault is converted; more would only cost time.
-void RequireUsable(const std::map<std::string, SourceCamera>& cameras) {
-  Require(!cameras.empty());
-  for (const auto& [name, camera] : cameras) {
-    if (camera.fault.empty()) return RequireUsable(camera.lens);
-  }
-}
-
 }  // namespace
 
 // Whatever the text files of a source hold: no crash, every refusal says why, and what is accepted
@@ -65,7 +33,7 @@ void RequireUsable(const std::map<std::string, SourceCamera>& cameras) {
 // byte chooses the file.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  const std::string_view text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const std::string_view text = Text(data + 1, size - 1);
   std::string error;
   switch (data[0] % 6) {
     case 0:
@@ -77,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           RequireRightHanded(camera.cameraToFrame);
           RequireFinite(camera.centre);
         }
+        Require(!chunk->sensors.empty());
         RequireUsable(chunk->sensors);
         return 0;
       }
@@ -92,7 +61,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       break;
     case 2:
-      if (const auto cameras = ParseCalibrations(text, error)) return RequireUsable(*cameras), 0;
+      if (const auto cameras = ParseCalibrations(text, error)) {
+        Require(!cameras->empty());
+        RequireUsable(*cameras);
+        return 0;
+      }
       break;
     case 3:
       if (const auto poses = ParsePix4dExternal(text, error)) {
@@ -118,6 +91,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
       break;
   }
-  Require(!error.empty() && error.find('\n') == std::string::npos);
+  RequireReason(error);
   return 0;
 }

@@ -106,38 +106,26 @@ TEST(MarkTallBordersTest, OnlyStepsBetweenLevelSidesCount) {
   for (const Scene& scene : scenes) {
     SCOPED_TRACE(scene.name);
     const int border = Count(Mark(scene.height));
-    if (scene.hasBorder) {
-      EXPECT_GT(border, 100);
-    } else {
-      EXPECT_EQ(border, 0);
-    }
+    EXPECT_TRUE(scene.hasBorder ? border > 100 : border == 0) << border;
   }
 }
 
 TEST(MarkTallBordersTest, OptionsChangeWhatCounts) {
   const auto slope = [](int row, int) { return 1.4 * row; };
-  BorderMaskOptions plain;
-  plain.slopeFactor = 0;
-  EXPECT_GT(Count(Mark(slope, plain)), 3000);
-
+  const auto with = [](auto member, auto value) {
+    BorderMaskOptions options;
+    options.*member = value;
+    return options;
+  };
+  EXPECT_GT(Count(Mark(slope, with(&BorderMaskOptions::slopeFactor, 0))), 3000);
   const auto house = [](int row, int col) { return InBox(row, col) ? 6.0 : 0.0; };
-  BorderMaskOptions high;
-  high.stepM = 6.5;
-  EXPECT_EQ(Count(Mark(house, high)), 0);
-
+  EXPECT_EQ(Count(Mark(house, with(&BorderMaskOptions::stepM, 6.5))), 0);
+  EXPECT_GT(Count(Mark(house, with(&BorderMaskOptions::widenCells, 3))), 3 * Count(Mark(house)));
   // A wall softened over eight cells of 0.1 is found over a reach of a metre, not over 0.2.
   const auto soft = [](int row, int) { return std::clamp((row - 26.0) * 0.8, 0.0, 6.4); };
-  BorderMaskOptions narrow;
-  narrow.reachM = 0;
-  EXPECT_EQ(Count(Mark(soft, narrow, 0.1)), 0);
+  EXPECT_EQ(Count(Mark(soft, with(&BorderMaskOptions::reachM, 0), 0.1)), 0);
   EXPECT_GT(Count(Mark(soft, {}, 0.1)), 100);
-
-  BorderMaskOptions wide;
-  wide.widenCells = 3;
-  EXPECT_GT(Count(Mark(house, wide)), 3 * Count(Mark(house)));
-
-  BorderMaskOptions all;
-  all.median = false;
+  BorderMaskOptions all = with(&BorderMaskOptions::median, false);
   all.minBorderCells = 0;
   const auto hut = [](int r, int c) { return r >= 30 && r < 34 && c >= 30 && c < 34 ? 9.0 : 0.0; };
   EXPECT_GT(Count(Mark(hut, all)), 0);
@@ -161,6 +149,16 @@ void WriteDsm(const std::string& path, int cols, int rows,
   ASSERT_TRUE(image.Close());
 }
 
+/// The mask of a DSM as it was written, and where it lies.
+Bytes Written(const std::string& dsm, const std::string& out, const BorderMaskOptions& options,
+              GeoCoefficients* at = nullptr, BorderMaskReport* report = nullptr) {
+  std::string error;
+  EXPECT_TRUE(WriteBorderMask(dsm, out, options, error, report)) << error;
+  tqorkit::PhotoInfo mask;
+  EXPECT_TRUE(TqImage::QuickReadImage(out, mask, at));
+  return mask.data;
+}
+
 TEST(WriteBorderMaskTest, TheMaskLiesOnTwiceTheCells) {
   const testing::TempDir dir;
   const std::string out = dir.File("deep/er/mask.tif");
@@ -169,21 +167,18 @@ TEST(WriteBorderMaskTest, TheMaskLiesOnTwiceTheCells) {
     if (row > 60 && col > 90) return -9999.0;
     return col >= 40 && col < 80 ? 20.0 : 10.0;
   });
-  std::string error;
   BorderMaskReport report;
-  ASSERT_TRUE(WriteBorderMask(dir.File("dsm.tif"), out, {}, error, &report)) << error;
-  tqorkit::PhotoInfo mask;
   GeoCoefficients at;
-  ASSERT_TRUE(TqImage::QuickReadImage(out, mask, &at));
-  EXPECT_EQ(mask.width, 61);
-  EXPECT_EQ(mask.height, 50);
+  const Bytes mask = Written(dir.File("dsm.tif"), out, {}, &at, &report);
+  EXPECT_EQ(at.GetWidth(), 61);
+  EXPECT_EQ(at.GetHeight(), 50);
   EXPECT_EQ(at.GetOrigin(), (tqfd::Point2_T<double>{500.125, 899.875}));
   EXPECT_EQ(at.GetResolution(), (tqfd::Point2_T<double>{0.5, -0.5}));
   EXPECT_FALSE(at.GetProjection().empty());
   for (int row = 0; row < 50; ++row) {
-    for (const int col : {19, 20, 39, 40}) EXPECT_EQ(mask.data[row * 61 + col], kTallBorder);
+    for (const int col : {19, 20, 39, 40}) EXPECT_EQ(mask[row * 61 + col], kTallBorder);
   }
-  EXPECT_EQ(std::count(mask.data.begin(), mask.data.end(), kTallBorder), 4 * 50);
+  EXPECT_EQ(std::count(mask.begin(), mask.end(), kTallBorder), 4 * 50);
   EXPECT_EQ(report.borderCells, 4 * 50);
   EXPECT_EQ(report.cells, 61 * 50);
   // Full cells of no data: rows 61 / 2 + 1 on, columns 46 on.
@@ -202,30 +197,24 @@ TEST(WriteBorderMaskTest, StripsLeaveNoSeams) {
   WriteDsm(dir.File("dsm.tif"), kCols, kRows, [&](int row, int col) {
     return (row / 23 + col / 31) % 2 == 0 ? tops[row / 10] : 0.0F;
   });
-  std::string error;
   BorderMaskOptions options;
   options.widenCells = 1;
   options.stripCells = 1000;
-  ASSERT_TRUE(WriteBorderMask(dir.File("dsm.tif"), dir.File("mask.tif"), options, error)) << error;
-  tqorkit::PhotoInfo mask;
-  GeoCoefficients at;
-  ASSERT_TRUE(TqImage::QuickReadImage(dir.File("mask.tif"), mask, &at));
+  const Bytes mask = Written(dir.File("dsm.tif"), dir.File("mask.tif"), options);
   tqorkit::PhotoInfo dsm;
-  ASSERT_TRUE(TqImage::QuickReadImage(dir.File("dsm.tif"), dsm, &at));
+  ASSERT_TRUE(TqImage::QuickReadImage(dir.File("dsm.tif"), dsm, nullptr));
   std::vector<float> half(static_cast<std::size_t>(kRows) / 2 * kCols / 2);
   HalveHeights({reinterpret_cast<const float*>(dsm.data.data()), kRows, kCols}, -9999,
                {half.data(), kRows / 2, kCols / 2});
   Bytes whole(half.size());
   MarkTallBorders({half.data(), kRows / 2, kCols / 2}, 0.5, options,
                   {whole.data(), kRows / 2, kCols / 2});
-  EXPECT_EQ(mask.data, whole);
+  EXPECT_EQ(mask, whole);
   EXPECT_GT(std::count(whole.begin(), whole.end(), kTallBorder), 5000);
   // Told to trace everywhere, the same borders are lines and all other ground is 200.
   options.traceEverywhere = true;
-  ASSERT_TRUE(WriteBorderMask(dir.File("dsm.tif"), dir.File("mask.tif"), options, error)) << error;
-  ASSERT_TRUE(TqImage::QuickReadImage(dir.File("mask.tif"), mask, &at));
   for (auto& cell : whole) cell = cell == kTallBorder ? kBorderLine : kTallBorder;
-  EXPECT_EQ(mask.data, whole);
+  EXPECT_EQ(Written(dir.File("dsm.tif"), dir.File("mask.tif"), options), whole);
 }
 
 TEST(WriteBorderMaskTest, RefusalsSayWhy) {
@@ -253,10 +242,7 @@ TEST(WriteBorderMaskTest, ARealSurveyOfTreesIsNoTown) {
     BorderMaskOptions options;
     options.slopeFactor = slopeFactor;
     BorderMaskReport report;
-    std::string error;
-    EXPECT_TRUE(WriteBorderMask(shared + "/odm-field/odm_dem/dsm.tif", dir.File("m.tif"), options,
-                                error, &report))
-        << error;
+    Written(shared + "/odm-field/odm_dem/dsm.tif", dir.File("m.tif"), options, nullptr, &report);
     return static_cast<double>(report.borderCells) / static_cast<double>(report.heightCells);
   };
   EXPECT_GT(share(0), 0.3);

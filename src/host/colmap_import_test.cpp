@@ -9,11 +9,7 @@
 
 #include "host/colmap_file.h"
 #include "host/number_text.h"
-#include "host/odm_import.h"
-#include "host/opensfm_file.h"
-#include "host/rotation.h"
 #include "testing/import_scene.h"
-#include "testing/town_data.h"
 
 namespace tqtortho::host {
 namespace {
@@ -298,45 +294,6 @@ TEST(ColmapImportTest, PhotosOfTwoFoldersNeverShareAFile) {
   const Survey survey = Imported(ImportColmap, folder.Wanted());
   ASSERT_EQ(survey.blocks.at(0).photos.size(), 2U);
   EXPECT_EQ(survey.blocks[0].photos[1].name, "b/1.jpg");
-}
-
-// The poses of the real survey, once as its own project and once as a model.
-TEST(ColmapImportTest, FieldSurveyHasThePosesOfItsProject) {
-  const std::string data = tqtortho::testing::SharedData();
-  if (data.empty()) GTEST_SKIP() << "no measurement data (TQTORTHO_SHARED_DATA)";
-  std::string error;
-  const auto expected = ImportOdm(data + "/odm-field", error);
-  const auto project = ParseOpenSfm(
-      tqtortho::testing::ReadText(data + "/odm-field/opensfm/reconstruction.json"), error);
-  ASSERT_TRUE(expected && project) << error;
-  const ImportFolder folder;
-  std::string images;
-  for (const OpenSfmShot& shot : project->shots) {
-    const Matrix3& r = shot.rotation;
-    const double w = std::sqrt(1 + r[0] + r[4] + r[8]) / 2;
-    const Vector3 t = Product(r, shot.centre);
-    images += "1";
-    for (const double v : {w, (r[7] - r[5]) / (4 * w), (r[2] - r[6]) / (4 * w),
-                           (r[3] - r[1]) / (4 * w), -t[0], -t[1], -t[2]}) {
-      images += " " + Exact(v);
-    }
-    images += " 1 " + shot.name + "\n\n";
-  }
-  folder.dir.Write("images.txt", images);
-  folder.dir.Write("cameras.txt", "1 SIMPLE_PINHOLE 1368 912 911 684 456\n");
-  ImportRequest request = folder.Request("");
-  request.dsmPath = data + "/odm-field/odm_dem/dsm.tif";
-  request.photoDir = data + "/odm-field/images";
-  request.crs = "EPSG:32651";
-  request.offset = {292632, 2731169, 0};
-  const Survey survey = Imported(ImportColmap, request);
-  ASSERT_EQ(survey.blocks.at(0).photos.size(), 4U);
-  for (std::size_t i = 0; i < 4; ++i) {
-    const SurveyPhoto &a = survey.blocks[0].photos[i], &b = expected->blocks[0].photos[i];
-    EXPECT_EQ(a.name, b.name);
-    EXPECT_NEAR(std::hypot(a.x - b.x, a.y - b.y, a.z - b.z), 0, 1e-6);
-    EXPECT_NEAR(std::hypot(a.omega - b.omega, a.phi - b.phi, a.kappa - b.kappa), 0, 1e-9);
-  }
 }
 
 }  // namespace

@@ -142,11 +142,7 @@ TEST_F(DsmPrepareTest, OrthoCellsWithoutAHeightOfTheirOwnAreBlanked) {
   EXPECT_EQ(ortho.data[(20 * 80 + 22) * 3], 77) << "a filled hole stays";
   EXPECT_EQ(ortho.data[(4 * 80 + 70) * 3 + 1], 0) << "the missing corner is blank";
   EXPECT_EQ(ortho.data[(40 * 80 + 70) * 3 + 1], 77);
-}
-
-TEST(RoundUpTest, TwoDigitsUpwardsAndNotBeyond) {
-  std::string error;
-  EXPECT_FALSE(BlankWithoutHeight("/no/such.tif", "/no/origin.tif", error));
+  EXPECT_FALSE(BlankWithoutHeight("/no/such.tif", dir.File("origin.tif"), error));
   EXPECT_NE(error.find("/no/such.tif"), std::string::npos);
 }
 

@@ -123,24 +123,6 @@ TEST(LensFitTest, StrongBrownLensesAgreeOrAreRefusedForFolding) {
   EXPECT_GT(accepted, kRounds * 8 / 10);
 }
 
-TEST(LensFitTest, SimplerLensesAgree) {
-  SourceLens perspective = {"test", "perspective", 4000, 3000, 0.85, 0.85, 0, 0, -0.012, 0.007};
-  SourceLens bare = {"test", "perspective", 4000, 3000, 0.85, 0.85};
-  SourceLens offset = {"test", "simple_radial", 4001, 3001, 0.85, 0.85, 0.01, -0.02};
-  SourceLens simpleRadial = {"test", "simple_radial", 3000, 4000, 0.9, 0.9, 0.003, -0.004, -0.15};
-  SourceLens radial = {"test", "radial", 6000, 4000, 1.1, 1.1, -0.003, 0.004, 0.1, -0.05};
-  std::mt19937 random(2);
-  for (const SourceLens& lens : {perspective, bare, offset, simpleRadial, radial}) {
-    std::string error;
-    const auto fit = FitLens(lens, 1, error);
-    ASSERT_TRUE(fit) << error;
-    EXPECT_EQ(fit->camera.model, lens.HasDistortion() ? 3 : 0);
-    const Agreement a = Compare(lens, fit->camera, random);
-    EXPECT_LT(a.largest, 0.02) << lens.projection;
-    EXPECT_GT(a.count, 3000);
-  }
-}
-
 // Model 1 stops its inversion at 0.1 pixel, so its residual is what it is: within the limits or
 // refused with the figure, never passed on in silence.
 TEST(LensFitTest, DifferentFocalLengthsGoThroughModelOneOrAreRefusedWithTheFigure) {

@@ -108,15 +108,5 @@ TEST(RotationTest, WhatIsNoRotationComesBackUnchanged) {
   EXPECT_TRUE(std::isnan(NearestRotation(broken)[0]));
 }
 
-// Looking straight down with the top of the photo to the north: right is east, down is south,
-// forward is down, and no angle turns.
-TEST(RotationTest, NadirPhotoWithNorthUpHasNoAngles) {
-  const Matrix3 vision = {1, 0, 0, 0, -1, 0, 0, 0, -1};
-  const PhotoAngles a = AnglesFromMatrix(CameraToGround(vision));
-  EXPECT_EQ(a.omega, 0);
-  EXPECT_EQ(a.phi, 0);
-  EXPECT_EQ(a.kappa, 0);
-}
-
 }  // namespace
 }  // namespace tqtortho::host

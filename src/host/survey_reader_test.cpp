@@ -11,7 +11,7 @@
 #include <map>
 
 #include "driver/job_inputs.h"
-#include "testing/temp_dir.h"
+#include "testing/import_scene.h"
 
 namespace tqtortho::host {
 namespace {
@@ -20,6 +20,7 @@ using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using tqtortho::testing::Replaced;
 
 const std::string kCamera =
     "600 450 2.4 2.4 1.8 303 223 1 9.9e-08 -2.1e-13 2.5e-19 4.9e-06 -3.5e-06 2e-04 -1.5e-04 0";
@@ -34,11 +35,11 @@ std::vector<std::string> Problems(const std::string& cameras, const std::string&
   return problems;
 }
 
-std::string Replaced(std::string text, const std::string& what, const std::string& with) {
-  const std::size_t at = text.find(what);
-  EXPECT_NE(at, std::string::npos) << what;
-  return text.replace(at, what.size(), with);
-}
+struct Case {
+  std::string text;
+  int line;
+  const char* words;
+};
 
 TEST(SurveyReaderTest, GoodListsGiveTheSurvey) {
   std::vector<std::string> problems;
@@ -82,86 +83,75 @@ TEST(SurveyReaderTest, WindowsLineEndsByteOrderMarkAndAbsolutePathsAreAccepted) 
 
 // Every fault gets its one line: file, line number, what is wrong.
 TEST(SurveyReaderTest, EveryCameraFaultIsNamedWithItsLine) {
-  struct Case {
-    std::string cameras;
-    const char* where;
-    const char* words;
-  };
   const auto with = [](const std::string& what, const std::string& text) {
     return Replaced(kCameras, what, text);
   };
   const Case cases[] = {
-      {with(" 0\n", "\n"), "dir/cams.txt:4: ", "15 values instead of sixteen"},
-      {with(" 0\n", " 0 0\n"), "dir/cams.txt:4: ", "17 values"},
-      {with("9.9e-08", "abc"), "dir/cams.txt:4: ", "value 9 of camera 7 is \"abc\""},
-      {with("9.9e-08", "nan"), "dir/cams.txt:4: ", "finite"},
-      {with("9.9e-08", "1e999"), "dir/cams.txt:4: ", "finite"},
-      {with("9.9e-08", "0,1"), "dir/cams.txt:4: ", "finite"},
-      {with("223 1 ", "223 1.0 "), "dir/cams.txt:4: ", "whole number"},
-      {with("223 1 ", "223 2 "), "dir/cams.txt:4: ", "distortion model 2 is unknown"},
-      {with("2.4 2.4", "0 2.4"), "dir/cams.txt:4: ", "focal length is 0"},
-      {with("2.4 2.4", "-1 2.4"), "dir/cams.txt:4: ", "focal length is -1"},
-      {with("2.4 2.4", "2.4 0"), "dir/cams.txt:4: ", "sensor width is 0"},
-      {with("2.4 2.4", "600 2.4"), "dir/cams.txt:4: ", "one unit"},
-      {with("600 450", "-600 450"), "dir/cams.txt:4: ", "image size"},
-      {with("303 223", "0.012 0.003"), "dir/cams.txt:4: ", "principal point"},
-      {with("303 223", "303 448"), "dir/cams.txt:4: ", "principal point"},
-      {with("9.9e-08", "-0.26"), "dir/cams.txt:4: ", "moves the image corner"},
-      {"", "dir/cams.txt:1: ", "number of cameras"},
-      {"0\n", "dir/cams.txt:1: ", "number of cameras"},
-      {"1.5\n", "dir/cams.txt:1: ", "number of cameras"},
-      {"1\nx\nname\n" + kCamera, "dir/cams.txt:2: ", "id of camera 1 of 1"},
-      {"1\n7\nname", "dir/cams.txt:3: ", "ends inside camera 7"},
-      {"2" + kCameras.substr(1), "dir/cams.txt:5: ", "id of camera 2 of 2"},
-      {kCameras + "8\n", "dir/cams.txt:5: ", "more lines follow"},
-      {"2" + kCameras.substr(1) + kCameras.substr(2), "dir/cams.txt:5: ", "id 7 is used twice"},
+      {with(" 0\n", "\n"), 4, "15 values instead of sixteen"},
+      {with(" 0\n", " 0 0\n"), 4, "17 values"},
+      {with("9.9e-08", "abc"), 4, "value 9 of camera 7 is \"abc\""},
+      {with("9.9e-08", "nan"), 4, "finite"},
+      {with("9.9e-08", "1e999"), 4, "finite"},
+      {with("9.9e-08", "0,1"), 4, "finite"},
+      {with("223 1 ", "223 1.0 "), 4, "whole number"},
+      {with("223 1 ", "223 2 "), 4, "distortion model 2 is unknown"},
+      {with("2.4 2.4", "0 2.4"), 4, "focal length is 0"},
+      {with("2.4 2.4", "-1 2.4"), 4, "focal length is -1"},
+      {with("2.4 2.4", "2.4 0"), 4, "sensor width is 0"},
+      {with("2.4 2.4", "600 2.4"), 4, "one unit"},
+      {with("600 450", "-600 450"), 4, "image size"},
+      {with("303 223", "0.012 0.003"), 4, "principal point"},
+      {with("303 223", "303 448"), 4, "principal point"},
+      {with("9.9e-08", "-0.26"), 4, "moves the image corner"},
+      {"", 1, "number of cameras"},
+      {"0\n", 1, "number of cameras"},
+      {"1.5\n", 1, "number of cameras"},
+      {"1\nx\nname\n" + kCamera, 2, "id of camera 1 of 1"},
+      {"1\n7\nname", 3, "ends inside camera 7"},
+      {"2" + kCameras.substr(1), 5, "id of camera 2 of 2"},
+      {kCameras + "8\n", 5, "more lines follow"},
+      {"2" + kCameras.substr(1) + kCameras.substr(2), 5, "id 7 is used twice"},
   };
   for (const Case& c : cases) {
-    EXPECT_THAT(Problems(c.cameras, kPhotos),
-                ElementsAre(AllOf(HasSubstr(c.where), HasSubstr(c.words))))
-        << c.cameras;
+    const std::string where = "dir/cams.txt:" + std::to_string(c.line) + ": ";
+    EXPECT_THAT(Problems(c.text, kPhotos), ElementsAre(AllOf(HasSubstr(where), HasSubstr(c.words))))
+        << c.text;
   }
 }
 
 TEST(SurveyReaderTest, EveryPhotoFaultIsNamedWithItsLine) {
-  struct Case {
-    std::string photos;
-    const char* where;
-    const char* words;
-  };
   const auto with = [](const std::string& what, const std::string& text) {
     return Replaced(kPhotos, what, text);
   };
+  const std::string place = "500013.5 5400010.1 158.9", turn = "-0.0165 0.0087 3.1";
   const Case cases[] = {
-      {with(" 7\n", "\n"), ":4: ", "this one 7"},
-      {with("S01.png", "S 01.png"), ":4: ", "must not hold blanks"},
-      {with("158.9", "high"), ":4: ", "field 4 is \"high\""},
-      {with("158.9", "inf"), ":4: ", "finite"},
-      {with("3.1 7", "3.1 7.5"), ":4: ", "camera id is \"7.5\""},
-      {with("3.1 7", "3.1 8"), ":4: ", "names camera 8"},
-      {with("3.1", "178.2"), ":4: ", "degrees"},
-      {with("-0.0165", "-6.5"), ":4: ", "degrees"},
-      {with("500013.5 5400010.1 158.9 -0.0165 0.0087 3.1",
-            "-0.0165 0.0087 3.1 500013.5 5400010.1 158.9"),
-       ":4: ", "order is name X Y Z omega phi kappa"},
-      {with("-0.0165 0.0087 3.1", "3.1 -0.0165 0.0087"), ":4: ", "above the horizon"},
-      {with("S01.png", std::string(300, 'a')), ":4: ", "longer than"},
-      {"", ":1: ", "number of photo blocks"},
-      {with("1\nphotos", "-1\nphotos"), ":2: ", "number of photos of block 1 of 1"},
-      {"1\n3000000000\nphotos\n", ":2: ", "number of photos"},
-      {"1\n1\n\n" + kPhoto, ":3: ", "folder of block 1 of 1"},
-      {with("1\nphotos", "2\nphotos"), ":4: ", "ends after 1 of 2 photos"},
-      {with("1\nphotos", "2000000\nphotos"), ":4: ", "ends after 1 of 2000000 photos"},
-      {kPhotos + kPhoto, ":5: ", "more lines follow"},
-      {"2" + kPhotos.substr(1) + kPhoto, ":5: ", "number of photos of block 2 of 2"},
-      {"1\n2\nphotos\n" + kPhoto + "\n" + kPhoto, ":5: ", "listed twice"},
-      {"2\n1\nphotos\n" + kPhoto + "\n1\n./a/../photos/\n" + kPhoto, ":7: ", "listed twice"},
+      {with(" 7\n", "\n"), 4, "this one 7"},
+      {with("S01.png", "S 01.png"), 4, "must not hold blanks"},
+      {with("158.9", "high"), 4, "field 4 is \"high\""},
+      {with("158.9", "inf"), 4, "finite"},
+      {with("3.1 7", "3.1 7.5"), 4, "camera id is \"7.5\""},
+      {with("3.1 7", "3.1 8"), 4, "names camera 8"},
+      {with("3.1", "178.2"), 4, "degrees"},
+      {with("-0.0165", "-6.5"), 4, "degrees"},
+      {with(place + " " + turn, turn + " " + place), 4, "order is name X Y Z omega phi kappa"},
+      {with(turn, "3.1 -0.0165 0.0087"), 4, "above the horizon"},
+      {with("S01.png", std::string(300, 'a')), 4, "longer than"},
+      {"", 1, "number of photo blocks"},
+      {with("1\nphotos", "-1\nphotos"), 2, "number of photos of block 1 of 1"},
+      {"1\n3000000000\nphotos\n", 2, "number of photos"},
+      {"1\n1\n\n" + kPhoto, 3, "folder of block 1 of 1"},
+      {with("1\nphotos", "2\nphotos"), 4, "ends after 1 of 2 photos"},
+      {with("1\nphotos", "2000000\nphotos"), 4, "ends after 1 of 2000000 photos"},
+      {kPhotos + kPhoto, 5, "more lines follow"},
+      {"2" + kPhotos.substr(1) + kPhoto, 5, "number of photos of block 2 of 2"},
+      {"1\n2\nphotos\n" + kPhoto + "\n" + kPhoto, 5, "listed twice"},
+      {"2\n1\nphotos\n" + kPhoto + "\n1\n./a/../photos/\n" + kPhoto, 7, "listed twice"},
   };
   for (const Case& c : cases) {
-    EXPECT_THAT(
-        Problems(kCameras, c.photos),
-        ElementsAre(AllOf(HasSubstr(std::string("dir/list.txt") + c.where), HasSubstr(c.words))))
-        << c.photos;
+    const std::string where = "dir/list.txt:" + std::to_string(c.line) + ": ";
+    EXPECT_THAT(Problems(kCameras, c.text),
+                ElementsAre(AllOf(HasSubstr(where), HasSubstr(c.words))))
+        << c.text;
   }
 }
 

@@ -25,7 +25,7 @@ using ::testing::Pair;
 constexpr double kHuge = std::numeric_limits<double>::max();
 const GroundRect kEmptyRect{kHuge, kHuge, -kHuge, -kHuge};
 
-/// A job with the given footprints, `perBlock` photos a block, and its parameter file.
+/// A job with the given footprints, two photos a block, and its parameter file.
 class Job : public tqTORProc {
  public:
   using tqTORProc::CheckOverlaps;
@@ -42,11 +42,11 @@ class Job : public tqTORProc {
   using tqTORProc::photoOverlaps;
   using tqTORProc::PlaceMosaic;
 
-  explicit Job(const std::vector<GroundRect>& rects, double resolution = 1, int perBlock = 2) {
+  explicit Job(const std::vector<GroundRect>& rects, double resolution = 1) {
     tqfd::PathHelper::SetProgramDataDirectory(dir.Path());
     WriteParams("1.000000", std::to_string(resolution));
     for (std::size_t i = 0; i < rects.size(); ++i) {
-      if (i % static_cast<std::size_t>(perBlock) == 0) photoBlocks.emplace_back();
+      if (i % 2 == 0) photoBlocks.emplace_back();
       tqorkit::tqExtOri photo;
       photo.SetGeoRect(rects[i]);
       photoBlocks.back().InsertPhoto(photo);
@@ -70,16 +70,6 @@ TEST(MosaicGridTest, StripsTakeUpTo4989RowsMoreThanTheirFiveThousand) {
   constexpr std::int64_t kCases[][2] = {{0, 1},    {1, 1},    {4989, 1},  {4990, 1},  {5000, 1},
                                         {9989, 1}, {9990, 2}, {14989, 2}, {14990, 3}, {-7, 1}};
   for (const auto& [rows, count] : kCases) EXPECT_EQ(StripCount(rows), count) << rows;
-}
-
-TEST(MosaicGridTest, OnePhotoIsOneStrip) {
-  const GroundRect footprint{100, 200, 180, 260};
-  Job job({footprint}, 0.5);
-  ASSERT_TRUE(job.Strips());
-  EXPECT_EQ(job.rect, footprint);
-  EXPECT_EQ(job.resolution, 0.5);
-  EXPECT_THAT(job.stripRects, ElementsAre(footprint));
-  EXPECT_THAT(job.stripPhotos, ElementsAre(ElementsAre(PhotoRef{0, 0})));
 }
 
 // The grid's rows are rounded from its height: half a row more makes the next row.
@@ -112,9 +102,11 @@ TEST(MosaicGridTest, AnEvenlyHalvedPhotoBelongsToNoStripAndAnEmptyStripStaysInve
 TEST(MosaicGridTest, PhotosWithoutFootprintTakeNoPart) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const GroundRect good{5000, 6000, 5010, 6010};
-  Job job({{0, 0, 0, 0}, kEmptyRect, good, {nan, 0, 1, 1}, {0, 0, HUGE_VAL, 1}});
+  Job job({{0, 0, 0, 0}, kEmptyRect, good, {nan, 0, 1, 1}, {0, 0, HUGE_VAL, 1}}, 0.5);
   ASSERT_TRUE(job.Strips());
   EXPECT_EQ(job.rect, good);
+  EXPECT_EQ(job.resolution, 0.5);
+  EXPECT_THAT(job.stripRects, ElementsAre(good));
   EXPECT_THAT(job.stripPhotos, ElementsAre(ElementsAre(PhotoRef{1, 0})));
   ASSERT_TRUE(job.PlaceMosaic(nullptr, nullptr));
   EXPECT_THAT(job.photoList, ElementsAre(PhotoRef{1, 0}));

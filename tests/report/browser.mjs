@@ -5,21 +5,14 @@ import path from 'node:path';
 import { require } from './job_files.mjs';
 
 const { chromium } = require('playwright-core');
-const FLAGS = [
-  '--headless',
-  '--no-sandbox',
-  '--disable-gpu',
-  '--disable-quic',
-  '--no-first-run',
-  '--disable-background-networking',
-  '--disable-component-update',
-  '--disable-sync',
-];
+const FLAGS =
+  '--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-sync ' +
+  '--disable-background-networking --disable-component-update';
 
 export function startBrowser() {
   return chromium.launch({
     executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-    args: FLAGS,
+    args: FLAGS.split(' '),
   });
 }
 
@@ -46,14 +39,11 @@ export async function openReport(browser, job, options = {}) {
 }
 
 /** Waits until the map has been drawn. */
-export function settled(page) {
-  return page.evaluate(
-    () =>
-      new Promise((done) =>
-        requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(done, 60))),
-      ),
-  );
-}
+export const settled = (page) =>
+  page.evaluate(async () => {
+    for (let i = 0; i < 2; ++i) await new Promise(requestAnimationFrame);
+    await new Promise((done) => setTimeout(done, 60));
+  });
 
 export async function chooseLayer(page, title, id) {
   await page.click(`.pills label:has-text("${title}")`);
