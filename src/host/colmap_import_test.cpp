@@ -218,6 +218,7 @@ TEST(ColmapImportTest, EachFaultIsNamedWithFileAndLine) {
       {"cameras.txt", "1400", "x", "cameras.txt: line 2: is not number, model, width"},
       {"cameras.txt", "500", "nan",
        "camera \"7\" (SIMPLE_PINHOLE): its size or a parameter is out"},
+      {"cameras.txt", "500", "inf", "its size or a parameter is out"},
       {"cameras.txt", " 500", "", "has 2 parameters, not 3"},
       {"cameras.txt", "SIMPLE_PINHOLE", "OPENCV_FISHEYE",
        "camera \"7\" (OPENCV_FISHEYE): this lens model cannot be expressed; use OPENCV"},
