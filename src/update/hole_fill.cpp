@@ -26,15 +26,11 @@ enum State : std::uint8_t {
   kDone,     ///< got one
 };
 
-/// Four floats, so that a colour is one register; the last counts cells.
-struct alignas(16) Colour {
-  float v[4];
-  void AddWeighted(const Colour& other, float weight) {
-    for (int b = 0; b < 4; ++b) v[b] += weight * other.v[b];
-  }
-  void Add(const Colour& other) {
-    for (int b = 0; b < 4; ++b) v[b] += other.v[b];
-  }
+/// A colour in one register; the fourth value counts cells, with their weights. A vector type of
+/// the compilers: left to themselves they take it apart.
+using Four = float __attribute__((vector_size(16)));
+struct Colour {
+  Four v;
 };
 
 /// Inverse squared distances of the cells around one.
@@ -160,8 +156,8 @@ class Filler {
       for (int col = 0; col < cols_; ++col, p += 3) {
         if (isAsked[col] == 0) continue;
         levels_[first + col] = heights_.At(row, col);
-        colours_[first + col] = {static_cast<float>(p[0]), static_cast<float>(p[1]),
-                                 static_cast<float>(p[2]), 1};
+        colours_[first + col].v =
+            Four{static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2]), 1};
       }
     }
   }
@@ -207,22 +203,16 @@ class Filler {
 
   template <bool kLevel>
   void Mean(std::ptrdiff_t i) {
-    Colour sum{};
+    Four sum{};
     const float* weight = kWeights.data();
     for (int row = -kWindow; row <= kWindow; ++row) {
       const std::ptrdiff_t first = i + row * stride_ - kWindow;
       for (std::ptrdiff_t k = first; k <= first + 2 * kWindow; ++k, ++weight) {
         if (!IsKnown(k) || (kLevel && !SameLevel(levels_[i], levels_[k]))) continue;
-        sum.AddWeighted(colours_[k], *weight);
+        sum += *weight * colours_[k].v;
       }
     }
-    Divide(sum, colours_[i]);
-  }
-
-  /// A sum of colours over the number of cells in it.
-  static void Divide(const Colour& sum, Colour& mean) {
-    for (int b = 0; b < 3; ++b) mean.v[b] = sum.v[b] / sum.v[3];
-    mean.v[3] = 1;
+    colours_[i].v = sum / sum[3];
   }
 
   /// Steps of diffusion among filled cells of one level; sources stay.
@@ -244,42 +234,37 @@ class Filler {
     std::vector<Colour> smoothed(done_.size());
     for (int round = 0; round < kSmoothings; ++round) {
       // Columns of three cells, each of which serves three neighbours in a row.
-      Colour left{};
-      Colour middle{};
+      Four left{};
+      Four middle{};
       std::ptrdiff_t columnsOf = -2;
       for (std::size_t n = 0; n < done_.size(); ++n) {
         const std::ptrdiff_t i = done_[n];
-        Colour sum{};
+        Four sum{};
         if (members[n] == kAll) {
           if (columnsOf + 1 != i) {
             left = Column(i - 1);
             middle = Column(i);
           }
-          const Colour right = Column(i + 1);
-          sum = left;
-          sum.Add(middle);
-          sum.Add(right);
+          const Four right = Column(i + 1);
+          sum = left + middle + right;
           left = middle;
           middle = right;
           columnsOf = i;
         } else {
           const Colour* corner = colours_.get() + i - stride_ - 1;
           for (int k = 0; k < 9; ++k) {
-            if ((members[n] >> k & 1) != 0) sum.Add(corner[k / 3 * stride_ + k % 3]);
+            if ((members[n] >> k & 1) != 0) sum += corner[k / 3 * stride_ + k % 3].v;
           }
         }
-        Divide(sum, smoothed[n]);
+        smoothed[n].v = sum / sum[3];
       }
       for (std::size_t n = 0; n < done_.size(); ++n) colours_[done_[n]] = smoothed[n];
     }
   }
 
   /// The sum of a cell and those above and below it.
-  [[nodiscard]] Colour Column(std::ptrdiff_t i) const {
-    Colour sum = colours_[i - stride_];
-    sum.Add(colours_[i]);
-    sum.Add(colours_[i + stride_]);
-    return sum;
+  [[nodiscard]] Four Column(std::ptrdiff_t i) const {
+    return colours_[i - stride_].v + colours_[i].v + colours_[i + stride_].v;
   }
 
   GridView<const std::uint8_t> wanted_;
