@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "testing/log_capture.h"
+#include "testing/photo_records.h"
 #include "testing/tiny_job.h"
-#include "tqfd/Logger.h"
 #include "tqtortho/tqRayTracer.h"
 #include "tqtortho/tqTORProc.h"
 
@@ -64,13 +65,9 @@ TEST_F(BlockObsTest, PhotosOfTheBlockGetMasksUnderTheirWholeNames) {
   EXPECT_EQ(OutFiles(), (std::vector<std::string>{"A.JPG_obs.tif", "A.JPG_obs.tif_thumb.png",
                                                   "B.JPG_obs.tif", "B.JPG_obs.tif_thumb.png"}));
   // The grid follows from the first height value: 18 x 14 units at 0.25.
-  tqorkit::tqExtOri::EXTORI record;
-  record.position[0] = TinyJob::kX0 + 11;
-  record.position[1] = TinyJob::kY0 - 12;
-  record.position[2] = TinyJob::kFlight;
-  record.geoRect = {TinyJob::kX0 + 2, TinyJob::kY0 - 19, TinyJob::kX0 + 20, TinyJob::kY0 - 5};
-  tqorkit::tqExtOri photo;
-  photo.Set(record);
+  tqorkit::tqExtOri photo =
+      testing::PhotoAt(TinyJob::kX0 + 11, TinyJob::kY0 - 12, TinyJob::kFlight,
+                       {TinyJob::kX0 + 2, TinyJob::kY0 - 19, TinyJob::kX0 + 20, TinyJob::kY0 - 5});
   photo.SetGSD(0.25, -0.25);
   const std::string alone = files_.dir.File("alone.tif");
   tqRayTracer tracer;
@@ -97,17 +94,15 @@ TEST_F(BlockObsTest, PhotosThatFailLeaveNothingAndNoStaleMask) {
 }
 
 TEST_F(BlockObsTest, FilesAndBlocksThatAreNotThereFail) {
-  std::vector<std::string> log;
-  tqfd::Logger::SetSink([&](std::string_view text) { log.emplace_back(text); });
+  const testing::LogCapture log;
   const std::string photos = Block(1, {Line("A.JPG", 11)});
   EXPECT_FALSE(tqTORProc().BlockObs(nullptr, 1));
   EXPECT_FALSE(Run(files_.dir.File("none.txt"), 1));
   EXPECT_FALSE(Run(Write(photos), 2));
-  EXPECT_TRUE(log.empty());
+  EXPECT_TRUE(log.lines.empty());
   EXPECT_FALSE(Run(Write(photos, "0.999"), 1));
-  EXPECT_EQ(log.size(), 1U);
+  EXPECT_EQ(log.lines.size(), 1U);
   EXPECT_TRUE(OutFiles().empty());
-  tqfd::Logger::SetSink(nullptr);
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 #include "driver/extent_estimation.h"
 #include "driver/job_inputs.h"
 #include "job/messages.h"
+#include "testing/log_capture.h"
 #include "testing/raster_file.h"
 #include "testing/test_peer.h"
 #include "testing/tiny_job.h"
-#include "tqfd/Logger.h"
 
 namespace tqtortho {
 namespace {
@@ -32,7 +32,7 @@ struct Estimate {
   std::map<std::uint64_t, std::vector<std::uint64_t>> neighbours;
   std::vector<tqfd::Point2_T<int>> extent;
   std::vector<double> percents;
-  std::string log;
+  std::vector<std::string> log;
   [[nodiscard]] const tqorkit::tqExtOri& Photo(std::size_t i) const {
     return blocks.at(0).GetPhotos().at(i);
   }
@@ -55,12 +55,12 @@ Estimate EstimateOf(const TinyJob& job, double gsd, Polygon* polygon = nullptr) 
   std::ifstream listFile(job.Photos());
   ReadPhotoList(listFile, gsd, e.blocks);
   e.heightPair[0] = gsd;
-  tqfd::Logger::SetSink([&](std::string_view text) { (e.log += text) += "\n"; });
+  const testing::LogCapture log;
   tqTORectify rectify;
   e.done = rectify.OrthoRectifyEstSize(&e.blocks, &cameras, job.Dsm().c_str(), e.heightPair,
                                        polygon, 1, job.Out().c_str(), e.width, e.height, false,
                                        e.neighbours, e.extent, Collect, &e);
-  tqfd::Logger::SetSink(nullptr);
+  e.log = log.lines;
   return e;
 }
 
@@ -132,7 +132,7 @@ TEST(OrthoRectifyEstSizeTest, PhotosPartlyBeyondTheDsmAreClippedAndThoseWhollyBe
   EXPECT_EQ(e.Box(0).minX, TinyJob::kX0) << "the DSM's first cell centre";
   for (std::size_t i = 1; i < 4; ++i) EXPECT_EQ(e.Box(i), Rect());
   const std::string prefix = ToGbk(message::kEstimateAbnormal);
-  EXPECT_EQ(e.log, prefix + "out\n" + prefix + "up\n" + prefix + "stranger\n");
+  EXPECT_THAT(e.log, ElementsAre(prefix + "out", prefix + "up", prefix + "stranger"));
   EXPECT_EQ(e.neighbours.size(), 1U);
   EXPECT_EQ(e.width, std::lround((e.Box(0).maxX - e.Box(0).minX) / 0.5) + 1);
 }
@@ -200,7 +200,7 @@ TEST(OrthoRectifyEstSizeTest, FailsWithItsOwnLogLine) {
   std::filesystem::remove(job.Dsm());
   const Estimate e = EstimateOf(job, 0.5);
   EXPECT_FALSE(e.done);
-  EXPECT_EQ(e.log, ToGbk(message::kEstimateAbnormal) + job.Dsm() + "\n");
+  EXPECT_THAT(e.log, ElementsAre(ToGbk(message::kEstimateAbnormal) + job.Dsm()));
 
   const TinyJob noPhotos;
   const Estimate none = EstimateOf(noPhotos, 0.5);

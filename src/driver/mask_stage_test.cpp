@@ -10,6 +10,7 @@
 
 #include "job/messages.h"
 #include "job/photo_files.h"
+#include "testing/photo_records.h"
 #include "testing/progress_calls.h"
 #include "testing/raster_file.h"
 #include "testing/threads.h"
@@ -43,30 +44,18 @@ class Job : public tqTORProc {
     EXPECT_TRUE(files.WriteDsm([](int, int col) { return col / 8 == 3 ? 25.0F : 0.0F; }));
     for (int i = 0; i < 4; ++i) {
       if (i % 3 == 0) photoBlocks.emplace_back();
-      tqorkit::tqExtOri::EXTORI record;
-      record.photoName = std::string(1, static_cast<char>('a' + i)) + ".tif";
-      record.position[0] = TinyJob::kX0 + 6;  // the wall is at 12 to 16
-      record.position[1] = TinyJob::kY0 - 12;
-      record.position[2] = TinyJob::kFlight;
-      record.cameraId = 1;
-      record.imageBlockId = i / 3;
       const double left = TinyJob::kX0 + 2 + 3 * i;
       const double top = TinyJob::kY0 - 5;
-      record.geoRect = {left, top - (kRows - 1) * kGsd, left + (kCols - 1) * kGsd, top};
-      tqorkit::tqExtOri photo;
-      photo.Set(record);
+      tqorkit::tqExtOri photo = testing::PhotoAt(
+          TinyJob::kX0 + 6, TinyJob::kY0 - 12, TinyJob::kFlight,  // the wall is at 12 to 16
+          {left, top - (kRows - 1) * kGsd, left + (kCols - 1) * kGsd, top},
+          std::string(1, static_cast<char>('a' + i)) + ".tif", 1, i / 3);
       photo.SetGSD(kGsd, -kGsd);
       photoBlocks.back().InsertPhoto(photo);
     }
     // 160 pixels of focal length: 0.25 units a pixel from 40 units up, the whole frame in the
     // ortho.
-    tqorkit::tqIntOri::INTORI camera;
-    camera.cameraId = 1;
-    camera.imageWidth = kCols;
-    camera.imageHeight = kRows;
-    camera.focalLength = 0.64;
-    camera.pixelSize = 0.004;
-    cameras[1].Set(camera);
+    cameras[1] = testing::PlainCamera(1, kCols, kRows, 0.64, 0.004);
   }
 
   tqorkit::tqExtOri& Photo(int i) { return photoBlocks[i / 3].GetPhotos()[i % 3]; }

@@ -12,9 +12,10 @@
 
 #include "job/messages.h"
 #include "testing/comma_locale.h"
+#include "testing/log_capture.h"
+#include "testing/photo_records.h"
 #include "testing/test_peer.h"
 #include "testing/threads.h"
-#include "tqfd/Logger.h"
 
 namespace tqtortho {
 namespace {
@@ -26,15 +27,6 @@ struct Job {
   std::map<int, tqorkit::tqIntOri> cameras;
   std::vector<tqorkit::tqPhotoCategory> blocks;
 };
-
-tqorkit::tqExtOri Photo(const std::string& name, int cameraId) {
-  tqorkit::tqExtOri::EXTORI record;
-  record.photoName = name;
-  record.cameraId = cameraId;
-  tqorkit::tqExtOri photo;
-  photo.Set(record);
-  return photo;
-}
 
 void AddCamera(Job& job, int id) {
   tqorkit::tqIntOri::INTORI record;
@@ -56,8 +48,8 @@ void AddBlock(Job& job, const std::vector<int>& cameraIds, const std::string& pa
   tqorkit::tqPhotoCategory block;
   block.SetBlkPath(path);
   for (std::size_t i = 0; i < cameraIds.size(); ++i) {
-    block.InsertPhoto(
-        Photo("p" + std::to_string(job.blocks.size()) + "_" + std::to_string(i), cameraIds[i]));
+    const std::string name = "p" + std::to_string(job.blocks.size()) + "_" + std::to_string(i);
+    block.InsertPhoto(testing::PhotoAt(0, 0, 0, {}, name, cameraIds[i], -1));
   }
   job.blocks.push_back(block);
 }
@@ -265,14 +257,7 @@ TEST(ParamFileTest, CutsPhotosIntoWorkBlocks) {
        {1},
        {std::vector<int>(7, 1)},
        {"1:p0_0,p0_1,p0_2,p0_3,p0_4,", "1:p0_5,p0_6,"}},
-      {"few photos for the threads: one each", 8, {1}, {{1, 1}}, {"1:p0_0,", "1:p0_1,"}},
-      {"two cameras by turns",
-       2,
-       {1, 2},
-       {{1, 2, 1, 2, 1, 2, 1, 2, 1, 2}},
-       {"1:p0_0,p0_2,p0_4,p0_6,p0_8,", "2:p0_1,p0_3,p0_5,p0_7,p0_9,"}},
       {"a block of another camera", 1, {1}, {{2, 2, 2}, {1, 1}}, {"1:", "1:p1_0,p1_1,"}},
-      {"no camera", 1, {}, {{1, 1}}, {}},
       // A block of five with three photos of camera 1 leaves them pending: 5 is a multiple of 5.
       {"pending indices carry over into the next block",
        1,
@@ -294,8 +279,7 @@ TEST(ParamFileTest, CutsPhotosIntoWorkBlocks) {
 }
 
 TEST(ParamFileTest, FailsWithoutALogLineWhenTheFileCannotBeMade) {
-  int logged = 0;
-  tqfd::Logger::SetSink([&](std::string_view) { ++logged; });
+  const testing::LogCapture log;
   Job job;
   const testing::TempDir dir;
   tqTORectify rectify;
@@ -306,8 +290,7 @@ TEST(ParamFileTest, FailsWithoutALogLineWhenTheFileCannotBeMade) {
                                       false));
     EXPECT_EQ(count, 0);
   }
-  tqfd::Logger::SetSink(nullptr);
-  EXPECT_EQ(logged, 0);
+  EXPECT_TRUE(log.lines.empty());
 }
 
 TEST(ParamFileTest, NamesOf255BytesAreWholeAndLongerOnesAreCutAndLoseTheirNumbers) {
@@ -369,11 +352,9 @@ TEST(ParamFileReaderTest, HeaderLinesAndTheirDefaults) {
 }
 
 TEST(ParamFileReaderTest, AScaleBelowOneIsLoggedAndFails) {
-  std::string logged;
-  tqfd::Logger::SetSink([&](std::string_view text) { logged += text; });
+  const testing::LogCapture log;
   EXPECT_FALSE(Read("0\n0.999999\n0\n0\n0\t0\nd\no\n").header);
-  tqfd::Logger::SetSink(nullptr);
-  EXPECT_EQ(logged, ToGbk(message::kScaleAbnormal));
+  EXPECT_THAT(log.lines, ElementsAre(ToGbk(message::kScaleAbnormal)));
 }
 
 TEST(ParamFileReaderTest, AMarkerIsAWholeLine) {

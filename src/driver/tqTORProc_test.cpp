@@ -12,10 +12,10 @@
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "rectify/sidecar.h"
+#include "testing/log_capture.h"
 #include "testing/test_peer.h"
 #include "testing/threads.h"
 #include "testing/tiny_job.h"
-#include "tqfd/Logger.h"
 #include "tqfd/StringConverter.h"
 #include "tqorkit/tqBinaryData.h"
 #include "tqraster/tqRasterTorMsk.h"
@@ -79,15 +79,6 @@ std::map<std::string, std::string> FilesUnder(const std::string& directory) {
   return files;
 }
 
-class LogCapture {
- public:
-  LogCapture() {
-    tqfd::Logger::SetSink([this](std::string_view text) { lines.emplace_back(text); });
-  }
-  ~LogCapture() { tqfd::Logger::SetSink(nullptr); }
-  std::vector<std::string> lines;
-};
-
 TEST(TqTORProcTest, MakingAJobSetsTwentyDigitsOnStandardOutput) {
   const auto before = std::cout.precision(6);
   const Job job;
@@ -97,7 +88,7 @@ TEST(TqTORProcTest, MakingAJobSetsTwentyDigitsOnStandardOutput) {
 TEST(TqTORProcTest, FootprintsAreThoseOfTheSidecarsAndLieOnOneLattice) {
   TinyJob files;
   FourPhotos(files);
-  const LogCapture log;
+  const testing::LogCapture log;
   Job job;
   const double gsd = 0.25;
   ASSERT_TRUE(job.Run(files, gsd, nullptr));
@@ -162,7 +153,7 @@ TEST(TqTORProcTest, FailuresLogTheirStageAndNoTimes) {
   for (const auto& c : cases) {
     std::filesystem::remove_all(files.dir.File("data"));
     if (c.blockParamFile) files.dir.Write("data", "a file where the directory should be");
-    const LogCapture log;
+    const testing::LogCapture log;
     Calls calls;
     calls.stopAt = ToGbk(c.stopAt);
     Job job;
@@ -175,7 +166,7 @@ TEST(TqTORProcTest, FailuresLogTheirStageAndNoTimes) {
 
 TEST(TqTORProcTest, UnreadableInputsFailInTheEstimation) {
   const TinyJob files;  // no photo list
-  const LogCapture log;
+  const testing::LogCapture log;
   Job job;
   EXPECT_FALSE(job.Run(files, 0.5, nullptr));
   EXPECT_EQ(log.lines.back(), ToGbk(message::kExtentError));

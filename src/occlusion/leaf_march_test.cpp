@@ -90,18 +90,5 @@ TEST(LeafMarchTest, ExitComparisonsAreStrictOrNotAsTheTableSays) {
   }
 }
 
-// y is divided, the last row added, and the sum truncated: a point just above the first row belongs
-// to it, and so does one just left of the first column.
-TEST(LeafMarchTest, PointsTruncateTowardsTheGrid) {
-  const tqDSM dsm = FlatSurface(11, 21, 0.5f);
-  const RaySurface surface = dsm.Surface();
-  for (const auto& [x, col] : {std::pair{-0.49, 0}, {-0.5, -1}, {10.49, 20}}) {
-    EXPECT_EQ(surface.ColumnAt(x), col) << x;
-  }
-  for (const auto& [y, row] : {std::pair{5.49, 0}, {5.5, -1}, {0.0, 10}, {0.01, 9}, {-0.49, 10}}) {
-    EXPECT_EQ(surface.RowAt(y), row) << y;
-  }
-}
-
 }  // namespace
 }  // namespace tqtortho

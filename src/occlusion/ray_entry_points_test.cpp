@@ -11,6 +11,7 @@
 
 #include "job/photo_files.h"
 #include "testing/output_dir.h"
+#include "testing/photo_records.h"
 #include "testing/raster_file.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqExtOri.h"
@@ -51,14 +52,9 @@ class EntryPointTest : public ::testing::Test {
       for (int c = 180; c < 220; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = kTower;
     }
     Write("dsm.tif", tqimage::kFloat32, heights.data(), kSize, kSize, kCell);
-    tqExtOri::EXTORI record;
-    record.position[0] = kX0 + 40;
-    record.position[1] = kY0 - 104;
-    record.position[2] = 100;
-    record.geoRect = {kX0 + 10, kY0 - 190, kX0 + 190, kY0 - 10};
-    record.heightPair[0] = 0.25;
-    record.heightPair[1] = -0.25;
-    photo_.Set(record);
+    const tqfd::Rect2_T<double> rect{kX0 + 10, kY0 - 190, kX0 + 190, kY0 - 10};
+    photo_ = testing::PhotoAt(kX0 + 40, kY0 - 104, 100, rect);
+    photo_.SetGSD(0.25, -0.25);
   }
 
   void Write(const std::string& name, int type, const void* data, int cols, int rows, double cell,

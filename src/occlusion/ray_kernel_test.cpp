@@ -239,22 +239,6 @@ TEST(RayKernelTest, AWallHidesWhatLiesInItsShadow) {
   }
 }
 
-TEST(RayKernelTest, NoDataIsNeverHiddenAndBlocksOnlyWhenHigh) {
-  for (const float noData : {-9999.0f, 500.0f}) {
-    tqDSM dsm = FlatSurface(20, 40, 1);
-    dsm.noData = noData;
-    dsm.heights[5] = 3;  // some relief, so that there is a tree
-    for (int r = 0; r < 20; ++r) {
-      for (int c = 20; c < 22; ++c) dsm.heights[static_cast<std::size_t>(r) * 40 + c] = noData;
-    }
-    SetGrid(dsm, 20, 40, 1, -1);
-    const Bytes mask = Trace(dsm, {50, 8.7, 40});
-    EXPECT_EQ(mask[10 * 40 + 19], noData > 0 ? 255 : 0) << noData;
-    EXPECT_EQ(mask[10 * 40 + 20], 0) << noData;
-    EXPECT_EQ(mask[10 * 40 + 25], 0) << noData;
-  }
-}
-
 // In single steps these marches would take a million steps for each of the cells.
 TEST(RayKernelTest, MarchesThatCannotEndAreAnsweredAtOnce) {
   tqDSM dsm = FlatSurface(60, 60, 0.25f);

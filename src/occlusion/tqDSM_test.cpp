@@ -72,18 +72,6 @@ TEST_F(DsmTest, LoadTakesTheWholeRasterAndASinglePrecisionBox) {
   EXPECT_FALSE(tqDSM().Load(dir_.Write("text.tif", "no raster")));
 }
 
-TEST_F(DsmTest, LoadRegionAtFullResolutionCopiesTheCells) {
-  tqDSM dsm;
-  ASSERT_TRUE(dsm.LoadRegion(dir_.File("dsm.tif"), "ignored", Centres(2, 3, 5, 9), 1));
-  EXPECT_EQ(dsm.cols, 7);
-  EXPECT_EQ(dsm.rows, 4);
-  EXPECT_EQ(dsm.heights.front(), 23);
-  EXPECT_EQ(dsm.heights.back(), 59);
-  EXPECT_EQ(dsm.cellSizeX, 0.1f);
-  EXPECT_EQ(dsm.minZ, 23);
-  EXPECT_EQ(dsm.maxZ, 59);
-}
-
 // 7 x 5 cells at scale 2 give 3 x 2 of uneven size; origin and values are the rectangle's and
 // OpenCV's.
 TEST_F(DsmTest, LoadRegionResamplesLinearlyOverTheWholeRectangle) {
@@ -104,7 +92,7 @@ TEST_F(DsmTest, LoadRegionResamplesLinearlyOverTheWholeRectangle) {
   for (int i = 0; i < 6; ++i) EXPECT_EQ(dsm.heights[i], expected.at<float>(i / 3, i % 3)) << i;
 }
 
-TEST_F(DsmTest, RegionsOutsideHoldNoDataOrFail) {
+TEST_F(DsmTest, FullResolutionCopiesTheCellsAndRegionsOutsideHoldNoDataOrFail) {
   const std::string path = dir_.File("dsm.tif");
   tqDSM dsm;
   ASSERT_TRUE(dsm.LoadRegion(path, "", Centres(8, 10, 11, 13), 1));
@@ -114,6 +102,9 @@ TEST_F(DsmTest, RegionsOutsideHoldNoDataOrFail) {
   EXPECT_EQ(dsm.heights[1], 91);
   EXPECT_EQ(dsm.heights[2], -9999);
   EXPECT_EQ(dsm.heights[15], -9999);
+  EXPECT_EQ(dsm.cellSizeX, 0.1f);
+  EXPECT_EQ(dsm.minZ, 90);
+  EXPECT_EQ(dsm.maxZ, 101);
   const double nan = std::nan("");
   for (const Rect2_T<double>& rect :
        {Centres(20, 20, 30, 30), Rect2_T<double>{}, Rect2_T<double>{nan, nan, nan, nan},

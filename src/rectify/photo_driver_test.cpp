@@ -15,10 +15,11 @@
 #include "job/photo_files.h"
 #include "rectify/photo_outputs.h"
 #include "rectify/sidecar.h"
+#include "testing/log_capture.h"
 #include "testing/output_dir.h"
+#include "testing/photo_records.h"
 #include "testing/raster_file.h"
 #include "testing/test_peer.h"
-#include "tqfd/Logger.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
 
@@ -40,20 +41,13 @@ class PhotoDriverTest : public ::testing::Test {
 
   void SetUp() override {
     std::filesystem::create_directories(dir_.File("photos"));
-    tqfd::Logger::SetSink([this](std::string_view text) { log_.emplace_back(text); });
+
     WriteSurface();
     WritePhoto("a.tif");
-    tqorkit::tqIntOri::INTORI camera;
-    camera.cameraId = 7;
-    camera.imageWidth = kPhotoCols;
-    camera.imageHeight = kPhotoRows;
-    camera.focalLength = 200;
-    camera.pixelSize = 1;
-    cameras_[7].Set(camera);
+    cameras_[7] = tqtortho::testing::PlainCamera(7, kPhotoCols, kPhotoRows, 200, 1);
     blocks_.resize(1);
     blocks_[0].SetBlkPath(dir_.File("photos"));
   }
-  void TearDown() override { tqfd::Logger::SetSink({}); }
 
   void WriteSurface() const {
     std::vector<float> heights(300 * 240, 10.0F);
@@ -81,17 +75,8 @@ class PhotoDriverTest : public ::testing::Test {
                                                240, place_, nullptr));
   }
   void AddPhoto(const std::string& name, const Rect& rect, int camera = 7) {
-    tqorkit::tqExtOri::EXTORI record;
-    record.photoName = name;
-    record.position[0] = 1119.75;
-    record.position[1] = 1880.25;
-    record.position[2] = 210;
-    record.cameraId = camera;
-    record.geoRect = rect;
-    record.imageBlockId = 3;
-    tqorkit::tqExtOri photo;
-    photo.Set(record);
-    blocks_[0].InsertPhoto(photo);
+    blocks_[0].InsertPhoto(
+        tqtortho::testing::PhotoAt(1119.75, 1880.25, 210, rect, name, camera, 3));
   }
   bool Run(bool sizing = false, double scale = 1.0, int reducedCopy = 0) {
     auto blocks = blocks_;  // the call may change the photos' rectangles
@@ -125,7 +110,7 @@ class PhotoDriverTest : public ::testing::Test {
   std::string dsm_ = dir_.File("dsm.tif");
   std::string out_ = dir_.File("out/orthos/");
   const tqtortho::testing::RasterPlace place_{1000, 2000, 1, geo::CrsToWkt("EPSG:32651")};
-  std::vector<std::string> log_;
+  tqtortho::testing::LogCapture log_;
   std::vector<tqorkit::tqPhotoCategory> blocks_;
   std::map<int, tqorkit::tqIntOri> cameras_;
   double heights_[2] = {0, 0};
@@ -135,7 +120,7 @@ class PhotoDriverTest : public ::testing::Test {
 TEST_F(PhotoDriverTest, OrthoShowsEveryPointAtItsPlace) {
   AddPhoto("a.tif", inside_);
   ASSERT_TRUE(Run());
-  EXPECT_THAT(log_, ::testing::IsEmpty());
+  EXPECT_THAT(log_.lines, ::testing::IsEmpty());
   GeoCoefficients geo;
   const tqorkit::PhotoInfo ortho = Load(Ortho(), &geo);
   ASSERT_EQ(ortho.width, 270);
@@ -216,7 +201,7 @@ TEST_F(PhotoDriverTest, StartHeightBecomesTheMeanOfTheTile) {
   // The tile is 271 x 210 cells, 40 x 80 of them the building.
   EXPECT_DOUBLE_EQ(heights_[1], 10 + 30 * 3200.0 / (271 * 210));
   EXPECT_EQ(heights_[0], 1);  // 0 chose the surface's cell size
-  EXPECT_THAT(log_, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "b.tif")));
+  EXPECT_THAT(log_.lines, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "b.tif")));
   heights_[1] = 12.5;
   ASSERT_TRUE(Run());
   EXPECT_EQ(heights_[1], 12.5);
@@ -265,10 +250,10 @@ TEST_F(PhotoDriverTest, FailedPhotosAreLoggedAndLeaveNoOldOutputsAndTheNextOneIs
   ASSERT_TRUE(Run());
   for (const std::string& name : old) EXPECT_FALSE(std::filesystem::exists(name)) << name;
   EXPECT_EQ(cameras_.count(99), 1u);
-  EXPECT_THAT(log_, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "missing.tif"),
-                                           Gbk(message::kImageSizeAbnormal, "stranger.tif"),
-                                           Gbk(message::kImageSizeAbnormal, "w.tif"),
-                                           Gbk(message::kImageSizeAbnormal, longName)));
+  EXPECT_THAT(log_.lines, ::testing::ElementsAre(Gbk(message::kImageSizeAbnormal, "missing.tif"),
+                                                 Gbk(message::kImageSizeAbnormal, "stranger.tif"),
+                                                 Gbk(message::kImageSizeAbnormal, "w.tif"),
+                                                 Gbk(message::kImageSizeAbnormal, longName)));
   EXPECT_TRUE(std::filesystem::exists(ObscuredMaskName(Ortho())));
 }
 
@@ -321,7 +306,7 @@ TEST_F(PhotoDriverTest, ScaleBelowOneEndsTheCallAndKeepsWhatIsWritten) {
   AddPhoto("a.tif", inside_);
   AddPhoto("b.tif", inside_);
   EXPECT_FALSE(Run(false, 0.5, 1));
-  EXPECT_THAT(log_, ::testing::ElementsAre(ToGbk(message::kScaleAbnormal)));
+  EXPECT_THAT(log_.lines, ::testing::ElementsAre(ToGbk(message::kScaleAbnormal)));
   EXPECT_TRUE(std::filesystem::exists(Ortho()));
   EXPECT_FALSE(std::filesystem::exists(ReducedCopyName(Ortho(), out_)));
   EXPECT_FALSE(Run(false, std::numeric_limits<double>::quiet_NaN(), 1));

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "geo/Crs.h"
-#include "occlusion/tqDSM.h"
+#include "testing/photo_records.h"
 #include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "testing/test_peer.h"
@@ -39,27 +39,11 @@ class PhotoVisibilityTest : public ::testing::Test {
     }
     ASSERT_TRUE(testing::WriteHeights(dsm_, heights.data(), 200, 100,
                                       {1000, 2000, 1, geo::CrsToWkt("EPSG:32651")}));
-
-    tqorkit::tqIntOri::INTORI camera;
-    camera.imageWidth = 4000;
-    camera.imageHeight = 4000;
-    camera.focalLength = 100;
-    camera.pixelSize = 1;
-    interior_.Set(camera);
-  }
-  [[nodiscard]] tqorkit::tqExtOri At(double x, double y, double z) const {
-    tqorkit::tqExtOri::EXTORI pose;
-    pose.position[0] = x;
-    pose.position[1] = y;
-    pose.position[2] = z;
-    tqorkit::tqExtOri exterior;
-    exterior.Set(pose);
-    return exterior;
   }
 
   testing::TempDir dir_;
   std::string dsm_ = dir_.File("dsm.tif");
-  tqorkit::tqIntOri interior_;
+  tqorkit::tqIntOri interior_ = testing::PlainCamera(1, 4000, 4000, 100, 1);
 };
 
 // The wall lies outside the rectangle, toward the camera: it must be read all the same, and only as
@@ -71,8 +55,8 @@ TEST_F(PhotoVisibilityTest, WhatHidesFromOutsideTheRectangleIsRead) {
   int rows = 0;
   // Sight lines to height 10 pass 40 at 3/10 of the way: the shadow of X 1059.5 ends at 1059.5 +
   // (1059.5 - 900) * 30 / 70 = 1127.9.
-  ASSERT_TRUE(TestPeer::GenOcclusion(interior_, At(900, 1950, 110), dsm_.c_str(), rect, 0.5,
-                                     std::uint8_t{128}, mask, cols, rows));
+  ASSERT_TRUE(TestPeer::GenOcclusion(interior_, testing::PhotoAt(900, 1950, 110), dsm_.c_str(),
+                                     rect, 0.5, std::uint8_t{128}, mask, cols, rows));
   ASSERT_EQ(cols, 141);
   ASSERT_EQ(rows, 41);
   for (int row = 0; row < rows; ++row) {
@@ -97,35 +81,6 @@ TEST_F(PhotoVisibilityTest, WhatHidesFromOutsideTheRectangleIsRead) {
   EXPECT_LE(surface.width, 80);
 }
 
-// Two ways that share no code: rays marched through the cells from inside the surface's box, and
-// sight lines followed along planes. They may differ along the shadow's and the wall's borders
-// only.
-TEST_F(PhotoVisibilityTest, AgreesWithTheRayTracerAwayFromBorders) {
-  tqDSM dsm;
-  ASSERT_TRUE(dsm.Load(dsm_));
-  for (const Point camera : {Point{1030, 1950, 110}, Point{1085.3, 1921.7, 90}}) {
-    Bytes rays;
-    int cols = 0, rows = 0;
-    tqRayTracer tracer;
-    Point centre = camera;
-    TestPeer::RayTracing(tracer, dsm, centre, rays, cols, rows, nullptr, 0);
-    ASSERT_EQ(cols, 200);
-    ASSERT_EQ(rows, 100);
-    Bytes lines;
-    ASSERT_TRUE(TestPeer::GenOcclusion(interior_, At(camera.x, camera.y, camera.z), dsm_.c_str(),
-                                       Rect{1000, 1901, 1199, 2000}, 1.0, std::uint8_t{0}, lines,
-                                       cols, rows));
-    ASSERT_EQ(lines.size(), rays.size());
-    int hidden = 0, differ = 0;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-      hidden += lines[i] == 255 ? 1 : 0;
-      differ += lines[i] != rays[i] ? 1 : 0;
-    }
-    EXPECT_GT(hidden, 700);
-    EXPECT_LT(differ, 2.5 * 100) << "a cell or two beside each border line of 100 cells";
-  }
-}
-
 TEST_F(PhotoVisibilityTest, PartsKeepTheirPlaceAtTheEdgeOfTheFile) {
   tqorkit::PhotoInfo surface;
   GeoCoefficients part;
@@ -145,7 +100,7 @@ TEST_F(PhotoVisibilityTest, PartsKeepTheirPlaceAtTheEdgeOfTheFile) {
 TEST_F(PhotoVisibilityTest, TheMaskFileLiesWhereItsCellsAre) {
   const std::string out = dir_.File("mask.tif");
   const Rect rect{1030, 1910, 1220, 1990};
-  const tqorkit::tqExtOri pose = At(1054.5, 1950, 110);
+  const tqorkit::tqExtOri pose = testing::PhotoAt(1054.5, 1950, 110);
   ASSERT_TRUE(TestPeer::GenOcclusionEx(interior_, pose, dsm_.c_str(), rect, 0.5, std::uint8_t{128},
                                        out.c_str()));
   Bytes mask;

@@ -53,17 +53,6 @@ TEST_F(SurfaceTest, OneMissingHeightIsFilledFromTheSumOfAllFour) {
   EXPECT_EQ(SurfaceBilinear(tile, 2.5, 2.5), -9999);
 }
 
-TEST_F(SurfaceTest, HeightsWithinAThousandthOfNoDataAreMissing) {
-  tile.noData = 0;
-  heights[3 * 5 + 3] = 0.0009F;
-  heights[3 * 5 + 2] = 0.0011F;
-  const double v = 0.0011F;
-  const double fill = (22 + 23 + v + 0.0009F) / 3;
-  EXPECT_DOUBLE_EQ(SurfaceBilinear(tile, 2.5, 2.5), (22 + 23 + v + fill) / 4);
-  EXPECT_FALSE(tile.HasHeightAt(3.9, 3.9));
-  EXPECT_TRUE(tile.HasHeightAt(2.9, 3.9));
-}
-
 std::vector<int> Sample(const std::vector<std::uint8_t>& pixels, int cols, int bands,
                         Resampling method, double column, double row) {
   const int rows = static_cast<int>(pixels.size()) / (cols * bands);

@@ -65,18 +65,6 @@ TEST_F(CoverageTest, GridIsRefused) {
   EXPECT_TRUE(GridOnTile({-100, -100, 100, 100}, tile, 0.006, 1));  // 1.1e9 cells of one band
 }
 
-TEST_F(CoverageTest, SeenNeedsAHeightInTheTruncatedAndInTheNearestCell) {
-  // (3.2, 7): tile column 103.2, row 200 - 107 = 93.
-  EXPECT_TRUE(IsSeen(camera, tile, 3.2, 7));
-  heights[93 * 200 + 103] = -9999;
-  EXPECT_FALSE(IsSeen(camera, tile, 3.2, 7));
-  EXPECT_FALSE(IsSeen(camera, tile, 3.7, 7));  // truncates to it, although the nearest is valid
-  EXPECT_FALSE(IsSeen(camera, tile, 2.7, 7));  // rounds to it, although the truncated one is valid
-  EXPECT_TRUE(IsSeen(camera, tile, 2.2, 7));
-  heights[93 * 200 + 103] = static_cast<float>(kNan);
-  EXPECT_FALSE(IsSeen(camera, tile, 3.2, 7));
-}
-
 // Lines come every ten cells from each side; the frame covers X in [-50, 50) and Y in (-50, 50].
 TEST_F(CoverageTest, SidesMoveInwardToTheFirstLineThatSeesSomething) {
   const tqfd::Rect2_T<double> expected{-50, -40, 40, 50};

@@ -7,10 +7,13 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "testing/photo_records.h"
 #include "tqraster/tqRasterTorMsk.h"
 
 namespace TqRaster {
 namespace {
+
+using tqtortho::testing::PhotoAt;
 
 tqorkit::PhotoInfo Mask(int width, int height) {
   tqorkit::PhotoInfo mask;
@@ -46,16 +49,6 @@ void PlaceAroundOrigin(tqorkit::PhotoInfo& mask) {
   mask.geoRect[1] = -0.25 * (mask.height - 1);
   mask.geoRect[2] = -mask.geoRect[0];
   mask.geoRect[3] = -mask.geoRect[1];
-}
-
-tqorkit::tqExtOri PhotoAt(double x, double y, double z) {
-  tqorkit::tqExtOri::EXTORI record;
-  record.position[0] = x;
-  record.position[1] = y;
-  record.position[2] = z;
-  tqorkit::tqExtOri photo;
-  photo.Set(record);
-  return photo;
 }
 
 TEST(TqSelectWgtTest, WeightsFollowTheDistanceToHiddenCellsAndBorder) {
