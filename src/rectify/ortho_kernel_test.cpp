@@ -134,36 +134,6 @@ TEST(OrthoKernelTest, WideGridsWithTallBoxesEqualTheLiteralPass) {
   }
 }
 
-// A camera straight above flat ground maps ground to pixels by pure scaling, so a ramp in the photo
-// comes out as the same ramp: an independent closed form for position, orientation and sampling.
-TEST(OrthoKernelTest, NadirPhotoOfFlatGroundIsScaledExactly) {
-  PhotoScene scene = NadirScene(64, 100, 1000, 2000);
-  for (int row = 0; row < 64; ++row) {
-    for (int col = 0; col < 64; ++col) {
-      scene.Pixel(row, col)[0] = static_cast<std::uint8_t>(10 + 2 * col);
-      scene.Pixel(row, col)[1] = static_cast<std::uint8_t>(20 + 3 * row);
-      scene.Pixel(row, col)[2] = 7;
-    }
-  }
-  scene.pose.geoRect = {980, 1980, 1020, 2020};
-  scene.parameters[0] = 0.5;
-  for (const char* kernel : {"scalar", "auto"}) {
-    const Outcome outcome = Product(scene, 1, false, kernel);
-    ASSERT_TRUE(outcome.made);
-    ASSERT_EQ(outcome.output.width, 80);
-    ASSERT_EQ(outcome.output.height, 80);
-    for (int row = 0; row < 80; ++row) {
-      for (int col = 0; col < 80; ++col) {
-        const std::uint8_t* cell = &outcome.output.data[(row * 80 + col) * 3];
-        // Cell (row, col) stands at X = 980 + col / 2, that is photo column 12 + col / 2.
-        ASSERT_EQ(cell[0], 10 + 2 * 12 + col) << row << ' ' << col;
-        ASSERT_EQ(cell[1], static_cast<int>(20 + 3 * (12 + row / 2.0))) << row << ' ' << col;
-        ASSERT_EQ(cell[2], 7);
-      }
-    }
-  }
-}
-
 // A cell whose ideal position is exactly on the upper frame border is outside for the lens model
 // but its row, 0, is inside: it is taken uncorrected.
 TEST(OrthoKernelTest, UpperFrameBorderIsTakenWithoutLensCorrection) {
