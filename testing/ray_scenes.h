@@ -84,15 +84,57 @@ inline tqDSM TownSurface(int rows, int cols, float cellSize, unsigned seed) {
 /// Draws whole numbers below a limit; the seam between a random engine and a fuzzer's bytes.
 using Draw = std::function<unsigned(unsigned limit)>;
 
+inline double DrawBetween(double low, double high, const Draw& draw) {
+  return low + (high - low) * draw(1u << 16) / 65536.0;
+}
+
+/// Over the surface mostly, else on one of the places that AwkwardCase names.
+/// @param ground, relief  the surface's lowest regular height, and how far it rises from there
+inline void PlaceAwkwardCamera(RayCase& result, double size, double ground, double relief,
+                               const Draw& draw) {
+  const auto real = [&](double low, double high) { return DrawBetween(low, high, draw); };
+  const tqDSM& dsm = result.dsm;
+  const double spanX = std::max(dsm.maxX, size);
+  const double spanY = std::max(dsm.maxY, size);
+  Point3& camera = result.camera;
+  camera = {real(0, spanX), real(0, spanY), ground + relief * real(1.01, 4)};
+  switch (draw(8)) {
+    case 0:
+      camera.x = spanX * real(-1, 2);
+      break;
+    case 1:
+      camera.y = spanY * real(-1, 2);
+      break;
+    case 2:
+      camera = {spanX * real(-3, 4), spanY * real(-3, 4), camera.z};
+      break;
+    case 3:
+      camera.z = ground + relief * real(-0.5, 1);
+      break;
+    case 4:
+      camera.x = static_cast<double>(draw(static_cast<unsigned>(dsm.cols))) *
+                 static_cast<double>(dsm.cellSizeX);
+      if (draw(2) == 0) {
+        camera.y = -static_cast<double>(draw(static_cast<unsigned>(dsm.rows))) *
+                   static_cast<double>(dsm.cellSizeY);
+      }
+      if (draw(2) == 0) camera.z = ground;
+      break;
+    case 5:
+      camera.z = draw(2) == 0 ? 1e6 * size : ground + relief * real(-20, 20);
+      break;
+    default:
+      break;
+  }
+}
+
 /// Surfaces and cameras made to be awkward: walls, holes with high and low no-data, ties, slender
 /// grids with deep trees, tiny and huge and oblong cells, boxes that do not fit their grid, cameras
 /// on lattice points, on the ground, under roofs, outside and far away.
 inline RayCase AwkwardCase(const Draw& draw) {
   RayCase result;
   tqDSM& dsm = result.dsm;
-  const auto real = [&](double low, double high) {
-    return low + (high - low) * draw(1u << 16) / 65536.0;
-  };
+  const auto real = [&](double low, double high) { return DrawBetween(low, high, draw); };
   static constexpr float kCells[] = {0.25f, 0.1f, 0.2f, 0.5f, 1.0f, 0.05f, 0.013f, 3.7f, 1000.0f};
   static constexpr float kOblong[] = {1, 1, 1, 1, 1, 0.5f, 2, 7, 0.1f, 40};
   int rows = 1 + static_cast<int>(draw(24));
@@ -152,38 +194,7 @@ inline RayCase AwkwardCase(const Draw& draw) {
   SetGrid(dsm, rows, cols, cellX, cellY);
   if (draw(8) == 0) dsm.Rescale(draw(2) == 0 ? 0.25f : 0.6f);
 
-  const double spanX = std::max(dsm.maxX, size);
-  const double spanY = std::max(dsm.maxY, size);
-  Point3& camera = result.camera;
-  camera = {real(0, spanX), real(0, spanY), ground + relief * real(1.01, 4)};
-  switch (draw(8)) {
-    case 0:
-      camera.x = spanX * real(-1, 2);
-      break;
-    case 1:
-      camera.y = spanY * real(-1, 2);
-      break;
-    case 2:
-      camera = {spanX * real(-3, 4), spanY * real(-3, 4), camera.z};
-      break;
-    case 3:
-      camera.z = ground + relief * real(-0.5, 1);
-      break;
-    case 4:
-      camera.x = static_cast<double>(draw(static_cast<unsigned>(dsm.cols))) *
-                 static_cast<double>(dsm.cellSizeX);
-      if (draw(2) == 0) {
-        camera.y = -static_cast<double>(draw(static_cast<unsigned>(dsm.rows))) *
-                   static_cast<double>(dsm.cellSizeY);
-      }
-      if (draw(2) == 0) camera.z = ground;
-      break;
-    case 5:
-      camera.z = draw(2) == 0 ? 1e6 * size : ground + relief * real(-20, 20);
-      break;
-    default:
-      break;
-  }
+  PlaceAwkwardCamera(result, size, ground, relief, draw);
   if (draw(4) == 0) {
     result.examine.resize(dsm.heights.size());
     for (std::uint8_t& byte : result.examine) byte = draw(3) == 0 ? 255 : 0;
