@@ -4,9 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <iomanip>
-#include <limits>
 #include <random>
 #include <sstream>
 

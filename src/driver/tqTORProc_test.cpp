@@ -13,12 +13,12 @@
 #include "job/photo_files.h"
 #include "rectify/sidecar.h"
 #include "testing/log_capture.h"
-#include "testing/test_peer.h"
 #include "testing/threads.h"
 #include "testing/tiny_job.h"
 #include "tqfd/StringConverter.h"
 #include "tqorkit/tqBinaryData.h"
 #include "tqraster/tqRasterTorMsk.h"
+#include "tqtortho/tqTORectify.h"
 
 namespace tqtortho {
 namespace {

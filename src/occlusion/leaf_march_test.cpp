@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdlib>
-#include <string>
 #include <vector>
 
 #include "occlusion/ray_kernel.h"

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <limits>
 #include <vector>
 
 #include "job/border_mask.h"

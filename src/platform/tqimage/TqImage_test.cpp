@@ -7,7 +7,6 @@
 #include <sys/resource.h>
 
 #include <array>
-#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
