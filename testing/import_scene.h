@@ -17,6 +17,7 @@
 #include "host/import_assembly.h"
 #include "rectify/camera_model.h"
 #include "rectify/lens_distortion.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -57,14 +58,17 @@ inline std::string Replaced(std::string text, const std::string& from, const std
 class ImportFolder {
  public:
   void WriteDsm(const std::string& crs, double x, double y) const {
-    tqorkit::PhotoInfo dsm = Raster(4, 4, tqimage::kFloat32, sizeof(float));
-    const double transform[6] = {x, 1, 0, y, 0, -1};
-    tqimage::GeoCoefficients place(transform, 4, 4);
-    if (!crs.empty()) place.SetProjection(geo::CrsToWkt(crs));
-    ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(File("dsm.tif"), dsm, &place, true));
+    const std::vector<float> level(4 * 4, 0.0F);
+    const std::string map = crs.empty() ? "" : geo::CrsToWkt(crs);
+    ASSERT_TRUE(WriteHeights(File("dsm.tif"), level.data(), 4, 4, {x, y, 1, map}));
   }
   void WritePhoto(const std::string& name, int width, int height) const {
-    tqorkit::PhotoInfo photo = Raster(width, height, tqimage::kByte, 1);
+    tqorkit::PhotoInfo photo;
+    photo.width = width;
+    photo.height = height;
+    photo.bands = 1;
+    photo.dataType = tqimage::kByte;
+    photo.data.resize(static_cast<std::size_t>(width) * height);
     const std::string path = File("images/" + name);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(path, photo, nullptr, true));
@@ -79,18 +83,6 @@ class ImportFolder {
   }
 
   TempDir dir;
-
- private:
-  static tqorkit::PhotoInfo Raster(int width, int height, int type, std::size_t cell) {
-    tqorkit::PhotoInfo raster;
-    raster.width = width;
-    raster.height = height;
-    raster.bands = 1;
-    raster.dataType = type;
-    raster.data.assign(cell * static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
-                       0);
-    return raster;
-  }
 };
 
 inline double Through(const char* format, double value) {

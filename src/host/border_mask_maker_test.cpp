@@ -14,6 +14,7 @@
 
 #include "geo/Crs.h"
 #include "job/border_mask.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "testing/town_data.h"
 #include "tqimage/TqImage.h"
@@ -138,15 +139,8 @@ void WriteDsm(const std::string& path, int cols, int rows,
   for (int row = 0; row < rows; ++row) {
     for (int col = 0; col < cols; ++col) heights.push_back(static_cast<float>(height(row, col)));
   }
-  const double transform[6] = {500, 0.25, 0, 900, 0, -0.25};
-  GeoCoefficients coefficients(transform, cols, rows);
-  coefficients.SetProjection(geo::CrsToWkt("EPSG:32651"));
-  TqImage image;
-  ASSERT_TRUE(image.Create(path, cols, rows, 1, tqimage::kFloat32, tqimage::kGeoTiff, true));
-  ASSERT_TRUE(image.SetGeoCoefficients(coefficients));
-  ASSERT_TRUE(image.SetNoDataValue(0, -9999));
-  ASSERT_TRUE(image.WriteImage(0, {0, 0, cols, rows}, tqimage::kFloat32, heights.data()));
-  ASSERT_TRUE(image.Close());
+  const tqtortho::testing::RasterPlace place{500, 900, 0.25, geo::CrsToWkt("EPSG:32651")};
+  ASSERT_TRUE(tqtortho::testing::WriteHeights(path, heights.data(), cols, rows, place));
 }
 
 /// The mask of a DSM as it was written, and where it lies.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 
@@ -20,7 +21,7 @@ float Plane(int row, int col) { return 100.0F + 0.5F * static_cast<float>(col - 
 class DsmPrepareTest : public ::testing::Test {
  protected:
   /// `wall`: a roof six metres up from column 20 on, and a hole of 7 x 6 cells across its edge.
-  void Write(float none, bool named, bool wall = false) {
+  void Write(float none, bool wall = false) {
     heights.resize(40 * 30);
     for (int r = 0; r < 30; ++r) {
       for (int c = 0; c < 40; ++c) {
@@ -31,16 +32,10 @@ class DsmPrepareTest : public ::testing::Test {
             hole || corner ? none : Plane(r, c) + (wall && c >= 20 ? 6.0F : 0.0F);
       }
     }
-    const double transform[6] = {1000, 0.5, 0, 2000, 0, -0.5};
-    tqimage::GeoCoefficients at(transform, 40, 30);
-    TqImage image;
-    ASSERT_TRUE(image.Create(dir.File("dsm.tif"), 40, 30, 1, tqimage::kFloat32, 17, true));
-    ASSERT_TRUE(image.SetGeoCoefficients(at));
-    if (named) {
-      ASSERT_TRUE(image.SetNoDataValue(0, none));
-    }
-    ASSERT_TRUE(image.WriteImage(0, {0, 0, 40, 30}, tqimage::kFloat32, heights.data()));
-    ASSERT_TRUE(image.Close());
+    const double noData = none;
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(dir.File("dsm.tif"), tqimage::kFloat32,
+                                               heights.data(), 40, 30, {1000, 2000, 0.5, ""},
+                                               &noData));
   }
   float Height(int row, int col) {  // of the original grid
     float h = 0;
@@ -69,7 +64,7 @@ class DsmPrepareTest : public ::testing::Test {
 
 TEST_F(DsmPrepareTest, FillsSmallHolesContinuesTheRimAndKeepsEveryTrueHeight) {
   for (const float none : {-9999.0F, std::numeric_limits<float>::quiet_NaN(), -3.4028235e38F}) {
-    Write(none, true);
+    Write(none);
     Prepare();
     EXPECT_EQ(out.GetWidth(), 48);
     EXPECT_EQ(out.GetHeight(), 38);
@@ -98,7 +93,7 @@ TEST_F(DsmPrepareTest, FillsSmallHolesContinuesTheRimAndKeepsEveryTrueHeight) {
 }
 
 TEST_F(DsmPrepareTest, AWallGoesOnThroughAHole) {
-  Write(-9999, true, true);
+  Write(-9999, true);
   Prepare();
   for (int r = 20; r < 26; ++r) {
     for (int c = 17; c < 24; ++c) {
@@ -111,12 +106,8 @@ TEST_F(DsmPrepareTest, AWallGoesOnThroughAHole) {
 }
 
 TEST_F(DsmPrepareTest, AnEmptyDsmIsRefusedByName) {
-  Write(-9999, true);
-  std::vector<float> empty(40 * 30, -9999);
-  TqImage image;
-  ASSERT_TRUE(image.Open(dir.File("dsm.tif"), false));
-  ASSERT_TRUE(image.WriteImage(0, {0, 0, 40, 30}, tqimage::kFloat32, empty.data()));
-  ASSERT_TRUE(image.Close());
+  const std::vector<float> empty(40 * 30, -9999);
+  ASSERT_TRUE(tqtortho::testing::WriteHeights(dir.File("dsm.tif"), empty.data(), 40, 30, {}));
   std::string error;
   EXPECT_FALSE(PrepareDsm(dir.File("dsm.tif"), dir.File("out.tif"), dir.File("origin.tif"), {},
                           report, error));
@@ -124,7 +115,7 @@ TEST_F(DsmPrepareTest, AnEmptyDsmIsRefusedByName) {
 }
 
 TEST_F(DsmPrepareTest, OrthoCellsWithoutAHeightOfTheirOwnAreBlanked) {
-  Write(-9999, true);
+  Write(-9999);
   Prepare();
   tqorkit::PhotoInfo ortho;
   ortho.width = 80;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "testing/raster_file.h"
 #include "testing/tiny_job.h"
 
 namespace tqtortho::host {
@@ -91,16 +92,13 @@ TEST_F(NaiveMosaicTest, EachCellShowsItsOwnGroundFromTheNearestPhotoThatHoldsIt)
 TEST_F(NaiveMosaicTest, MasksAreCountedAndAnUnreadablePhotoLeavesItsCellsEmpty) {
   AddPhoto("a.tif", 12, 10);
   AddPhoto("b.tif", 16, 10);
-  const double transform[] = {TinyJob::kX0 + 0.5, 1, 0, TinyJob::kY0 - 0.5, 0, -1};
   std::vector<std::uint8_t> mask(38 * 28, 0);
   for (int row = 0; row < 28; ++row) mask[static_cast<std::size_t>(row * 38 + 9)] = 255;
   for (const char* name : {"a.tif", "b.tif"}) {
-    tqimage::TqImage image;
     photos_[name[0] - 'a'].maskPath = job_.dir.File(name);
-    ASSERT_TRUE(
-        image.Create(job_.dir.File(name), 38, 28, 1, tqimage::kByte, tqimage::kGeoTiff, true) &&
-        image.SetGeoCoefficients({transform, 38, 28}) &&
-        image.WriteImage(0, {0, 0, 38, 28}, tqimage::kByte, mask.data()) && image.Close());
+    ASSERT_TRUE(tqtortho::testing::WriteRaster(job_.dir.File(name), tqimage::kByte, mask.data(), 38,
+                                               28, {TinyJob::kX0 + 0.5, TinyJob::kY0 - 0.5, 1, ""},
+                                               nullptr));
   }
   photos_[1].photoPath = job_.dir.Write("broken.jpg", "no picture");
   PhotoCoverage coverage = FindCoverage(grid_, heights_, photos_);

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "host/report_text.h"
+#include "testing/raster_file.h"
 #include "testing/tiny_job.h"
 
 namespace tqtortho::host {
@@ -135,15 +136,11 @@ TEST_F(ReportPageTest, WithoutAnyRasterThePageStillComes) {
 }
 
 TEST_F(ReportPageTest, SuppliedSharesAndSeamsFollowTheSourceRaster) {
-  const double transform[] = {TinyJob::kX0 + 0.25, 0.5, 0, TinyJob::kY0 - 0.25, 0, -0.5};
   std::vector<std::uint16_t> numbers(40 * 20);
   for (int i = 0; i < 800; ++i) numbers[static_cast<std::size_t>(i)] = i % 40 < 10 ? 1 : 2;
-  tqimage::TqImage image;
-  ASSERT_TRUE(image.Create(job_.dir.File("out/source.tif"), 40, 20, 1, tqimage::kUInt16,
-                           tqimage::kGeoTiff, true) &&
-              image.SetGeoCoefficients({transform, 40, 20}) &&
-              image.WriteImage(0, {0, 0, 40, 20}, tqimage::kUInt16, numbers.data()) &&
-              image.Close());
+  ASSERT_TRUE(tqtortho::testing::WriteRaster(
+      job_.dir.File("out/source.tif"), tqimage::kUInt16, numbers.data(), 40, 20,
+      {TinyJob::kX0 + 0.25, TinyJob::kY0 - 0.25, 0.5, ""}, nullptr));
   nlohmann::json data = Write();
   EXPECT_EQ(data["photos"][0]["supplied"], 0.25);
   EXPECT_EQ(data["photos"][1]["supplied"], 0.75);

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +14,7 @@
 #include "host/survey_reader.h"
 #include "host/town_camera.h"
 #include "testing/temp_dir.h"
+#include "testing/threads.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -73,12 +73,10 @@ struct Raster {
 TEST(SampleTownTest, TheSameSeedGivesTheSameBytesWithAnyNumberOfThreads) {
   const TempDir one, two, other;
   std::string error;
-  const int threads = omp_get_max_threads();
-  omp_set_num_threads(1);
-  ASSERT_TRUE(WriteSampleTown(Tiny(one.Path()), error, {})) << error;
-  omp_set_num_threads(2);
-  ASSERT_TRUE(WriteSampleTown(Tiny(two.Path()), error, {})) << error;
-  omp_set_num_threads(threads);
+  for (const auto& [threads, path] : {std::pair{1, one.Path()}, {2, two.Path()}}) {
+    const tqtortho::testing::Threads some(threads);
+    ASSERT_TRUE(WriteSampleTown(Tiny(path), error, {})) << error;
+  }
   const auto first = FilesIn(one.Path()), second = FilesIn(two.Path());
   EXPECT_THAT(first.size(), 7 + 2 * 3);
   ASSERT_EQ(first.size(), second.size());

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <algorithm>
 #include <random>
 
 #include "job/messages.h"
+#include "testing/threads.h"
 #include "testing/update_job.h"
 #include "tqfd/StringConverter.h"
 #include "tqorkit/tqBinaryData.h"
@@ -239,12 +239,10 @@ TEST(FillTextureTest, AStopOrAFailureLeavesTheEarlierFiles) {
   EXPECT_EQ(std::filesystem::file_size(PixMapPath()), 7U);
   ASSERT_TRUE(job.MakeTexture());
   const Bytes before = Load(job.Ortho(1));
-  const int threads = omp_get_max_threads();
-  omp_set_num_threads(1);
+  const testing::Threads one(1);
   calls = {};
   calls.answer = 0;
   EXPECT_FALSE(job.Update(&calls));
-  omp_set_num_threads(threads);
   EXPECT_EQ(calls.percents.size(), 1U);
   EXPECT_EQ(Load(job.Ortho(1)), before);
   std::filesystem::remove(ParamFilePath());

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <omp.h>
 
 #include <array>
 
 #include "job/messages.h"
+#include "testing/threads.h"
 #include "testing/update_job.h"
 #include "tqorkit/tqBinaryData.h"
 #include "update/feather_blend.h"
@@ -203,13 +203,11 @@ TEST(OrthoUpdateTest, WithoutPhotosParametersOrTextureNothingIsDone) {
 }
 
 TEST(OrthoUpdateTest, AStopFailsTheUpdateBeforeAnyOrthoChanges) {
-  const int threads = omp_get_max_threads();
-  omp_set_num_threads(1);
+  const testing::Threads one(1);
   Job job;
   Calls calls;
   calls.answer = 0;
   EXPECT_FALSE(job.Update(&calls));
-  omp_set_num_threads(threads);
   EXPECT_THAT(calls.percents, ElementsAre(50));
   for (const int i : {0, 1}) EXPECT_THAT(Load(job.Ortho(i)), Each(200 + i));
 }
