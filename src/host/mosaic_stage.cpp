@@ -268,6 +268,7 @@ bool Publish(const std::vector<MosaicPhoto>& photos, const MosaicReport& report,
     return false;
   }
   std::vector<std::pair<int, std::string>> table;
+  table.reserve(photos.size());
   for (const MosaicPhoto& photo : photos) table.emplace_back(photo.number, photo.name);
   char seen[64];
   std::snprintf(seen, sizeof seen, "%lld", static_cast<long long>(report.seen));

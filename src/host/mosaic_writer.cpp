@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/mosaic_writer.h"
 
+#include <cpl_error.h>
 #include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <gdal_priv.h>
@@ -98,9 +99,23 @@ CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool 
   return options;
 }
 
+/// Keeps what GDAL's own worker threads complain about off standard error: a scope hears only its
+/// thread. What they fail at fails the copy, and is told with it.
+class QuietWorkers {
+ public:
+  QuietWorkers() : earlier_(CPLSetErrorHandler(CPLQuietErrorHandler)) {}
+  ~QuietWorkers() { CPLSetErrorHandler(earlier_); }
+  QuietWorkers(const QuietWorkers&) = delete;
+  QuietWorkers& operator=(const QuietWorkers&) = delete;
+
+ private:
+  CPLErrorHandler earlier_;
+};
+
 /// A cloud-optimised copy at `path`.
 bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat& format,
               bool picture, std::string& error) {
+  const QuietWorkers quiet;
   GdalScope scope;
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("COG");
   if (driver == nullptr) {
@@ -122,6 +137,7 @@ bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat&
 
 struct MosaicWriter::Impl {
   std::string outDir;
+  std::string workDir;
   MosaicFormat format;
   std::string paths[3];
   DatasetPtr mosaic;
@@ -150,6 +166,7 @@ bool MosaicWriter::Start(const std::string& outDir, const std::string& workDir,
                          const MosaicGrid& grid, const MosaicFormat& format, std::string& error) {
   GdalScope scope;
   impl_->outDir = outDir;
+  impl_->workDir = workDir;
   impl_->format = format;
   for (int i = 0; i < 3; ++i) impl_->paths[i] = StagedPath(workDir + "/" + kNames[i] + ".tif");
   (void)tqfd::PathHelper::MakeParentDirectory(impl_->paths[0]);
@@ -197,7 +214,7 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
     dataset->FlushCache(false);
   }
   if (scope.Failed()) {
-    error = impl_->paths[0] + ": cannot be written; is the disk full? " + scope.Message();
+    error = impl_->workDir + ": cannot be written to; is the disk full? " + scope.Message();
     return false;
   }
   // All three before the first gets its name: the products of two runs are never mixed.
@@ -209,7 +226,7 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
     targets[i] = impl_->outDir + "/" + kNames[i] + ".tif";
     staged[i] = StagedPath(targets[i]);
     whole = WriteCog(*datasets[i], staged[i], impl_->format, i == 0, error);
-    if (!whole) error = targets[i] + ": cannot be written; is the disk full? " + error;
+    if (!whole) error.insert(0, targets[i] + ": cannot be written; is the disk full? ");
   }
   for (int i = 0; i < 3 && whole; ++i) {
     whole = tqimage::PublishFile(staged[i], targets[i]);

@@ -83,7 +83,7 @@ class SeamMover {
     node.best.assign(node.cost.size(), kHiddenView);
     for (int i = 0; i < rows_; ++i) {
       for (int j = 0; j < cols_; ++j) {
-        const auto n = static_cast<std::size_t>(i * cols_ + j);
+        const std::ptrdiff_t n = std::ptrdiff_t{i} * cols_ + j;
         const NodeSums sums = SumsOf(view, i, j);
         if (sums.seen == 0 || cells_[n] == 0) continue;
         node.best[n] = sums.best;
@@ -142,7 +142,7 @@ class SeamMover {
             high = std::max(high, heights.At(r, c));
           }
         }
-        step_[static_cast<std::size_t>(i * cols_ + j)] = high - low > options_.step ? 1 : 0;
+        step_[std::ptrdiff_t{i} * cols_ + j] = high - low > options_.step ? 1 : 0;
       }
     }
   }
