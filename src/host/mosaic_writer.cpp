@@ -74,14 +74,23 @@ std::string Lower(std::string text) {
   return text;
 }
 
+std::string ThreadsOf(const MosaicFormat& format) {
+  return format.threads > 0 ? std::to_string(format.threads) : "ALL_CPUS";
+}
+
+const char* ResamplingOf(bool picture) { return picture ? "AVERAGE" : "NEAREST"; }
+
+bool IsJpeg(const MosaicFormat& format, bool picture) {
+  return picture && Lower(format.compression) == "jpeg";
+}
+
 CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool picture) {
   CPLStringList options;
-  const std::string wanted = Lower(format.compression);
-  const bool jpeg = picture && wanted == "jpeg";
+  const bool jpeg = IsJpeg(format, picture);
   if (jpeg) {
     options.SetNameValue("COMPRESS", "JPEG");
     options.SetNameValue("QUALITY", std::to_string(format.jpegQuality).c_str());
-  } else if (wanted == "deflate" || !HasZstd(driver)) {
+  } else if (Lower(format.compression) == "deflate" || !HasZstd(driver)) {
     options.SetNameValue("COMPRESS", "DEFLATE");
     options.SetNameValue("LEVEL", "6");
   } else {
@@ -92,10 +101,9 @@ CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool 
   if (!jpeg) options.SetNameValue("PREDICTOR", picture ? "YES" : "NO");
   options.SetNameValue("BLOCKSIZE", "512");
   options.SetNameValue("BIGTIFF", "IF_SAFER");
-  options.SetNameValue("OVERVIEWS", "IGNORE_EXISTING");
-  options.SetNameValue("OVERVIEW_RESAMPLING", picture ? "AVERAGE" : "NEAREST");
-  options.SetNameValue("NUM_THREADS",
-                       format.threads > 0 ? std::to_string(format.threads).c_str() : "ALL_CPUS");
+  options.SetNameValue("OVERVIEWS", jpeg ? "IGNORE_EXISTING" : "AUTO");
+  options.SetNameValue("OVERVIEW_RESAMPLING", ResamplingOf(picture));
+  options.SetNameValue("NUM_THREADS", ThreadsOf(format).c_str());
   return options;
 }
 
@@ -112,6 +120,23 @@ class QuietWorkers {
   CPLErrorHandler earlier_;
 };
 
+/// Overviews as the copy wants them, in the working file: there they are made without compression,
+/// in half the time that the copy would take for them. False when GDAL fails.
+bool AddOverviews(GDALDataset& working, const MosaicFormat& format, const char* resampling) {
+  constexpr int kSmallest = 512;
+  std::vector<int> factors;
+  for (int factor = 2;
+       std::max(working.GetRasterXSize(), working.GetRasterYSize()) / (factor / 2) > kSmallest;
+       factor *= 2) {
+    factors.push_back(factor);
+  }
+  if (factors.empty()) return true;
+  const std::string threads = ThreadsOf(format);
+  const tqimage::ThreadOption workers("GDAL_NUM_THREADS", threads.c_str());
+  return working.BuildOverviews(resampling, static_cast<int>(factors.size()), factors.data(), 0,
+                                nullptr, nullptr, nullptr) == CE_None;
+}
+
 /// A cloud-optimised copy at `path`.
 bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat& format,
               bool picture, std::string& error) {
@@ -120,6 +145,11 @@ bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat&
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("COG");
   if (driver == nullptr) {
     error = path + ": this GDAL cannot write cloud-optimised GeoTIFF";
+    return false;
+  }
+  // JPEG has its alpha taken off on the way, and the working file's overviews with it.
+  if (!IsJpeg(format, picture) && !AddOverviews(working, format, ResamplingOf(picture))) {
+    error = scope.Message();
     return false;
   }
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
