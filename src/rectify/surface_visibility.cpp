@@ -135,10 +135,9 @@ class Sweep {
       for (int c = col; c < endCol; ++c) {
         const StepSurface::Kind kind = KindOf(r, c);
         if (kind == StepSurface::kVoid) continue;
-        const bool mayBeOut = whole != PhotoFrame::Place::kInside;
         const PhotoFrame::Place place =
             whole == PhotoFrame::Place::kAcross ? PlaceOf(r, r + 1, c, c + 1) : whole;
-        if (kind != StepSurface::kRagged && mayBeOut && place == PhotoFrame::Place::kOutside) {
+        if (kind != StepSurface::kRagged && place == PhotoFrame::Place::kOutside) {
           FillQuad(r, c, options_.outside);
         } else if (closedQuads_[QuadIndex(r, c)] != 0) {
           sightQuads_[QuadIndex(r, c)] = 1;
