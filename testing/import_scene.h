@@ -194,9 +194,11 @@ inline double LargestDistance(const host::Survey& survey, const std::string& pho
                               int height, double reach,
                               const std::function<PointPair(const host::Vector3& offset)>& pair) {
   std::vector<PointPair> points;
+  points.reserve(4000);
   for (int k = 0; k < 4000; ++k) {
-    points.push_back(
-        pair({(k % 80 - 39.5) * reach / 40, (k / 80 - 24.5) * reach / 25, k % 7 * 5.0}));
+    const int col = k % 80;
+    const int row = k / 80;
+    points.push_back(pair({(col - 39.5) * reach / 40, (row - 24.5) * reach / 25, k % 7 * 5.0}));
   }
   const Agreement a = Compare(CameraOfPhoto(survey, photo), width, height, points);
   EXPECT_GE(a.count, 300);
