@@ -147,11 +147,6 @@ bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat&
     error = path + ": this GDAL cannot write cloud-optimised GeoTIFF";
     return false;
   }
-  // JPEG has its alpha taken off on the way, and the working file's overviews with it.
-  if (!IsJpeg(format, picture) && !AddOverviews(working, format, ResamplingOf(picture))) {
-    error = scope.Message();
-    return false;
-  }
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
   const CPLStringList options = FinalOptions(driver, format, picture);
   DatasetPtr copy(
@@ -240,15 +235,20 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
   }
   impl_->source->GetRasterBand(1)->SetNoDataValue(0);
   impl_->quality->SetMetadataItem("VALUES", "0 nothing, 1 seen, 2 seen by one photo, 3 filled");
-  for (GDALDataset* dataset : {impl_->mosaic.get(), impl_->source.get(), impl_->quality.get()}) {
-    dataset->FlushCache(false);
+  GDALDataset* const datasets[3] = {impl_->mosaic.get(), impl_->source.get(), impl_->quality.get()};
+  bool ready = true;
+  for (int i = 0; i < 3; ++i) {
+    datasets[i]->FlushCache(false);
+    // JPEG has its alpha taken off on the way, and the working file's overviews with it.
+    const bool picture = i == 0;
+    ready = ready && (IsJpeg(impl_->format, picture) ||
+                      AddOverviews(*datasets[i], impl_->format, ResamplingOf(picture)));
   }
-  if (scope.Failed()) {
+  if (!ready || scope.Failed()) {
     error = impl_->workDir + ": cannot be written to; is the disk full? " + scope.Message();
     return false;
   }
   // All three before the first gets its name: the products of two runs are never mixed.
-  GDALDataset* const datasets[3] = {impl_->mosaic.get(), impl_->source.get(), impl_->quality.get()};
   std::string targets[3];
   std::string staged[3];
   bool whole = true;
