@@ -21,6 +21,7 @@ struct RunArguments {
   std::vector<int> bands;
   std::vector<double> range;
   std::string resampling = "bilinear";
+  std::string occlusion = "sight";
   std::string finish = "fill";
   std::string format = "cog";
   bool json = false;
@@ -147,6 +148,9 @@ int Run(RunArguments& arguments) {
   run.finish = arguments.finish == "none"   ? host::Finish::kNone
                : arguments.finish == "mark" ? host::Finish::kMark
                                             : host::Finish::kFill;
+  run.occlusion = arguments.occlusion == "rays"    ? host::Occlusion::kRays
+                  : arguments.occlusion == "depth" ? host::Occlusion::kDepth
+                                                   : host::Occlusion::kSight;
   if (arguments.format == "jpeg") run.format.compression = "jpeg";
   run.webTiles = arguments.format == "png-tiles";
   if (!ReadBandChoice(arguments, run.bands)) return kBadInput;
@@ -202,6 +206,13 @@ void AddRun(CLI::App& app, int& status) {
       ->type_name("Z");
   command->add_option("--resampling", a->resampling, "how photos are sampled")
       ->check(CLI::IsMember({"nearest", "bilinear"}))
+      ->capture_default_str();
+  command
+      ->add_option("--occlusion", a->occlusion,
+                   "how it is found out what a photo cannot see: lines of sight against the surface "
+                   "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
+                   "which finds little")
+      ->check(CLI::IsMember({"sight", "rays", "depth"}))
       ->capture_default_str();
   command
       ->add_option("--finish", a->finish,

@@ -183,13 +183,12 @@ bool WriteStrips(const TqImage& dsm, const GeoCoefficients& coefficients,
     report.borderCells +=
         std::count(mask.begin() + static_cast<std::ptrdiff_t>(first),
                    mask.begin() + static_cast<std::ptrdiff_t>(first + count), kTallBorder);
-    if (options.traceEverywhere) {
-      for (std::size_t i = first; i < first + count; ++i) {
-        if (mask[i] == kTallBorder) {
-          mask[i] = kBorderLine;
-        } else if (!std::isnan(heights[i])) {
-          mask[i] = kTallBorder;
-        }
+    const bool everywhere = options.code == BorderCode::kTraceEverywhere;
+    for (std::size_t i = first; options.code != BorderCode::kTall && i < first + count; ++i) {
+      if (mask[i] == kTallBorder) {
+        mask[i] = kBorderLine;
+      } else if (everywhere && !std::isnan(heights[i])) {
+        mask[i] = kTallBorder;
       }
     }
     if (!out.WriteImage(0, {0, row, cols, end}, tqimage::kByte, mask.data() + first)) return false;

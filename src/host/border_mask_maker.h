@@ -8,6 +8,16 @@
 
 namespace tqtortho::host {
 
+/// How the border mask marks the borders of tall buildings and the ground between them. The value
+/// 200 steers the choice between z-buffer and ray tracing, 255 only where orthos are smoothed.
+enum class BorderCode {
+  kTall,             ///< borders 200, all other cells 0: photos with many borders are traced there
+  kTraceEverywhere,  ///< borders 255, all other cells with a height 200: every photo is traced,
+                     ///< everywhere. Depth alone finds a sixth of the hidden cells of a town,
+                     ///< tracing beside borders half of them, tracing everywhere five sixths
+  kSmoothOnly,       ///< borders 255, all other cells 0: no photo is traced
+};
+
 /// What counts as the border of a tall building. Heights and lengths in the DSM's unit.
 struct BorderMaskOptions {
   double stepM = 2.5;  ///< steps higher than this are borders; positive
@@ -23,10 +33,7 @@ struct BorderMaskOptions {
   /// Cells by which borders are widened on every side at the end. Ray tracing looks at every cell
   /// of a border, and photos are told to hold tall buildings by the number of its cells.
   int widenCells = 0;
-  /// Marks borders with 255 and all other cells that have a height with 200, so that every photo
-  /// is traced, everywhere. Depth alone finds a sixth of the hidden cells of a town, tracing
-  /// without a hint where to look half of them, tracing everywhere five sixths.
-  bool traceEverywhere = false;
+  BorderCode code = BorderCode::kTall;
   std::int64_t stripCells = 1 << 22;  ///< of the mask, worked on at a time; decides memory only
 };
 

@@ -205,9 +205,12 @@ TEST(WriteBorderMaskTest, StripsLeaveNoSeams) {
                   {whole.data(), kRows / 2, kCols / 2});
   EXPECT_EQ(mask, whole);
   EXPECT_GT(std::count(whole.begin(), whole.end(), kTallBorder), 5000);
-  // Told to trace everywhere, the same borders are lines and all other ground is 200.
-  options.traceEverywhere = true;
+  // The other codes mark the same borders as lines, and all other ground with 200 or not at all.
   for (auto& cell : whole) cell = cell == kTallBorder ? kBorderLine : kTallBorder;
+  options.code = BorderCode::kTraceEverywhere;
+  EXPECT_EQ(Written(dir.File("dsm.tif"), dir.File("mask.tif"), options), whole);
+  for (auto& cell : whole) cell = cell == kTallBorder ? 0 : cell;
+  options.code = BorderCode::kSmoothOnly;
   EXPECT_EQ(Written(dir.File("dsm.tif"), dir.File("mask.tif"), options), whole);
 }
 

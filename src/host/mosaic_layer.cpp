@@ -70,6 +70,25 @@ bool ReadOrtho(const MosaicGrid& grid, MosaicPhoto& photo, Layer& layer, std::st
   return true;
 }
 
+/// What the photo sees by its occlusion mask.
+bool ReadMask(const MosaicPhoto& photo, Layer& layer, std::string& error) {
+  constexpr std::uint8_t kHidden = 255;
+  PhotoInfo mask;
+  if (!TqImage::QuickReadImage(photo.maskPath, mask, nullptr)) {
+    error = photo.maskPath + ": cannot be read; the photo is left out of the mosaic";
+    return false;
+  }
+  if (mask.width != photo.cols || mask.height != photo.rows || mask.bands != 1 ||
+      mask.dataType != tqimage::kByte) {
+    error = photo.maskPath + ": is no mask of the size of its ortho image; run the job again";
+    return false;
+  }
+  layer.rating.resize(mask.data.size());
+  std::transform(mask.data.begin(), mask.data.end(), layer.rating.begin(),
+                 [](std::uint8_t cell) { return cell == kHidden ? kHiddenView : std::uint8_t{0}; });
+  return true;
+}
+
 /// Cells without data count as outside: 0 in all bands, or 1 where the photo's pixels are invalid.
 void DropEmptyCells(Layer& layer) {
   const int bands = layer.ortho.bands;
@@ -262,7 +281,7 @@ void MakeThreeBands(Layer& layer) {
 bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo, LayerStore& store,
           PhotoColours& colours, std::string& error) {
   Layer layer;
-  if (!ReadOrtho(grid, photo, layer, error)) return false;
+  if (!ReadOrtho(grid, photo, layer, error) || !ReadMask(photo, layer, error)) return false;
   const VisibilityLattice& lattice = layer.lattice;
   const tqfd::Rect2_T<double> rect{lattice.firstX, layer.Y(lattice.rows - 1),
                                    layer.X(lattice.cols - 1), lattice.firstY};
@@ -278,16 +297,7 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
   const StepSurface surface(GridView<const float>(reinterpret_cast<float*>(heights.data.data()),
                                                   heights.height, heights.width),
                             heights.noData, StepSurface::DefaultWallStep(cell.x));
-  layer.rating.resize(static_cast<std::size_t>(lattice.cols) * lattice.rows);
   const GridView<std::uint8_t> rating(layer.rating.data(), lattice.rows, lattice.cols);
-  VisibilityOptions visibility;
-  visibility.hidden = kHiddenView;
-  visibility.outside = kOutsideView;
-  visibility.noHeight = kOutsideView;
-  if (!ComputeVisibility(surface, placement, photo.camera, lattice, visibility, rating)) {
-    error = "photo " + photo.name + ": its camera or position makes no sense";
-    return false;
-  }
   DropEmptyCells(layer);
   const int orthoBands = layer.ortho.bands;
   MakeThreeBands(layer);

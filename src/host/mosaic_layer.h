@@ -32,6 +32,7 @@ struct MosaicPhoto {
   int cameraId = 0;
   std::string photoPath;
   std::string orthoPath;
+  std::string maskPath;  ///< what the photo cannot see, on the ortho's grid
   PhotoCamera camera;
   bool usable = false;  ///< has an ortho on the grid and a layer
   int firstCol = 0;     ///< of the ortho on the grid
@@ -50,7 +51,8 @@ struct MosaicPhoto {
 [[nodiscard]] double PhotoRadius(const PhotoCamera& camera, double x, double y, double z);
 
 /// Makes a photo's layer: the rating of its view of each of its ortho's cells (see view_rating.h),
-/// and its pixels. Beside walls the ortho has followed a surface that leans from the foot of the
+/// and its pixels. A cell is hidden exactly where the photo's occlusion mask says so (255), and the
+/// photo shows nothing where its ortho has no data. Beside walls the ortho has followed a surface that leans from the foot of the
 /// wall to its top over a whole cell, and shows facades and roofs in place of the ground; these
 /// cells are taken from the photo again, at heights that know walls.
 ///

@@ -106,6 +106,7 @@ std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string&
       entry.cameraId = photo.GetCameraId();
       entry.photoPath = block.GetPhotoPath() + "/" + photo.GetPhotoName();
       entry.orthoPath = OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
+      entry.maskPath = ObscuredMaskName(entry.orthoPath);
       // A finished job's orthos hold the fill, or blanks; the mosaic is made of what was rectified.
       const std::string original = OriginalOf(workDir, input.orthoPrefix, entry.orthoPath);
       if (fs::exists(original, ignored)) entry.orthoPath = original;
@@ -295,7 +296,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
     if (stages.Stopped()) error = "interrupted";
     return stages.Stopped();
   };
-  stages.Begin("visibility");
+  stages.Begin("views");
   std::vector<PhotoColours> samples;
   LayerStore store(options.workDir + "/tmp/ot/layers", photos.size() + 1, options.layerMemory);
   MakeLayers(grid, dsmPath, photos, store, samples, stages, report);

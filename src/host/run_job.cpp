@@ -22,6 +22,7 @@
 #include "host/stage_relay.h"
 #include "host/take_along.h"
 #include "job/photo_files.h"
+#include "rectify/sight_masks.h"
 #include "tqfd/PathHelper.h"
 #include "tqfd/Timer.h"
 #include "tqorkit/TqFSManager.h"
@@ -49,6 +50,7 @@ class JobSettings {
     tqorkit::TqFSManager::SetOutputTmpFilePath(paths.tmp);
     if (options.threads > 0) omp_set_num_threads(options.threads);
     if (!options.sizingOnly) SetPhotoRecords(&state);
+    if (options.occlusion == Occlusion::kSight) SetOcclusionMaskMaker(&sightMasks_);
     // The mosaic stage makes the pixel-to-photo map; one made before it would be overwritten.
     ownMaker_ = !TqRaster::tqRasterTorMsk::HasMaker();
     if (ownMaker_) {
@@ -57,12 +59,14 @@ class JobSettings {
   }
   ~JobSettings() {
     SetPhotoRecords(nullptr);
+    SetOcclusionMaskMaker(nullptr);
     if (ownMaker_) TqRaster::tqRasterTorMsk::SetMaker({});
   }
   JobSettings(const JobSettings&) = delete;
   JobSettings& operator=(const JobSettings&) = delete;
 
  private:
+  SightMasks sightMasks_;
   bool ownMaker_ = false;
 };
 
@@ -216,6 +220,7 @@ bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& 
                                       .Add(TQTORTHO_VERSION)
                                       .Add(options.dsmPath)
                                       .Add(FileStamp(options.dsmPath))
+                                      .Add(static_cast<int>(options.occlusion))
                                       .Text();
   state.SetBase(fingerprint);
   const auto said = state.Stage("dsm", fingerprint);
@@ -224,7 +229,10 @@ bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& 
   if (!PrepareDsm(options.dsmPath, paths.dsm, paths.origin, {}, report.dsm, error)) return false;
   relay.Begin("border mask");
   BorderMaskOptions border;
-  border.traceEverywhere = true;
+  // Ray tracing finds more the more ground it is told to look at. Otherwise the borders only say
+  // where the orthos are smoothed.
+  border.code = options.occlusion == Occlusion::kRays ? BorderCode::kTraceEverywhere
+                                                      : BorderCode::kSmoothOnly;
   if (!WriteBorderMask(paths.dsm, paths.border, border, error)) return false;
   state.FinishStage("dsm", fingerprint, {paths.dsm, paths.origin, paths.border},
                     ToRecord(report.dsm));

@@ -22,6 +22,13 @@ enum class Finish {
   kNone,  ///< they stay as they were rectified
 };
 
+/// How it is found out what a photo cannot see.
+enum class Occlusion {
+  kSight,  ///< lines of sight against the surface with its walls
+  kRays,   ///< ray tracing through a coarse and a fine copy of the surface
+  kDepth,  ///< the z-buffer of rectification
+};
+
 /// How a job is run; defaults are the command's.
 struct RunOptions {
   std::string dsmPath;
@@ -33,6 +40,7 @@ struct RunOptions {
   BandChoice bands;           ///< of the photos
   std::string areaPath;       ///< polygon file of the area to produce; empty: everything
   bool reducedCopies = false;
+  Occlusion occlusion = Occlusion::kSight;
   Finish finish = Finish::kFill;
   MosaicFormat format;      ///< of the mosaic
   bool webTiles = false;    ///< also OUT/tiles

@@ -6,6 +6,7 @@
 
 #include "core/numeric.h"
 #include "job/call_guard.h"
+#include "job/mask_maker.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "job/photo_records.h"
@@ -123,12 +124,14 @@ tqTORectify::PhotoOutcome tqTORectify::RectifyBlockPhoto(BlockJob& job,
   if (!IsUsable(camera) || !ReadPhoto(photoPath, job.sizing, image)) return PhotoOutcome::kNoOrtho;
 
   const bool production = !job.sizing;
-  const bool byRays = production && CheckTallBuilding(photo.GetGeoRect());
+  OcclusionMaskMaker* const maker = production ? InstalledOcclusionMaskMaker() : nullptr;
+  const bool byRays = production && maker == nullptr && CheckTallBuilding(photo.GetGeoRect());
+  const bool byDepth = production && maker == nullptr && !byRays;
   std::vector<std::uint8_t> zBufferMask;
   tqorkit::PhotoInfo ortho;
   if (!DoTORectfy(image, job.tile.record, camera, photo, job.rectifyOption, job.parameters,
                   job.areaPolygon, job.rect, ortho, job.sizing,
-                  production && !byRays ? &zBufferMask : nullptr, job.progress, job.user) ||
+                  byDepth ? &zBufferMask : nullptr, job.progress, job.user) ||
       ortho.width <= 0 || ortho.height <= 0) {
     return PhotoOutcome::kNoOrtho;
   }
@@ -145,7 +148,13 @@ tqTORectify::PhotoOutcome tqTORectify::RectifyBlockPhoto(BlockJob& job,
   if (!WriteSidecar(OrthoSidecarName(orthoName), SidecarOf(ortho), SidecarLines::kEight)) {
     return PhotoOutcome::kNotWritten;
   }
-  if (production) {
+  if (maker != nullptr) {
+    SetOrthoGrid(ortho, photo);
+    if (!maker->Make(camera, photo, job.dsmPath, ortho, GeoreferenceOf(ortho, projection),
+                     obscuredName)) {
+      return PhotoOutcome::kNotWritten;
+    }
+  } else if (production) {
     if (byRays) {
       SetOrthoGrid(ortho, photo);
       (void)tqRayTracer().DoRayTracingOnPyr(photo, job.dsmPath, obscuredName, orthoName);
