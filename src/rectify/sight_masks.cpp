@@ -17,9 +17,11 @@ bool SightMasks::Make(const tqorkit::tqIntOri& camera, const tqorkit::tqExtOri& 
                       const tqimage::GeoCoefficients& place, const std::string& maskName) {
   constexpr std::uint8_t kSeen = 0;
   constexpr std::uint8_t kHidden = 255;
+  constexpr std::uint8_t kUnknown = 128;
   VisibilityOptions options;
   options.seen = kSeen;
-  options.hidden = options.outside = options.noHeight = kHidden;
+  options.hidden = kHidden;
+  options.outside = options.noHeight = kUnknown;
   std::vector<std::uint8_t> mask;
   int cols = 0;
   int rows = 0;
@@ -31,7 +33,10 @@ bool SightMasks::Make(const tqorkit::tqIntOri& camera, const tqorkit::tqExtOri& 
   const auto bands = static_cast<std::ptrdiff_t>(ortho.bands);
   const std::uint8_t* pixel = ortho.data.data();
   for (std::uint8_t& cell : mask) {
-    if (std::all_of(pixel, pixel + bands, [](std::uint8_t v) { return v == 0; })) cell = kSeen;
+    if (cell == kUnknown) {
+      const bool empty = std::all_of(pixel, pixel + bands, [](std::uint8_t v) { return v == 0; });
+      cell = empty ? kSeen : kHidden;
+    }
     pixel += bands;
   }
   return tqorkit::TqFSManager::SaveImageFile(mask.data(), cols, rows, 1, maskName, true, &place);

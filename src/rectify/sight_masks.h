@@ -9,9 +9,10 @@ namespace tqtortho {
 
 /// Occlusion masks by lines of sight against the surface model (see surface_visibility.h).
 ///
-/// A cell of the mask is 255 where the ortho image has data and the photo does not see the cell's
-/// surface point: the line of sight is blocked, the point lies outside the photo's frame, or the
-/// surface has no height there. Where the ortho image has no data there is nothing to hide: 0.
+/// A cell of the mask is 255 where the line of sight to the cell's surface point is blocked. It is
+/// 255 as well where the point lies outside the photo's frame, or has no height, although the ortho
+/// image has data there: rectification blends heights, so that beside walls and rims an ortho may
+/// reach a cell further than the photo. All other cells are 0.
 class SightMasks : public OcclusionMaskMaker {
  public:
   bool Make(const tqorkit::tqIntOri& camera, const tqorkit::tqExtOri& photo,
