@@ -208,10 +208,11 @@ void AddRun(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"nearest", "bilinear"}))
       ->capture_default_str();
   command
-      ->add_option("--occlusion", a->occlusion,
-                   "how it is found out what a photo cannot see: lines of sight against the surface "
-                   "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
-                   "which finds little")
+      ->add_option(
+          "--occlusion", a->occlusion,
+          "how it is found out what a photo cannot see: lines of sight against the surface "
+          "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
+          "which finds little")
       ->check(CLI::IsMember({"sight", "rays", "depth"}))
       ->capture_default_str();
   command

@@ -52,9 +52,9 @@ struct MosaicPhoto {
 
 /// Makes a photo's layer: the rating of its view of each of its ortho's cells (see view_rating.h),
 /// and its pixels. A cell is hidden exactly where the photo's occlusion mask says so (255), and the
-/// photo shows nothing where its ortho has no data. Beside walls the ortho has followed a surface that leans from the foot of the
-/// wall to its top over a whole cell, and shows facades and roofs in place of the ground; these
-/// cells are taken from the photo again, at heights that know walls.
+/// photo shows nothing where its ortho has no data. Beside walls the ortho has followed a surface
+/// that leans from the foot of the wall to its top over a whole cell, and shows facades and roofs
+/// in place of the ground; these cells are taken from the photo again, at heights that know walls.
 ///
 /// @param photo   its place on the grid and `usable` are set
 /// @param store   receives the layer, under the photo's number

@@ -12,6 +12,7 @@
 #include <functional>
 #include <vector>
 
+#include "host/job_state.h"
 #include "host/run_job.h"
 #include "host/sample_town.h"
 #include "host/survey_reader.h"
@@ -155,6 +156,41 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
   EXPECT_FALSE(fs::exists(dir_->File("job/work") + "/tmp/ot/layers")) << "working files are gone";
 }
 
+// What the delivered masks call hidden is what the mosaic was chosen by, cell for cell.
+TEST_F(MosaicStageTest, QualitySaysWhatTheMasksSay) {
+  Make(Options("q"));
+  const PhotoInfo quality = Read(dir_->File("q/quality.tif"));
+  std::vector<int> views(quality.data.size(), 0);
+  MosaicInput input;
+  std::string error;
+  ASSERT_TRUE(LoadMosaicInput(dir_->File("job/work"), input, error)) << error;
+  std::int64_t hidden = 0;
+  for (const auto& photo : input.blocks[0].GetPhotos()) {
+    const std::string name =
+        OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
+    const PhotoInfo ortho = Read(OriginalOf(dir_->File("job/work"), input.orthoPrefix, name));
+    const PhotoInfo mask = Read(ObscuredMaskName(name));
+    ASSERT_EQ(mask.data.size() * 3, ortho.data.size());
+    const int col0 = static_cast<int>(std::lround((ortho.geoRect[0] - quality.geoRect[0]) / 0.2));
+    const int row0 = static_cast<int>(std::lround((quality.geoRect[3] - ortho.geoRect[3]) / 0.2));
+    for (std::size_t i = 0; i < mask.data.size(); ++i) {
+      const std::uint8_t* pixel = &ortho.data[3 * i];
+      const bool empty = pixel[0] <= 1 && pixel[1] == pixel[0] && pixel[2] == pixel[0];
+      hidden += mask.data[i] == 255 ? 1 : 0;
+      if (empty || mask.data[i] == 255) continue;
+      const std::size_t row = row0 + i / static_cast<std::size_t>(ortho.width);
+      const std::size_t col = col0 + i % static_cast<std::size_t>(ortho.width);
+      ++views[row * static_cast<std::size_t>(quality.width) + col];
+    }
+  }
+  EXPECT_GT(hidden, 1000);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    const int q = quality.data[i];
+    ASSERT_EQ(q == kQualitySeen || q == kQualitySeenOnce, views[i] > 0) << "cell " << i;
+    ASSERT_EQ(q == kQualitySeenOnce, views[i] == 1) << "cell " << i;
+  }
+}
+
 TEST_F(MosaicStageTest, TheAreaCutsTheProductAndNotTheMap) {
   MosaicOptions options = Options("a");
   const MosaicReport whole = Make(options);
@@ -240,7 +276,13 @@ TEST_F(MosaicStageTest, TroubleIsSaidInOneLineAndLosesNothing) {
        [&](MosaicInput& input, MosaicOptions&) {
          EXPECT_TRUE(fs::remove(ortho(input, 1) + "_obs.tif"));
        },
-       RLIM_INFINITY, true, nullptr, -1},
+       RLIM_INFINITY, true, "_obs.tif: cannot be read; the photo is left out", -1},
+      {"mask of another size",
+       [&](MosaicInput& input, MosaicOptions&) {
+         fs::copy_file(ortho(input, 0) + "_obs.tif", ortho(input, 1) + "_obs.tif",
+                       fs::copy_options::overwrite_existing);
+       },
+       RLIM_INFINITY, true, "is no mask of the size of its ortho image", -1},
       {"a photo without cells of its own",
        [](MosaicInput& input, MosaicOptions&) {
          const auto twin = input.blocks[0].GetPhotos().front();

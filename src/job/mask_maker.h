@@ -11,13 +11,14 @@
 namespace tqtortho {
 
 /// Makes the occlusion masks of photos in place of the per-photo driver, which else chooses between
-/// the z-buffer and ray tracing by the border mask. Called from the worker threads, several at once.
+/// the z-buffer and ray tracing by the border mask. Called from the worker threads, several at
+/// once.
 class OcclusionMaskMaker {
  public:
   virtual ~OcclusionMaskMaker() = default;
 
-  /// Writes the mask of one photo: a byte raster on the grid of its ortho image, 255 where the photo
-  /// cannot see the ground cell, 0 elsewhere.
+  /// Writes the mask of one photo: a byte raster on the grid of its ortho image, 255 where the
+  /// photo cannot see the ground cell, 0 elsewhere.
   ///
   /// @param photo  its ground rectangle runs from first to last cell CENTRE of the ortho image, its
   ///               GSD is the ortho's cell size

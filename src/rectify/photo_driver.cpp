@@ -130,8 +130,8 @@ tqTORectify::PhotoOutcome tqTORectify::RectifyBlockPhoto(BlockJob& job,
   std::vector<std::uint8_t> zBufferMask;
   tqorkit::PhotoInfo ortho;
   if (!DoTORectfy(image, job.tile.record, camera, photo, job.rectifyOption, job.parameters,
-                  job.areaPolygon, job.rect, ortho, job.sizing,
-                  byDepth ? &zBufferMask : nullptr, job.progress, job.user) ||
+                  job.areaPolygon, job.rect, ortho, job.sizing, byDepth ? &zBufferMask : nullptr,
+                  job.progress, job.user) ||
       ortho.width <= 0 || ortho.height <= 0) {
     return PhotoOutcome::kNoOrtho;
   }
