@@ -98,6 +98,18 @@ std::vector<std::uint8_t> MaskRows(const std::string& path, const PlacedPhoto& p
   return cells;
 }
 
+/// Where a photo's ortho image has data, by its type-1 mask. After an update that mask holds the
+/// photo's ownership and is one cell larger each way; every cell of the ortho has data then.
+std::vector<std::uint8_t> DataRows(const PlacedPhoto& photo, int firstRow, int endRow) {
+  const std::string path = OwnershipMaskName(photo.ortho);
+  TqImage mask;
+  if (mask.Open(path, true) && mask.GetWidth() == photo.cols + 1 &&
+      mask.GetHeight() == photo.rows + 1) {
+    return std::vector<std::uint8_t>(static_cast<std::size_t>(endRow - firstRow) * photo.cols, 255);
+  }
+  return MaskRows(path, photo, firstRow, endRow);
+}
+
 /// One strip of the map: rows [row, endRow) of the grid.
 struct Strip {
   Strip(const Grid& mosaic, int first, int end)
@@ -112,8 +124,7 @@ struct Strip {
     const int from = std::max(row, photo.firstRow);
     const int to = std::min(endRow, photo.firstRow + photo.rows);
     if (from >= to) return;
-    const auto data =
-        MaskRows(OwnershipMaskName(photo.ortho), photo, from - photo.firstRow, to - photo.firstRow);
+    const auto data = DataRows(photo, from - photo.firstRow, to - photo.firstRow);
     const auto hidden =
         MaskRows(ObscuredMaskName(photo.ortho), photo, from - photo.firstRow, to - photo.firstRow);
     if (data.empty() || hidden.empty()) return;

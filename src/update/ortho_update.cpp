@@ -94,10 +94,9 @@ void OwnPhoto(const UpdateJob& job, const tqExtOri& photo, int label,
               const std::vector<std::uint16_t>& stripMap, StageProgress& stage) {
   const GroundRect& rect = photo.GetGeoRect();
   const auto cells = job.grid.World2Raster(rect, -1, -1);
-  // One less than the photo has; saving stretches the mask to the photo's size.
-  const int width = cells.maxX - cells.minX;
-  const int height = cells.maxY - cells.minY;
-  // Kept: a photo of one or two columns or rows gets no mask, and no progress, only this line.
+  const int width = cells.maxX - cells.minX + 1;
+  const int height = cells.maxY - cells.minY + 1;
+  // Kept: a photo of one column or row gets no mask, and no progress, only this line.
   if (width <= 1 || height <= 1) {
     PrintMessage(message::kSizeError);
     return;

@@ -105,21 +105,21 @@ TEST(OrthoUpdateTest, TextureReplacesWhatItHasAndThePhotoStaysElsewhere) {
   EXPECT_EQ(Load(job.Ortho(0)), once) << "a second update changes nothing";
 }
 
-TEST(OrthoUpdateTest, OwnershipMasksComeFromTheStartOfTheStripsMapAndLieOnTheOrtho) {
+TEST(OrthoUpdateTest, OwnershipMasksComeFromTheStartOfTheStripsMapAndAreOneCellLarger) {
   Job job;
   job.WriteMap([](int row, int col) { return col < 30 ? 1 : row < 8 ? 0 : 3; });
   EXPECT_TRUE(job.Update());
   for (const int i : {0, 1}) {
     const Window& w = kTwo[static_cast<std::size_t>(i)];
     Bytes plain;
-    for (int k = 0; k < (w.cols - 1) * (w.rows - 1); ++k) {
+    for (int k = 0; k < w.cols * w.rows; ++k) {
       const int number = job.map[static_cast<std::size_t>(k)];
       plain.push_back(number == 0 || number == i + 1 ? 255 : 0);
     }
     const tqorkit::PhotoInfo mask = LoadRecord(job.Owned(i));
-    EXPECT_EQ(mask.data, GrowOwnership({plain.data(), w.rows - 1, w.cols - 1})) << i;
-    EXPECT_EQ(mask.width, w.cols);
-    EXPECT_EQ(mask.height, w.rows);
+    EXPECT_EQ(mask.data, GrowOwnership({plain.data(), w.rows, w.cols})) << i;
+    EXPECT_EQ(mask.width, w.cols + 1);
+    EXPECT_EQ(mask.height, w.rows + 1);
     EXPECT_THAT(mask.geoRect[0], DoubleEq(Job::kX0 + w.col * Job::kGsd));
     EXPECT_THAT(mask.geoRect[3], DoubleEq(Job::kY0 - w.row * Job::kGsd));
     EXPECT_THAT(mask.resY, DoubleEq(-Job::kGsd));
@@ -141,7 +141,12 @@ TEST(OrthoUpdateTest, EveryStripTakesItsOwnPartOfTheGrid) {
 }
 
 TEST(OrthoUpdateTest, NarrowPhotosAndUnreadableFilesAreLeftOutAlone) {
-  Job job({kTwo[0], kTwo[1], {4, 4, 2, 30}, {30, 10, 20, 20}});
+  Job job({kTwo[0], kTwo[1], {4, 4, 1, 30}, {30, 10, 20, 20}});
+  // A footprint narrower than a cell: of no area it would belong to no strip.
+  tqorkit::tqExtOri& narrow = job.photoBlocks[1].GetPhotos()[0];
+  tqfd::Rect2_T<double> rect = narrow.GetGeoRect();
+  rect.maxX += 0.3 * Job::kGsd;
+  narrow.SetGeoRect(rect);
   std::filesystem::remove(job.Hidden(1));
   Job::WriteRaster(job.Hidden(3), {30, 10, 20, 20}, 3, Only(0));
   const Bytes untouched = Load(job.Ortho(1));
