@@ -47,7 +47,8 @@ bool ReadHeights(const tqimage::TqImage& image, const tqfd::Rect2_T<int>& window
   heights.noData = image.GetNoDataValue(0);
   heights.data.resize(static_cast<std::size_t>(heights.width) *
                       static_cast<std::size_t>(heights.height) * sizeof(float));
-  return image.ReadImage(0, window, tqimage::kFloat32, heights.data.data());
+  return image.ReadHeights(0, window, NarrowToFloat(heights.noData),
+                           reinterpret_cast<float*>(heights.data.data()));
 }
 
 bool IsNorthUp(const tqimage::GeoCoefficients& coefficients) {

@@ -145,7 +145,7 @@ bool ReadHalfRows(const TqImage& dsm, double noData, int begin, int end, std::ve
     const int fullEnd = std::min(2 * halfEnd, dsm.GetHeight());
     const int fullRows = fullEnd - 2 * row;
     full.resize(static_cast<std::size_t>(fullRows) * cols);
-    if (!dsm.ReadImage(0, {0, 2 * row, cols, fullEnd}, tqimage::kFloat32, full.data())) {
+    if (!dsm.ReadHeights(0, {0, 2 * row, cols, fullEnd}, NarrowToFloat(noData), full.data())) {
       return false;
     }
     HalveHeights(

@@ -44,26 +44,14 @@ bool ReadWide(const std::string& path, int rim, WideDsm& dsm, std::string& error
   dsm.rows = static_cast<int>(rows);
   dsm.heights.resize(static_cast<std::size_t>(cols * rows));
   const Rect2_T<int> rect{-rim, -rim, dsm.cols - rim, dsm.rows - rim};
-  if (!image.ReadImage(0, rect, tqimage::kFloat32, dsm.heights.data())) {
+  const float none = static_cast<float>(kDefaultNoData);
+  if (!image.ReadHeights(0, rect, none, dsm.heights.data())) {
     error = path + ": heights cannot be read; the file may be truncated";
     return false;
   }
-  // A file without a no-data value fills its outside with 0, which could be a height.
-  const bool named = image.HasNoDataValue(0);
-  const float noData = NarrowToFloat(image.GetNoDataValue(0));
-  const float none = static_cast<float>(kDefaultNoData);
-  dsm.origin.assign(dsm.heights.size(), kHeightNone);
-  for (int r = rim; r < dsm.rows - rim; ++r) {
-    for (int c = rim; c < dsm.cols - rim; ++c) {
-      const std::size_t i = static_cast<std::size_t>(r) * dsm.cols + c;
-      const float h = dsm.heights[i];
-      const bool usable = std::isfinite(h) && h != none && !(named && h == noData);
-      dsm.origin[i] = usable ? kHeightTrue : kHeightNone;
-    }
-  }
-  for (std::size_t i = 0; i < dsm.heights.size(); ++i) {
-    if (dsm.origin[i] == kHeightNone) dsm.heights[i] = none;
-  }
+  dsm.origin.resize(dsm.heights.size());
+  std::transform(dsm.heights.begin(), dsm.heights.end(), dsm.origin.begin(),
+                 [none](float height) { return height != none ? kHeightTrue : kHeightNone; });
   const GeoCoefficients in = image.GetGeoCoefficients();
   const auto first = in.Raster2World(-rim, -rim);
   const double transform[6] = {first.x, in.GetResolution().x, 0, first.y, 0, in.GetResolution().y};

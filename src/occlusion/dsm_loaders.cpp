@@ -46,7 +46,7 @@ bool ReadHeights(const TqImage& file, std::int64_t col, std::int64_t row, std::i
   heights.resize(static_cast<std::size_t>(cols * rows));
   const Rect2_T<int> rect{static_cast<int>(col), static_cast<int>(row),
                           static_cast<int>(col + cols), static_cast<int>(row + rows)};
-  return file.ReadImage(0, rect, tqimage::kFloat32, heights.data());
+  return file.ReadHeights(0, rect, NarrowToFloat(file.GetNoDataValue(0)), heights.data());
 }
 
 }  // namespace

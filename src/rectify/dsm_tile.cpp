@@ -82,15 +82,9 @@ std::optional<DsmTile> ReadDsmTile(const std::string& dsmPath, const tqfd::Rect2
   const std::size_t count = static_cast<std::size_t>(record.width) * record.height;
   record.data.resize(count * sizeof(float));
   auto* heights = reinterpret_cast<float*>(record.data.data());
-  if (!image.ReadImage(0, *cells, tqimage::kFloat32, heights)) return std::nullopt;
-
   // Heights are floats, so the no-data value is compared as one.
   const float noData = NarrowToFloat(image.GetNoDataValue(0));
-  if (!image.HasNoDataValue(0)) {
-    // Without a no-data value the surface has 0 for it, while a cell that was not a number arrives
-    // as -9999: both mean that there is no height.
-    std::replace(heights, heights + count, static_cast<float>(kDefaultNoData), noData);
-  }
+  if (!image.ReadHeights(0, *cells, noData, heights)) return std::nullopt;
   tile.statistics = SummariseHeights({heights, record.height, record.width}, noData);
   tile.projection = geo.GetProjection();
   const auto [resX, resY] = geo.GetResolution();

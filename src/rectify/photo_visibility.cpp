@@ -65,8 +65,8 @@ bool ScanHeights(const TqImage& image, const CellRect& inside, double noData, He
   for (int row = inside.minY; row < inside.maxY; row += stripRows) {
     const int end = std::min(row + stripRows, inside.maxY);
     strip.resize(static_cast<std::size_t>(cols) * (end - row));
-    if (!image.ReadImage(0, {inside.minX, row, inside.maxX, end}, tqimage::kFloat32,
-                         strip.data())) {
+    if (!image.ReadHeights(0, {inside.minX, row, inside.maxX, end}, NarrowToFloat(noData),
+                           strip.data())) {
       return false;
     }
     for (const float height : strip) {
@@ -149,7 +149,8 @@ bool ReadSurfacePart(const std::string& dsmPath, const tqfd::Rect2_T<double>& re
     for (int row = inside.minY; row < inside.maxY; ++row) {
       float* first =
           heights + static_cast<std::size_t>(row - cells.minY) * cols + (inside.minX - cells.minX);
-      if (!image.ReadImage(0, {inside.minX, row, inside.maxX, row + 1}, tqimage::kFloat32, first)) {
+      if (!image.ReadHeights(0, {inside.minX, row, inside.maxX, row + 1}, NarrowToFloat(noData),
+                             first)) {
         return false;
       }
     }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/numeric.h"
 #include "job/cv_bridge.h"
 #include "job/photo_files.h"
 #include "tqimage/TqImage.h"
@@ -80,11 +81,10 @@ std::vector<float> ReadHeights(const TextureJob& job, const CellSpan& window) {
   const int cols = last.x - first.x + 1;
   const int rows = last.y - first.y + 1;
   std::vector<float> part(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  if (!dsm.ReadImage(0, {first.x, first.y, last.x + 1, last.y + 1}, tqimage::kFloat32,
-                     part.data())) {
+  const float noData = NarrowToFloat(dsm.GetNoDataValue(0));
+  if (!dsm.ReadHeights(0, {first.x, first.y, last.x + 1, last.y + 1}, noData, part.data())) {
     return {};
   }
-  const auto noData = static_cast<float>(dsm.GetNoDataValue(0));
   std::vector<float> heights(CellCount(window), std::numeric_limits<float>::quiet_NaN());
   float* out = heights.data();
   for (int row = window.firstRow; row < window.endRow; ++row) {

@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "core/numeric.h"
 #include "internal/gdal_raster.h"
 
 namespace tqimage {
@@ -194,6 +195,32 @@ bool TqImage::ReadImage(int band, const tqfd::Rect2_T<int>& rect, int dataType,
       NormaliseHeights(rule, reinterpret_cast<float*>(start), count);
     } else if (type == GDT_Float64) {
       NormaliseHeights(rule, reinterpret_cast<double*>(start), count);
+    }
+  }
+  return true;
+}
+
+bool TqImage::ReadHeights(int band, const tqfd::Rect2_T<int>& rect, float noData,
+                          float* heights) const {
+  if (!ReadImage(band, rect, kFloat32, heights)) return false;
+  GDALRasterBand* source = impl_->Band(band);
+  const NoDataRule rule = ReadNoDataRule(*source);
+  const std::int64_t cols = std::int64_t{rect.maxX} - rect.minX;
+  const std::int64_t rows = std::int64_t{rect.maxY} - rect.minY;
+  if (rule.named) {
+    const float value = tqtortho::NarrowToFloat(rule.value);
+    if (value != noData) std::replace(heights, heights + cols * rows, value, noData);
+    return true;
+  }
+  std::replace(heights, heights + cols * rows, static_cast<float>(tqtortho::kDefaultNoData),
+               noData);
+  if (rule.outside == noData) return true;
+  float* cell = heights;
+  for (std::int64_t row = rect.minY; row < rect.maxY; ++row) {
+    for (std::int64_t col = rect.minX; col < rect.maxX; ++col, ++cell) {
+      const bool inside =
+          row >= 0 && row < source->GetYSize() && col >= 0 && col < source->GetXSize();
+      if (!inside) *cell = noData;
     }
   }
   return true;

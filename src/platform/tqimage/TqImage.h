@@ -75,6 +75,12 @@ class TQTORTHO_API TqImage {
   /// the raster are filled with the no-data value (0 in byte rasters). False on an empty
   /// rectangle or a read error.
   bool ReadImage(int band, const tqfd::Rect2_T<int>& rect, int dataType, void* buffer) const;
+  /// Reads heights: as ReadImage, but every cell without a height, and every cell outside the
+  /// raster, is `noData`. A cell has no height when it is NaN, infinite or the file's no-data
+  /// value; in a file that names none, when it is -9999. This is the one rule for surface models
+  /// that name no no-data value; who works by the file's own words passes GetNoDataValue (then 0),
+  /// who must keep ground at height 0 passes -9999.
+  bool ReadHeights(int band, const tqfd::Rect2_T<int>& rect, float noData, float* heights) const;
   /// Writes `buffer` over the cells of `rect` (exclusive last column and row, inside the raster).
   bool WriteImage(int band, const tqfd::Rect2_T<int>& rect, int dataType, const void* buffer);
 

@@ -286,6 +286,41 @@ TEST(TqImageTest, UnusableNoDataAndCellsThatAreNoNumbersBecomeOneValue) {
   }
 }
 
+// Surface models that name no no-data value are common; every reader of heights goes by this.
+TEST(TqImageTest, CellsWithoutAHeightAreWhatTheReaderAsksFor) {
+  constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+  const double zero = 0;
+  const double usual = -32767;
+  struct Case {
+    const double* named;
+    GDALDataType type;
+    float asked;
+    std::vector<float> cells;  ///< 2 x 2
+    std::vector<float> read;   ///< the column before them and they themselves
+  };
+  const Case cases[] = {
+      {nullptr, GDT_Float32, 0, {5, kNan, -9999, 0}, {0, 5, 0, 0, 0, 0}},
+      {nullptr, GDT_Float32, -9999, {5, kNan, -9999, 0}, {-9999, 5, -9999, -9999, -9999, 0}},
+      {nullptr, GDT_Int16, -9999, {5, 7, -9999, 0}, {-9999, 5, 7, -9999, -9999, 0}},
+      {&usual,
+       GDT_Float32,
+       -32767,
+       {5, kNan, -9999, -32767},
+       {-32767, 5, -32767, -32767, -9999, -32767}},
+      {&usual, GDT_Float64, -1, {5, kNan, -9999, -32767}, {-1, 5, -1, -1, -9999, -1}},
+      {&zero, GDT_Float32, -9999, {5, kNan, 3, 0}, {-9999, 5, -9999, -9999, 3, -9999}},
+  };
+  for (const Case& c : cases) {
+    const TempDir dir;
+    WriteFloats(dir.File("d.tif"), c.cells, 2, 2, c.named, c.type);
+    TqImage image;
+    ASSERT_TRUE(image.Open(dir.File("d.tif"), true));
+    std::vector<float> got(6);
+    ASSERT_TRUE(image.ReadHeights(0, Cells{-1, 0, 2, 2}, c.asked, got.data()));
+    EXPECT_EQ(got, c.read) << &c - cases;
+  }
+}
+
 TEST(TqImageTest, PartsWrittenInAnyOrderMakeTheWholeRaster) {
   const TempDir dir;
   TqImage image;
