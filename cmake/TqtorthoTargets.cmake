@@ -59,7 +59,8 @@ function(tqtortho_room_tests)
         target_link_libraries(${name}_test PRIVATE GDAL::GDAL)
       endif()
       gtest_discover_tests(${name}_test TEST_PREFIX ${name}/ DISCOVERY_TIMEOUT 60
-                           PROPERTIES LABELS unit)
+                           PROPERTIES LABELS unit
+                           ENVIRONMENT TQTORTHO_SHARED_DATA=${PROJECT_SOURCE_DIR}/../shared/data)
     endif()
   endforeach()
 endfunction()

@@ -11,10 +11,11 @@ namespace tqtortho::testing {
 /// environment variable TQTORTHO_SHARED_DATA, else "../shared/data" beside the source tree. Tests
 /// that need it skip, and say so, when it is not there.
 inline std::string SharedData() {
-  if (const char* set = std::getenv("TQTORTHO_SHARED_DATA")) return set;
-  const auto beside =
-      std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "shared" / "data";
-  return std::filesystem::is_directory(beside) ? beside.string() : std::string();
+  const char* set = std::getenv("TQTORTHO_SHARED_DATA");
+  const std::filesystem::path data =
+      set != nullptr ? std::filesystem::path(set)
+                     : std::filesystem::path(__FILE__).parent_path() / "../../shared/data";
+  return std::filesystem::is_directory(data) ? data.string() : std::string();
 }
 
 }  // namespace tqtortho::testing
