@@ -6,6 +6,8 @@
 #include <system_error>
 
 #include "commands.h"
+#include "geo/RasterTools.h"
+#include "host/map_scale.h"
 #include "host/number_text.h"
 #include "host/photo_staging.h"
 #include "host/project_import.h"
@@ -40,6 +42,24 @@ void PrintSurvey(const host::Survey& survey) {
               survey.blocks.size() == 1 ? "" : "s");
 }
 
+/// Refuses poses on a map that is not true to scale before anybody works with them. Those of a
+/// system of their own (--crs) are moved by the job, which looks then.
+bool MapFits(const host::Survey& survey) {
+  geo::RasterSummary dsm;
+  std::string ignored;
+  if (survey.dsmPath.empty() || !survey.crs.empty() || survey.blocks.empty() ||
+      survey.blocks[0].photos.empty() || !geo::DescribeRaster(survey.dsmPath, dsm, ignored)) {
+    return true;
+  }
+  const host::SurveyPhoto& first = survey.blocks[0].photos[0];
+  const auto finding =
+      host::CheckMapScale(survey.dsmPath, dsm.coefficients.GetProjection(), first.x, first.y);
+  if (!finding) return true;
+  const bool refused = finding->level == host::Finding::Level::kError;
+  Complain(refused ? finding->text : "warning: " + finding->text);
+  return !refused;
+}
+
 int Import(const SourceOptions& source, const std::string& out) {
   const fs::path folder(out);
   const fs::path cameras = folder / "cameras.txt", photos = folder / "photos.txt";
@@ -51,6 +71,7 @@ int Import(const SourceOptions& source, const std::string& out) {
     return Fail(kBadInput,
                 file.string() + ": is there and no list of an import; give another --out");
   }
+  if (!MapFits(*survey)) return kBadInput;
   PrintSurvey(*survey);
   std::error_code failed;
   fs::create_directories(folder, failed);

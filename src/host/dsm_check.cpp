@@ -10,6 +10,7 @@
 #include "geo/Crs.h"
 #include "geo/RasterTools.h"
 #include "host/input_check.h"
+#include "host/map_scale.h"
 
 namespace tqtortho::host {
 namespace {
@@ -118,7 +119,7 @@ std::string ShapeFault(const std::string& path, const geo::RasterSummary& summar
 
 }  // namespace
 
-void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
+void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
   geo::RasterSummary summary;
   std::string why;
   if (dsmPath.empty()) {
@@ -144,6 +145,15 @@ void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>&
         {Level::kError, dsmPath + ": heights cannot be read; the file may be truncated"});
   } else if (facts.noDataShare >= 1) {
     findings.push_back({Level::kError, dsmPath + ": holds no height (every cell is no data)"});
+  }
+}
+
+void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
+  CheckSurface(dsmPath, facts, findings);
+  if (!(facts.cell > 0)) return;
+  const auto middle = facts.coefficients.Raster2World(facts.cols / 2, facts.rows / 2);
+  if (auto scale = CheckMapScale(dsmPath, facts.coefficients.GetProjection(), middle.x, middle.y)) {
+    findings.push_back(*std::move(scale));
   }
 }
 

@@ -8,26 +8,28 @@ namespace tqtortho::host {
 namespace {
 
 constexpr double kRadian = std::numbers::pi / 180;
-constexpr double kSemiMajor = 6378137.0;
-constexpr double kFlattening = 1 / 298.257223563;
-constexpr double kEccentricity2 = kFlattening * (2 - kFlattening);
+
+double SquaredEccentricity(const Ellipsoid& ellipsoid) {
+  const double flattening = 1 / ellipsoid.inverseFlattening;
+  return flattening * (2 - flattening);
+}
 
 }  // namespace
 
-Vector3 EarthCentred(const Geodetic& place) {
+Vector3 EarthCentred(const Geodetic& place, const Ellipsoid& ellipsoid) {
+  const double eccentricity2 = SquaredEccentricity(ellipsoid);
   const double sinLat = std::sin(place.latitude * kRadian);
   const double cosLat = std::cos(place.latitude * kRadian);
-  const double normal = kSemiMajor / std::sqrt(1 - kEccentricity2 * sinLat * sinLat);
+  const double normal = ellipsoid.semiMajor / std::sqrt(1 - eccentricity2 * sinLat * sinLat);
   const double fromAxis = (normal + place.height) * cosLat;
   return {fromAxis * std::cos(place.longitude * kRadian),
           fromAxis * std::sin(place.longitude * kRadian),
-          (normal * (1 - kEccentricity2) + place.height) * sinLat};
+          (normal * (1 - eccentricity2) + place.height) * sinLat};
 }
 
 Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid) {
   const double semiMajor = ellipsoid.semiMajor;
-  const double flattening = 1 / ellipsoid.inverseFlattening;
-  const double eccentricity2 = flattening * (2 - flattening);
+  const double eccentricity2 = SquaredEccentricity(ellipsoid);
   const double fromAxis = std::hypot(point[0], point[1]);
   // Fixed point on the latitude: each step gains about two and a half digits (the eccentricity),
   // and atan2 keeps it well defined at the poles.
@@ -45,7 +47,8 @@ Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid) {
   return place;
 }
 
-Topocentric::Topocentric(const Geodetic& origin) : origin_(EarthCentred(origin)) {
+Topocentric::Topocentric(const Geodetic& origin, const Ellipsoid& ellipsoid)
+    : ellipsoid_(ellipsoid), origin_(EarthCentred(origin, ellipsoid)) {
   const double sinLon = std::sin(origin.longitude * kRadian);
   const double cosLon = std::cos(origin.longitude * kRadian);
   const double sinLat = std::sin(origin.latitude * kRadian);
@@ -57,7 +60,7 @@ Topocentric::Topocentric(const Geodetic& origin) : origin_(EarthCentred(origin))
 Geodetic Topocentric::Place(const Vector3& local) const {
   Vector3 point = Product(Transposed(axes_), local);
   for (std::size_t i = 0; i < 3; ++i) point[i] += origin_[i];
-  return FromEarthCentred(point);
+  return FromEarthCentred(point, ellipsoid_);
 }
 
 }  // namespace tqtortho::host

@@ -16,6 +16,7 @@
 #include "geo/FileEnd.h"
 #include "geo/RasterTools.h"
 #include "host/job_estimate.h"
+#include "host/map_scale.h"
 #include "host/photo_crs.h"
 #include "tqimage/TqImage.h"
 
@@ -113,6 +114,28 @@ void CheckDistance(const Survey& survey, const DsmFacts& dsm, std::vector<Findin
                          : "they would fit as " + guess + ": try --crs " + guess));
 }
 
+/// Where on the DSM the photos are: a country's surface may be true to scale at one end only.
+void CheckScale(const Survey& survey, const std::string& dsmPath, const DsmFacts& dsm,
+                std::vector<Finding>& findings) {
+  std::vector<double> x, y;
+  for (const auto& block : survey.blocks) {
+    for (const auto& photo : block.photos) {
+      if (!std::isfinite(photo.x) || !std::isfinite(photo.y)) continue;
+      x.push_back(photo.x);
+      y.push_back(photo.y);
+    }
+  }
+  if (x.empty()) return;
+  // Photos that lie elsewhere altogether are another check's matter.
+  const auto first = dsm.coefficients.Raster2World(0, 0);
+  const auto last = dsm.coefficients.Raster2World(dsm.cols - 1, dsm.rows - 1);
+  if (auto scale = CheckMapScale(dsmPath, dsm.coefficients.GetProjection(),
+                                 std::clamp(Median(std::move(x)), first.x, last.x),
+                                 std::clamp(Median(std::move(y)), last.y, first.y))) {
+    findings.push_back(*std::move(scale));
+  }
+}
+
 /// Cameras that all stand below the surface, or in the stratosphere: heights from another datum or
 /// in another unit.
 void CheckDatum(const Survey& survey, const DsmFacts& dsm, std::vector<Finding>& findings) {
@@ -201,7 +224,7 @@ bool CheckResult::Usable() const {
 
 CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
   CheckResult result;
-  CheckDsm(dsmPath, result.facts.dsm, result.findings);
+  CheckSurface(dsmPath, result.facts.dsm, result.findings);
   if (!result.Usable()) return result;
   const DsmFacts& dsm = result.facts.dsm;
   std::string error;
@@ -209,6 +232,8 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
     Add(result.findings, Finding::Level::kError, error);
     return result;
   }
+  CheckScale(survey, dsmPath, dsm, result.findings);
+  if (!result.Usable()) return result;
   CheckDistance(survey, dsm, result.findings);
   CheckDatum(survey, dsm, result.findings);
   if (!result.Usable()) return result;

@@ -47,8 +47,10 @@ struct CheckResult {
   [[nodiscard]] bool Usable() const;
 };
 
-/// Looks at a DSM alone.
+/// Looks at a DSM alone; what its map's scale calls for is said for its middle.
 void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings);
+/// The same without the map's scale, for a survey, which lies somewhere on the DSM.
+void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings);
 
 /// Looks at everything a job would read, before hours of work start. Brings a survey that names its
 /// own coordinate system onto the DSM's (see photo_crs.h). Opens every photo's header and looks for

@@ -11,10 +11,12 @@
 namespace tqtortho::host {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::Field;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
 using tqimage::TqImage;
 
 class InputCheckTest : public ::testing::Test {
@@ -76,14 +78,14 @@ class InputCheckTest : public ::testing::Test {
 };
 
 auto Says(Finding::Level level, const std::string& text) {
-  return Contains(
-      ::testing::AllOf(Field(&Finding::level, level), Field(&Finding::text, HasSubstr(text))));
+  return Contains(AllOf(Field(&Finding::level, level), Field(&Finding::text, HasSubstr(text))));
 }
 auto Error(const std::string& text) { return Says(Finding::Level::kError, text); }
 auto Warning(const std::string& text) { return Says(Finding::Level::kWarning, text); }
 
+// All that is said is the scale of a UTM zone's middle.
 TEST_F(InputCheckTest, AGoodSurveyHasNoFindingsAndTrueFacts) {
-  EXPECT_THAT(Check(), IsEmpty());
+  EXPECT_THAT(Check(), AllOf(SizeIs(1), Warning("scale of 0.99960")));
   EXPECT_EQ(result.facts.photos, 1);
   EXPECT_DOUBLE_EQ(result.facts.photoResolution, 1.0);  // 60 m above ground, f = 60 pixels
   EXPECT_DOUBLE_EQ(result.facts.dsm.meanHeight, 100);
@@ -104,6 +106,17 @@ TEST_F(InputCheckTest, EveryFaultOfADsmIsNamed) {
   EXPECT_THAT(Check("text.tif"), Error("text.tif"));
   EXPECT_THAT(Check("plain.tif"), Error("no georeference"));
   EXPECT_THAT(Check("missing.tif"), Error("missing.tif"));
+}
+
+// A surface of a large country, true to scale in its middle: what counts is where the photos are.
+TEST_F(InputCheckTest, TheMapsScaleIsThatOfThePhotosPlace) {
+  WriteDsm("mercator.tif", 0.5, -0.5, "EPSG:3857");
+  EXPECT_THAT(Check("mercator.tif"), AllOf(SizeIs(1), Error("gdalwarp")));
+  WriteDsm("wide.tif", 60000, -60000, "EPSG:32633");
+  survey.blocks[0].photos[0].x = 500000 + 180000;
+  EXPECT_THAT(Check("wide.tif"), Not(Warning("has a scale")));
+  survey.blocks[0].photos[0].x = 500000 + 400000;
+  EXPECT_THAT(Check("wide.tif"), Error("has a scale of 1.001"));
 }
 
 TEST_F(InputCheckTest, APhotoThatCannotBeUsedIsLeftOutAndNamedOthersStay) {
@@ -133,7 +146,7 @@ TEST_F(InputCheckTest, HeightsInOtherUnitsThanCoordinatesAreRefused) {
   WriteDsm("allfeet.tif", 0.5, -0.5, "EPSG:2263+6360");
   WriteDsm("metres.tif", 0.5, -0.5, "EPSG:32633+5773");
   EXPECT_THAT(Check("feet.tif"), Error("heights are in units of 0.304801 m"));
-  EXPECT_THAT(Check("metres.tif"), IsEmpty());
+  EXPECT_THAT(Check("metres.tif"), Not(Contains(Field(&Finding::level, Finding::Level::kError))));
   EXPECT_THAT(Check("allfeet.tif"), Warning("its units are 0.304801 m"));
 }
 
@@ -157,7 +170,7 @@ TEST_F(InputCheckTest, ManyPhotosWithTroubleFillAFewLines) {
     survey.blocks[0].photos.push_back(Photo("gone" + std::to_string(i)));
   }
   const auto findings = Check();
-  EXPECT_EQ(findings.size(), 11U);
+  EXPECT_EQ(findings.size(), 12U);  // with that of the scale
   EXPECT_THAT(findings, Warning("40 more photos left out, the last: "));
 }
 
