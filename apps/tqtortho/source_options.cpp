@@ -61,6 +61,10 @@ std::optional<host::Survey> LoadLists(const SourceOptions& source) {
     Complain(std::string(option) + " is of no use with --cameras and --photos; leave it out");
     return std::nullopt;
   }
+  if (source.frame != "auto") {
+    Complain("--frame is of no use with --cameras and --photos; leave it out");
+    return std::nullopt;
+  }
   std::vector<std::string> problems;
   auto survey = host::ReadSurvey(source.cameras, source.photos, problems);
   for (const auto& line : problems) Complain(line);
@@ -75,6 +79,9 @@ std::optional<host::Survey> LoadProject(const SourceOptions& source, std::size_t
   request.photoDir = source.images;
   request.crs = source.crs;
   request.cameraFile = source.cameraFile;
+  request.frame = source.frame == "grid"    ? host::FrameChoice::kGrid
+                  : source.frame == "local" ? host::FrameChoice::kLocal
+                                            : host::FrameChoice::kAuto;
   if (!source.offset.empty()) {
     const auto offset = ReadOffset(source.offset);
     if (!offset) {
@@ -126,6 +133,12 @@ void AddSourceOptions(CLI::App& command, SourceOptions& source) {
       .add_option("--camera-file", source.cameraFile,
                   "calibration (YAML or JSON) for a table of poses; default: camera.yaml beside it")
       ->type_name("FILE");
+  command
+      .add_option("--frame", source.frame,
+                  "frame of an OpenDroneMap project's poses: the map grid, a local tangent plane, "
+                  "or found out")
+      ->check(CLI::IsMember({"auto", "grid", "local"}))
+      ->capture_default_str();
 }
 
 std::optional<host::Survey> LoadSurvey(const SourceOptions& source) {

@@ -21,6 +21,7 @@ struct SourceOptions {
   std::string crs;
   std::string offset;
   std::string cameraFile;
+  std::string frame = "auto";
 
   /// Whether any source is named.
   [[nodiscard]] bool Any() const;

@@ -146,6 +146,19 @@ bool ReadWholeFile(const std::string& path, std::string& text) {
   return !in.bad();
 }
 
+std::vector<std::string> FindPhotoFiles(const std::string& photoDir,
+                                        const std::vector<std::string>& names) {
+  const fs::path folder = fs::absolute(photoDir).lexically_normal();
+  const PhotoFolder photos(folder);
+  std::vector<std::string> out;
+  out.reserve(names.size());
+  for (const std::string& name : names) {
+    const std::string found = photos.Find(name);
+    out.push_back(found.empty() ? found : (folder / found).string());
+  }
+  return out;
+}
+
 bool ReadMetricMap(const std::string& dsmPath, std::string& wkt, std::string& error) {
   geo::RasterSummary summary;
   if (!geo::DescribeRaster(dsmPath, summary, error)) return false;

@@ -12,6 +12,9 @@
 
 namespace tqtortho::host {
 
+/// The frame of the poses of a project that may have moved them to the map grid.
+enum class FrameChoice { kAuto, kGrid, kLocal };
+
 /// What a user says of a project beside its path; all optional.
 struct ImportRequest {
   std::string path;        ///< the project's folder or file
@@ -20,6 +23,7 @@ struct ImportRequest {
   std::string crs;         ///< of the poses ("EPSG:25832", WKT); empty: what the project says
   Vector3 offset{};        ///< added to the poses' coordinates, in `crs`
   std::string cameraFile;  ///< calibration of a source that has none of its own
+  FrameChoice frame = FrameChoice::kAuto;  ///< auto: found out
 };
 
 /// A photo of another tool, placed on the DSM's map.
@@ -53,6 +57,11 @@ struct PlacedProject {
 /// @return false, with one line in `error`, when a needed camera cannot be expressed or no photo is
 ///         left.
 [[nodiscard]] bool AssembleSurvey(const PlacedProject& project, Survey& survey, std::string& error);
+
+/// The files of photos as a project names them, looked up as AssembleSurvey does; empty where there
+/// is none.
+[[nodiscard]] std::vector<std::string> FindPhotoFiles(const std::string& photoDir,
+                                                      const std::vector<std::string>& names);
 
 /// Reads a file whole. False when it cannot be read or is a folder.
 [[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& text);

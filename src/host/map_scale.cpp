@@ -89,11 +89,9 @@ std::optional<Finding> CheckMapScale(const std::string& dsmPath, const std::stri
       Finding::Level::kWarning,
       map + "has a scale of " + Fixed(worst, 5) + " here: 100 m on the ground are " +
           Fixed(100 * worst, 2) +
-          " m on it, heights stay true; the job does not correct for it (an ortho is off by up "
-          "to " +
-          Fixed(100 * off, 2) +
-          " % of the distance from the point below the camera, unless the poses were adjusted on "
-          "this map; usual for UTM and the like)"};
+          " m on it, heights stay true (usual for UTM and the like); the job does not correct for "
+          "it: unless poses were adjusted on this map, an ortho is off by up to " +
+          Fixed(100 * off, 2) + " % of the distance from the point below the camera"};
 }
 
 }  // namespace tqtortho::host

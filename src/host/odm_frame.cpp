@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/odm_frame.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 #include "host/number_text.h"
 
@@ -37,14 +39,11 @@ struct Turn {
   double error = std::numeric_limits<double>::infinity();
 };
 
-/// Turn in the plane that takes the photos' own positions best onto the projection centres.
-Turn TurnOfCentres(const std::vector<OpenSfmShot>& shots) {
-  std::vector<std::array<double, 4>> pairs;
+/// Turn in the plane that takes positions (first two of a pair) best onto projection centres.
+Turn TurnOfCentres(std::vector<std::array<double, 4>> pairs) {
   std::array<double, 4> mean{};
-  for (const OpenSfmShot& shot : shots) {
-    if (!shot.gps) continue;
-    pairs.push_back({(*shot.gps)[0], (*shot.gps)[1], shot.centre[0], shot.centre[1]});
-    for (std::size_t i = 0; i < 4; ++i) mean[i] += pairs.back()[i];
+  for (const auto& p : pairs) {
+    for (std::size_t i = 0; i < 4; ++i) mean[i] += p[i];
   }
   if (pairs.size() < kFewestPhotos) return {};
   const double count = static_cast<double>(pairs.size());
@@ -69,21 +68,51 @@ Turn TurnOfCentres(const std::vector<OpenSfmShot>& shots) {
   return turn;
 }
 
-}  // namespace
-
-std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
-                                      const TopocentricToGrid& toGrid) {
+/// A finding that knows the map's turn only.
+std::optional<FrameFinding> GridTurn(const TopocentricToGrid& toGrid) {
   const auto derivative = MapDerivative({0, 0, 0}, toGrid);
   if (!derivative) return std::nullopt;
   FrameFinding finding;
   finding.gridTurn = std::atan2((*derivative)[3], (*derivative)[0]);
-  const Turn turn = TurnOfCentres(shots);
+  return finding;
+}
+
+/// Decides between the turns that either frame would show.
+void Judge(const Turn& turn, double ifGrid, double ifLocal, FrameFinding& finding) {
   finding.foundTurn = turn.angle;
   finding.turnError = turn.error;
-  finding.certain = std::fabs(finding.gridTurn) > kSureness * turn.error;
-  if (finding.certain && std::fabs(turn.angle) < std::fabs(turn.angle - finding.gridTurn)) {
-    finding.frame = OdmFrame::kTopocentric;
+  const double apart = std::fabs(ifGrid - ifLocal);
+  const double toGrid = std::fabs(turn.angle - ifGrid), toLocal = std::fabs(turn.angle - ifLocal);
+  // A turn that is neither (positions of other photos, of another map) tells nothing.
+  finding.certain = apart > kSureness * turn.error && std::min(toGrid, toLocal) < apart / 2;
+  if (finding.certain && toLocal < toGrid) finding.frame = OdmFrame::kTopocentric;
+}
+
+}  // namespace
+
+std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
+                                      const TopocentricToGrid& toGrid) {
+  std::vector<std::array<double, 4>> pairs;
+  for (const OpenSfmShot& shot : shots) {
+    if (!shot.gps) continue;
+    pairs.push_back({(*shot.gps)[0], (*shot.gps)[1], shot.centre[0], shot.centre[1]});
   }
+  auto finding = GridTurn(toGrid);
+  if (finding) Judge(TurnOfCentres(std::move(pairs)), finding->gridTurn, 0, *finding);
+  return finding;
+}
+
+std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
+                                      const GridPositions& positions,
+                                      const TopocentricToGrid& toGrid) {
+  std::vector<std::array<double, 4>> pairs;
+  for (const OpenSfmShot& shot : shots) {
+    const auto at = positions.find(shot.name);
+    if (at == positions.end()) continue;
+    pairs.push_back({at->second[0], at->second[1], shot.centre[0], shot.centre[1]});
+  }
+  auto finding = GridTurn(toGrid);
+  if (finding) Judge(TurnOfCentres(std::move(pairs)), 0, -finding->gridTurn, *finding);
   return finding;
 }
 
@@ -113,6 +142,21 @@ std::optional<std::array<double, 2>> ParseCoordsOffset(std::string_view text) {
   const auto e = ReadDouble(east), n = ReadDouble(north);
   if (!e || !n || !std::isfinite(*e) || !std::isfinite(*n)) return std::nullopt;
   return std::array<double, 2>{*e, *n};
+}
+
+std::vector<std::array<double, 2>> ParseCoordsPositions(std::string_view text) {
+  std::istringstream in{std::string(text)};
+  std::string line, east, north;
+  if (!std::getline(in, line) || !std::getline(in, line)) return {};
+  std::vector<std::array<double, 2>> out;
+  while (std::getline(in, line)) {
+    std::istringstream fields(line);
+    if (!(fields >> east)) continue;  // an empty line
+    const auto e = ReadDouble(east), n = fields >> north ? ReadDouble(north) : std::nullopt;
+    if (!e || !n || !std::isfinite(*e) || !std::isfinite(*n)) return {};
+    out.push_back({*e, *n});
+  }
+  return out;
 }
 
 }  // namespace tqtortho::host

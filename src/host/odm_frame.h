@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/opensfm_file.h"
@@ -20,7 +23,7 @@ enum class OdmFrame {
 /// Map coordinates of a point of the topocentric frame; nothing where the map is not defined.
 using TopocentricToGrid = std::function<std::optional<Vector3>(const Vector3&)>;
 
-/// What the file itself says of its frame.
+/// What the layout of the projection centres says of its frame.
 struct FrameFinding {
   OdmFrame frame = OdmFrame::kGrid;
   bool certain = false;
@@ -36,6 +39,12 @@ struct FrameFinding {
 /// is the grid, not certain: projects that have a surface are finished ones.
 /// @return nothing when the map is not defined at the reference.
 [[nodiscard]] std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
+                                                    const TopocentricToGrid& toGrid);
+
+/// The same against positions that stand on the grid, by photo; those without a shot do not count.
+using GridPositions = std::map<std::string, std::array<double, 2>>;
+[[nodiscard]] std::optional<FrameFinding> FindFrame(const std::vector<OpenSfmShot>& shots,
+                                                    const GridPositions& positions,
                                                     const TopocentricToGrid& toGrid);
 
 /// A photo's pose on the map.
@@ -60,5 +69,8 @@ struct GroundPose {
 
 /// Reads the offset (east, north) of a coords.txt; nothing when the text holds none.
 [[nodiscard]] std::optional<std::array<double, 2>> ParseCoordsOffset(std::string_view text);
+/// Reads its positions (east, north, less the offset), one a line in the order of the photos'
+/// names; none when a line holds no position.
+[[nodiscard]] std::vector<std::array<double, 2>> ParseCoordsPositions(std::string_view text);
 
 }  // namespace tqtortho::host

@@ -4,8 +4,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "host/geodesy.h"
 #include "host/rotation.h"
@@ -76,6 +78,43 @@ TEST(OdmImportTest, FieldSurveyHasThePosesOfAnIndependentTool) {
     }
   }
   EXPECT_EQ(compared, 4);
+}
+
+// A survey whose poses are local, with a table of the same poses on the map from its makers (x, y,
+// z; omega, phi, kappa in degrees). Nothing but the photos tells.
+TEST(OdmImportTest, BeachSurveyIsFoundLocalByItsPhotos) {
+  const std::string data = tqtortho::testing::SharedData();
+  if (data.empty()) GTEST_SKIP() << "no measurement data (TQTORTHO_SHARED_DATA)";
+  std::string error;
+  const auto survey = ImportOdm(data + "/odm-beach", error);
+  ASSERT_TRUE(survey) << error;
+  EXPECT_THAT(survey->notes, Contains(AllOf(HasSubstr("local east-north-up frame"),
+                                            HasSubstr("photos see the DSM's relief"))));
+  std::map<std::string, SurveyPhoto> photos;
+  for (const SurveyPhoto& photo : survey->blocks.at(0).photos) photos[photo.name] = photo;
+  std::istringstream table(
+      tqtortho::testing::ReadText(data + "/odm-beach/params/xyz_opk_utm15n.csv"));
+  std::string line;
+  std::getline(table, line);
+  int compared = 0;
+  while (std::getline(table, line)) {
+    std::replace(line.begin(), line.end(), ',', ' ');
+    std::istringstream fields(line);
+    std::string name;
+    Vector3 at{}, angles{};
+    fields >> name >> at[0] >> at[1] >> at[2] >> angles[0] >> angles[1] >> angles[2];
+    const auto photo = photos.find(name);
+    ASSERT_NE(photo, photos.end()) << name;
+    const SurveyPhoto& p = photo->second;
+    EXPECT_LT(std::hypot(p.x - at[0], p.y - at[1], p.z - at[2]), 2e-3) << name;
+    const Matrix3 expected =
+        Product(Product(Turn(0, angles[0] * kDegree), Turn(1, angles[1] * kDegree)),
+                Turn(2, angles[2] * kDegree));
+    EXPECT_LT(AngleBetween(MatrixFromAngles({p.omega, p.phi, p.kappa}), expected), 1e-3 * kDegree)
+        << name;
+    ++compared;
+  }
+  EXPECT_EQ(compared, 18);
 }
 
 // A small project on disk, in UTM zone 33 at its western border, where the grid is turned most.

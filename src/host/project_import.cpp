@@ -77,26 +77,26 @@ struct Kind {
   const char* what;  ///< to look for
   bool (*looksLike)(const std::string&);
   std::optional<Survey> (*import)(const ImportRequest&, std::string&);
-  bool photoDir, crs, offset, cameraFile;  ///< what of a request it has a use for
+  bool photoDir, crs, offset, cameraFile, frame;  ///< what of a request it has a use for
 };
 
 constexpr Kind kKinds[] = {
     {ProjectKind::kLists, "a camera and photo list", "cameras.txt with photos.txt", LooksLikeLists,
-     ImportLists, false, true, false, false},
+     ImportLists, false, true, false, false, false},
     {ProjectKind::kOdm, "an OpenDroneMap project", "OpenDroneMap (opensfm/reconstruction.json)",
-     LooksLikeOdm, ImportOdm, true, false, false, false},
+     LooksLikeOdm, ImportOdm, true, false, false, false, true},
     {ProjectKind::kOpenSfm, "an OpenSfM reconstruction", "OpenSfM (reconstruction.json)",
-     LooksLikeOpenSfm, ImportOpenSfm, true, true, true, false},
+     LooksLikeOpenSfm, ImportOpenSfm, true, true, true, false, false},
     {ProjectKind::kColmap, "a COLMAP model",
      "COLMAP (cameras and images, .bin or .txt, there or in sparse/0)", LooksLikeColmap,
-     ImportColmap, true, true, true, false},
+     ImportColmap, true, true, true, false, false},
     {ProjectKind::kMetashape, "a Metashape cameras file", "Metashape (cameras exported as XML)",
-     LooksLikeMetashape, ImportMetashape, true, true, true, false},
+     LooksLikeMetashape, ImportMetashape, true, true, true, false, false},
     {ProjectKind::kPix4d, "a Pix4D folder", "Pix4D (1_initial/params)", LooksLikePix4d, ImportPix4d,
-     true, true, true, false},
+     true, true, true, false, false},
     {ProjectKind::kPoseTable, "a table of poses",
      "one table of poses (CSV whose header has name, x, y, z, omega, phi, kappa or the like)",
-     LooksLikePoseCsv, ImportPoseCsv, true, true, true, true},
+     LooksLikePoseCsv, ImportPoseCsv, true, true, true, true, false},
 };
 
 bool TakesAll(const Kind& kind, const ImportRequest& request, std::string& error) {
@@ -105,6 +105,7 @@ bool TakesAll(const Kind& kind, const ImportRequest& request, std::string& error
   if (!request.crs.empty() && !kind.crs) excess = "--crs";
   if (request.offset != Vector3{} && !kind.offset) excess = "--offset";
   if (!request.cameraFile.empty() && !kind.cameraFile) excess = "--camera-file";
+  if (request.frame != FrameChoice::kAuto && !kind.frame) excess = "--frame";
   if (excess == nullptr) return true;
   error =
       request.path + ": is " + kind.name + ", which has no use for " + excess + "; leave it out";
