@@ -26,6 +26,11 @@ constexpr int kMostCells = 1200;       // of the DSM on a side, for a pair
 constexpr double kFarthest = 0.2;
 // Finer than the DSM's cells, since texture is; not much, since heights are not.
 constexpr double kStepsInCell = 3;
+// Photos are read no larger than this on a side, so that a survey of any camera takes as long; what
+// no camera makes is not read at all.
+constexpr int kMostPixels = 3000;
+constexpr double kMostPhotoPixels = 4e8;
+constexpr int kMostReduction = 64;
 constexpr double kEnoughSteps = 4;
 constexpr double kSteepest = 1;  // mean slope within a patch: walls hide, crowns do not register
 
@@ -34,9 +39,18 @@ struct View {
   std::size_t photo = 0;
   double x = 0, y = 0;  ///< the middle of the photo on level ground
   double height = 0;    ///< of the camera above it
-  double gsd = 0;
-  double shift = 0;  ///< of that between the hypotheses
+  double gsd = 0;       ///< at the least reduction
+  double shift = 0;     ///< of that between the hypotheses
 };
+
+/// The reduction, a power of two (at which JPEG files can be decoded), that no photo goes below.
+int LeastReduction(const SourceLens& lens) {
+  int reduction = 1;
+  while (reduction < kMostReduction && lens.Size() > static_cast<double>(kMostPixels) * reduction) {
+    reduction *= 2;
+  }
+  return reduction;
+}
 
 /// The point of level ground that a camera's axis meets; nothing for views near the horizon.
 std::optional<Vector3> AxisOnGround(const CameraPlace& place, double ground) {
@@ -57,7 +71,8 @@ std::vector<View> ViewsOf(const std::vector<TwoPlaces>& photos, double ground) {
     v.x = (*a)[0];
     v.y = (*a)[1];
     v.height = photos[i].first.centre[2] - ground;
-    v.gsd = v.height / (photos[i].lens.focalX * photos[i].lens.Size());
+    v.gsd =
+        v.height / (photos[i].lens.focalX * photos[i].lens.Size()) * LeastReduction(photos[i].lens);
     v.shift = std::hypot((*b)[0] - (*a)[0], (*b)[1] - (*a)[1]);
     const bool finite = std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.shift);
     if (finite && v.gsd > 0) views.push_back(v);
@@ -246,9 +261,9 @@ class GreyPhotos {
           summary.height != photo.lens.height) {
         return {};
       }
-      // Powers of two are what JPEG files can be decoded at.
-      int reduction = 1;
-      while (reduction < 8 && 2 * reduction * gsd <= step) reduction *= 2;
+      const int least = LeastReduction(photo.lens);
+      int reduction = least;
+      while (reduction < kMostReduction && 2.0 * reduction / least * gsd <= step) reduction *= 2;
       grey.cols = (summary.width + reduction - 1) / reduction;
       grey.rows = (summary.height + reduction - 1) / reduction;
       const geo::ScaledWindow whole{0,

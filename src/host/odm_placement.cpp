@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <map>
 #include <numbers>
 #include <system_error>
 #include <utility>
@@ -203,11 +204,13 @@ OdmPlacement::Finding OdmPlacement::FindByControl(const OdmEvidence& evidence,
   if (!ReadWholeFile((fs::path(evidence.projectDir) / "gcp_list.txt").string(), text)) return {};
   const auto list = ParseControlList(text);
   if (!list) return {};
+  std::map<std::string, const OpenSfmShot*> shots;
+  for (const OpenSfmShot& shot : file.shots) shots.emplace(shot.name, &shot);
   const auto find = [&](const std::string& photo) -> std::optional<ControlView> {
-    const auto shot = std::find_if(file.shots.begin(), file.shots.end(), [&](const auto& s) {
-      return s.name == photo || s.name == fs::path(photo).stem().string();
-    });
-    if (shot == file.shots.end()) return std::nullopt;
+    auto at = shots.find(photo);
+    if (at == shots.end()) at = shots.find(fs::path(photo).stem().string());
+    if (at == shots.end()) return std::nullopt;
+    const OpenSfmShot* shot = at->second;
     const auto camera = file.cameras.find(shot->camera);
     const auto grid = PlaceIn(OdmFrame::kGrid, *shot, std::nullopt);
     const auto local = PlaceIn(OdmFrame::kTopocentric, *shot, std::nullopt);
