@@ -88,6 +88,8 @@ expect 2 "is not E,N or E,N,H" run --colmap model --crs EPSG:32633 --offset 1 --
 expect 2 "no such file in" "$tqtortho" import --colmap model --crs EPSG:32633 --offset -5,3 --out x
 expect 2 "each name a survey" run --odm town --colmap model --out x
 expect 2 "is of no use with --cameras" run "${lists[@]}" --images town --out x
+expect 2 "--frame is of no use with --cameras" run "${lists[@]}" --frame local --out x
+expect 2 "has no use for --frame" run --project town --frame grid --out x
 expect 2 "go together" "$tqtortho" info --photos town/photos.txt
 expect 2 "is there and no list of an import" "$tqtortho" import --project town --out model
 expect 2 "no/such.tif" run --dsm no/such.tif --cameras town/cameras.txt --photos town/photos.txt --out x

@@ -112,7 +112,7 @@ struct FrameProject : ImportFolder {
       const double down = (i / kWide + 0.5 - kHigh / 2.0) / kFocal;
       const Vector3 ray = Product(place.cameraToGround, Vector3{right, -down, -1});
       double height = 0, x = 0, y = 0;
-      for (int step = 0; step < 40; ++step) {
+      for (int step = 0; step < 16; ++step) {
         const double far = (height - place.centre[2]) / ray[2];
         x = place.centre[0] + far * ray[0];
         y = place.centre[1] + far * ray[1];
@@ -220,6 +220,35 @@ TEST(OdmPlacementTest, WhatTheUserSaysHoldsAgainstAllEvidence) {
   std::string error;
   EXPECT_FALSE(ImportProjectAs(ProjectKind::kOpenSfm, other, error));
   EXPECT_THAT(error, HasSubstr("no use for --frame"));
+}
+
+// A surface of the user's own on the neighbouring zone, where the site lies east of the central
+// meridian: poses go there by way of the project's map, and its relief tells as well.
+TEST(OdmPlacementTest, ASurfaceOnAnotherMapTellsToo) {
+  const FrameProject project(OdmFrame::kTopocentric);
+  const auto there = geo::CrsTransform::Create("EPSG:32633", "EPSG:32632");
+  const auto back = geo::CrsTransform::Create("EPSG:32632", "EPSG:32633");
+  const auto middle = there->Apply({project.offset[0] - 66, project.offset[1] + 12, 0});
+  const int size = 230;
+  std::vector<float> heights;
+  const tqtortho::testing::RasterPlace place{middle->x - 69, middle->y + 69, 0.6,
+                                             geo::CrsToWkt("EPSG:32632")};
+  for (int i = 0; i < size * size; ++i) {
+    const auto at =
+        back->Apply({place.x + i % size * place.cell, place.y - i / size * place.cell, 0});
+    heights.push_back(static_cast<float>(project.Ground(at->x, at->y)));
+  }
+  ASSERT_TRUE(WriteHeights(project.File("own.tif"), heights.data(), size, size, place));
+  ImportRequest request = project.Wanted();
+  request.dsmPath = project.File("own.tif");
+  EXPECT_THAT(Said(Odm, request), AllOf(HasSubstr("in a local east-north-up frame"),
+                                        HasSubstr("photos see the DSM's relief")));
+  const Survey survey = tqtortho::testing::Imported(Odm, request);
+  for (const SurveyPhoto& p : survey.blocks.at(0).photos) {
+    const Vector3& at = project.pose.at(p.name).centre;
+    const auto expected = there->Apply({at[0], at[1], 0});
+    EXPECT_LT(std::hypot(p.x - expected->x, p.y - expected->y, p.z - at[2]), 1e-4);
+  }
 }
 
 // The share is what the statistics must get right: neither truth may be preferred, nor outliers
