@@ -10,6 +10,7 @@
 #include "geo/Crs.h"
 #include "geo/RasterTools.h"
 #include "host/input_check.h"
+#include "host/surface_limit.h"
 
 namespace tqtortho::host {
 namespace {
@@ -133,7 +134,8 @@ void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>&
   facts.rows = summary.height;
   facts.coefficients = summary.coefficients;
   facts.cell = summary.coefficients.GetResolution().x;
-  const std::string fault = ShapeFault(dsmPath, summary);
+  std::string fault = SurfaceTooLarge(dsmPath, facts.cols, facts.rows);
+  if (fault.empty()) fault = ShapeFault(dsmPath, summary);
   if (!fault.empty()) {
     findings.push_back({Level::kError, fault});
     return;
