@@ -140,7 +140,7 @@ def main():
     status, out, _ = run(*job, "--out", "whole")
     check(status == 0, "the undisturbed job")
     stages = stages_of(out)
-    check({"prepare DSM", "border mask", "extent", "rectify", "visibility", "mosaic", "write",
+    check({"prepare DSM", "border mask", "extent", "rectify", "views", "mosaic", "write",
            "seams", "tiles", "report"} <= set(stages), f"stages {stages}")
     missed = [stage for i, stage in enumerate(stages)
               if not stop("run", [*job, "--out", "stopped"], stage,
@@ -154,7 +154,7 @@ def main():
 
     # The mosaic by stages; the next one has the bytes of the job's.
     again = ["mosaic", "--work", "whole/work", "--out", "again", "--json", "--threads", "2"]
-    for stage in ("visibility", "mosaic", "write", "seams"):
+    for stage in ("views", "mosaic", "write", "seams"):
         stop("mosaic", again, stage)
     status, _, text = run(*again)
     check(status == 0, "the mosaic goes on: " + text)
