@@ -5,6 +5,9 @@
 #include "commands.h"
 #include "geo/RasterTools.h"
 #include "host/border_mask_maker.h"
+#include "host/surface_limit.h"
+#include "progress_printer.h"
+#include "tqfd/Timer.h"
 
 namespace tqtortho::app {
 namespace {
@@ -13,6 +16,7 @@ struct BorderOptions {
   std::string dsm;
   std::string out;
   host::BorderMaskOptions mask;
+  bool quiet = false;
 };
 
 int RunBorder(const BorderOptions& options) {
@@ -24,10 +28,22 @@ int RunBorder(const BorderOptions& options) {
                                ": has no north-up georeference; give the surface model as a "
                                "GeoTIFF in ground coordinates (gdalwarp makes one)");
   }
+  const std::string tooLarge = host::SurfaceTooLarge(options.dsm, dsm.width, dsm.height);
+  if (!tooLarge.empty()) return Fail(kBadInput, tooLarge);
+  ProgressPrinter printer(ChooseProgressStyle(false, options.quiet));
+  const auto progress = [&](double share) {
+    printer.Progress(100 * share);
+    return !Interrupted();
+  };
+  printer.BeginStage("border mask");
+  tqfd::Timer timer;
+  timer.Start();
   host::BorderMaskReport report;
-  if (!host::WriteBorderMask(options.dsm, options.out, options.mask, error, &report)) {
+  if (!host::WriteBorderMask(options.dsm, options.out, options.mask, error, &report, progress)) {
     return Fail(kFailed, error);
   }
+  timer.Stop();
+  printer.EndStage(timer.ElapsedSeconds());
   const double percent = report.heightCells > 0 ? 100.0 * static_cast<double>(report.borderCells) /
                                                       static_cast<double>(report.heightCells)
                                                 : 0.0;
@@ -54,6 +70,7 @@ void AddBorder(CLI::App& app, int& status) {
       ->check(CLI::Range(0.001, 10000.0))
       ->type_name("M")
       ->capture_default_str();
+  command->add_flag("--quiet", options->quiet, "no progress");
   command->footer("Example: tqtortho border --dsm dsm.tif --out WORK/tmp/ot/bordermsk.tif");
   command->callback([options, &status] { status = RunBorder(*options); });
 }

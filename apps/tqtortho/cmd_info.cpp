@@ -16,6 +16,7 @@ void Print(const std::vector<std::string>& lines) {
 }
 
 int PrintFindings(const std::vector<host::Finding>& findings) {
+  if (Interrupted()) return Fail(kInterrupted, kInterruptedText);
   int status = kDone;
   for (const auto& finding : findings) {
     const bool error = finding.level == host::Finding::Level::kError;

@@ -77,7 +77,6 @@ int RunMosaic(MosaicCommand command) {
   options.fillHoles = !command.noFill;
   options.balanceColours = !command.noBalance;
 
-  WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(command.json, command.quiet));
   std::string stage;
   const auto progress = [&](const char* name, double percent) {
@@ -93,7 +92,7 @@ int RunMosaic(MosaicCommand command) {
   const bool made = host::MakeMosaic(input, options, progress, report, error);
   for (const auto& line : report.leftOut) printer.Warn(line);
   if (!made) {
-    if (Interrupted()) return Fail(kInterrupted, "interrupted; run the same command again");
+    if (Interrupted()) return Fail(kInterrupted, kInterruptedText);
     return Fail(kFailed, error);
   }
   for (const auto& done : report.stages) {
@@ -101,7 +100,7 @@ int RunMosaic(MosaicCommand command) {
     printer.EndStage(done.seconds);
   }
   TakeAlong(command, input, progress, printer);
-  if (Interrupted()) return Fail(kInterrupted, "interrupted; run the same command again");
+  if (Interrupted()) return Fail(kInterrupted, kInterruptedText);
   if (!command.quiet && !command.json) PrintReport(report, options.outDir);
   return kDone;
 }

@@ -154,7 +154,6 @@ int Run(RunArguments& arguments) {
   if (arguments.format == "jpeg") run.format.compression = "jpeg";
   run.webTiles = arguments.format == "png-tiles";
   if (!ReadBandChoice(arguments, run.bands)) return kBadInput;
-  WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(arguments.json, arguments.quiet));
   if (!arguments.json && !arguments.quiet) {
     std::fprintf(stderr, "%s\n", survey->source.c_str());

@@ -11,7 +11,6 @@ namespace tqtortho::app {
 namespace {
 
 int Sample(const host::SampleOptions& options, bool quiet) {
-  WatchInterrupts();
   ProgressPrinter printer(ChooseProgressStyle(false, quiet));
   printer.BeginStage("sample town");
   std::string error;
@@ -19,7 +18,7 @@ int Sample(const host::SampleOptions& options, bool quiet) {
     printer.Progress(100 * share);
     return !Interrupted();
   });
-  if (Interrupted()) return Fail(kInterrupted, "interrupted");
+  if (Interrupted()) return Fail(kInterrupted, kInterruptedText);
   if (!ok) return Fail(kFailed, error);
   const std::string& d = options.outDir;
   std::printf(

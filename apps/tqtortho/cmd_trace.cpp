@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "host/surface_limit.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqRayTracer.h"
@@ -32,6 +33,8 @@ int RunTrace(const TraceOptions& options) {
   if (!dsm.Open(options.dsm, true)) {
     return Fail(kBadInput, options.dsm + ": cannot be opened as a raster");
   }
+  const std::string tooLarge = host::SurfaceTooLarge(options.dsm, dsm.GetWidth(), dsm.GetHeight());
+  if (!tooLarge.empty()) return Fail(kBadInput, tooLarge);
   if (options.rect[0] > options.rect[2] || options.rect[1] > options.rect[3]) {
     return Fail(kBadInput, "--rect is minX,minY,maxX,maxY; a minimum lies above its maximum");
   }

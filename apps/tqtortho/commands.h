@@ -24,11 +24,13 @@ void AddHelpPages(CLI::App& app, int& status);
 
 /// One line on standard error: "tqtortho: " and the text.
 void Complain(const std::string& text);
-/// Complain, and the status to return.
+/// Complain, and the status to return: kInterrupted, and its line instead, after a stop.
 int Fail(int status, const std::string& text);
 
-/// Catches Ctrl-C and termination from now on; Interrupted tells whether one came.
-void WatchInterrupts();
+/// What a job that was stopped says.
+inline constexpr const char* kInterruptedText =
+    "interrupted; what was finished stays, run the same command again";
+/// Whether Ctrl-C or a termination came; see stop_watch.h.
 [[nodiscard]] bool Interrupted();
 
 }  // namespace tqtortho::app

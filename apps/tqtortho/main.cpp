@@ -1,44 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 
 #include "commands.h"
+#include "core/stop_flag.h"
+#include "stop_watch.h"
 #include "tqtortho/Version.h"
 
 namespace tqtortho::app {
-namespace {
+bool Interrupted() { return processStop.Raised(); }
 
-volatile std::sig_atomic_t interrupted = 0;
-
-void OnSignal(int) {
-  interrupted = 1;
-  // A second Ctrl-C ends the process at once; files are complete or absent at any moment.
-  std::signal(SIGINT, SIG_DFL);
-  std::signal(SIGTERM, SIG_DFL);
+void Complain(const std::string& text) {
+  if (!Interrupted()) {
+    std::fprintf(stderr, "tqtortho: %s\n", text.c_str());
+  } else if (TakeLastWord()) {
+    // What fails after a stop fails because of it.
+    std::fprintf(stderr, "tqtortho: %s\n", kInterruptedText);
+  }
 }
-
-}  // namespace
-
-void WatchInterrupts() {
-  std::signal(SIGINT, OnSignal);
-  std::signal(SIGTERM, OnSignal);
-}
-
-bool Interrupted() { return interrupted != 0; }
-
-void Complain(const std::string& text) { std::fprintf(stderr, "tqtortho: %s\n", text.c_str()); }
 
 int Fail(int status, const std::string& text) {
   Complain(text);
-  return status;
+  return Interrupted() ? kInterrupted : status;
 }
 
 }  // namespace tqtortho::app
 
 int main(int argc, char** argv) {
   using namespace tqtortho::app;
+  WatchForStops();
   CLI::App app{
       "True orthophotos from oriented photos and a surface model.\n\n"
       "  tqtortho sample --out town                       a synthetic town to try it on\n"
@@ -73,12 +64,11 @@ int main(int argc, char** argv) {
   } catch (const CLI::Success& help) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    Complain(std::string(error.what()) + "; see tqtortho --help");
-    return kBadInput;
+    return Fail(kBadInput, std::string(error.what()) + "; see tqtortho --help");
   } catch (const std::bad_alloc&) {
     return Fail(kFailed, "out of memory; use fewer --threads or a coarser --gsd");
   } catch (const std::exception& error) {
     return Fail(kFailed, error.what());
   }
-  return status;
+  return Interrupted() ? Fail(kInterrupted, kInterruptedText) : status;
 }

@@ -150,7 +150,8 @@ std::string ManPage(const HelpCommand& tool, const std::string& version, const s
   status(kDone, "Done.");
   status(kFailed, "The work failed; one line on standard error says why.");
   status(kBadInput, "Wrong usage or input that cannot be used; nothing was started.");
-  status(kInterrupted, "Interrupted.");
+  status(kInterrupted,
+         "Interrupted by Ctrl-C or a termination, within two seconds; the same command goes on.");
   out += ".SH SEE ALSO\n" +
          Prose("Tutorial, output files, conventions and figures are installed in share/doc/" +
                tool.name + " beside the command.");

@@ -100,6 +100,7 @@ void ProgressPrinter::EndStage(double seconds) {
 
 void ProgressPrinter::Warn(const std::string& line) {
   ClearLine();
+  if (Interrupted()) return;  // what fails after a stop fails because of it
   if (style_ == ProgressStyle::kJson) {
     PrintJson({{"event", "warning"}, {"text", line}});
   } else {

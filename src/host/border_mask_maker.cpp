@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "core/numeric.h"
+#include "host/surface_limit.h"
 #include "job/border_mask.h"
 #include "job/call_guard.h"
 #include "job/cv_bridge.h"
@@ -37,10 +38,11 @@ int OverlapRows(const BorderMaskOptions& options, double cellSize) {
 }
 
 /// 3 x 3 median of the cells with a height; cells without one stay so.
-std::vector<float> Median3x3(GridView<const float> heights) {
+std::vector<float> Median3x3(GridView<const float> heights, const StopFlag* stop) {
   std::vector<float> result(heights.CellCount());
   std::size_t next = 0;
   for (int row = 0; row < heights.rows; ++row) {
+    GiveUpIfRaised(stop);
     for (int col = 0; col < heights.cols; ++col, ++next) {
       result[next] = kNone;
       if (std::isnan(heights.At(row, col))) continue;
@@ -156,7 +158,8 @@ bool ReadHalfRows(const TqImage& dsm, double noData, int begin, int end, std::ve
 }
 
 bool WriteStrips(const TqImage& dsm, const GeoCoefficients& coefficients,
-                 const BorderMaskOptions& options, TqImage& out, BorderMaskReport& report) {
+                 const BorderMaskOptions& options, TqImage& out, BorderMaskReport& report,
+                 const std::function<bool(double)>& progress) {
   const int cols = coefficients.GetWidth();
   const int rows = coefficients.GetHeight();
   const double noData = dsm.HasNoDataValue(0) ? dsm.GetNoDataValue(0) : kDefaultNoData;
@@ -192,6 +195,7 @@ bool WriteStrips(const TqImage& dsm, const GeoCoefficients& coefficients,
       }
     }
     if (!out.WriteImage(0, {0, row, cols, end}, tqimage::kByte, mask.data() + first)) return false;
+    if (progress && !progress(static_cast<double>(end) / rows)) return false;
   }
   return true;
 }
@@ -222,12 +226,13 @@ void MarkTallBorders(GridView<const float> heights, double cellSize,
                      const BorderMaskOptions& options, GridView<std::uint8_t> mask) {
   std::vector<float> smoothed;
   if (options.median) {
-    smoothed = Median3x3(heights);
+    smoothed = Median3x3(heights, options.stop);
     heights = GridView<const float>(smoothed.data(), heights.rows, heights.cols);
   }
   const StepFinder finder(heights, ReachCells(options, cellSize), options.stepM,
                           options.slopeFactor);
   for (int row = 0; row < heights.rows; ++row) {
+    GiveUpIfRaised(options.stop);
     for (int col = 0; col < heights.cols; ++col) {
       mask.At(row, col) = finder.IsStep(row, col) ? kTallBorder : 0;
     }
@@ -242,8 +247,8 @@ void MarkTallBorders(GridView<const float> heights, double cellSize,
 }
 
 bool WriteBorderMask(const std::string& dsmPath, const std::string& outPath,
-                     const BorderMaskOptions& options, std::string& error,
-                     BorderMaskReport* report) {
+                     const BorderMaskOptions& options, std::string& error, BorderMaskReport* report,
+                     const std::function<bool(double)>& progress) {
   error = outPath + ": not enough memory";
   return Guarded([&] {
     const auto fail = [&](const std::string& line) {
@@ -260,6 +265,8 @@ bool WriteBorderMask(const std::string& dsmPath, const std::string& outPath,
     TqImage dsm;
     if (!dsm.Open(dsmPath, true))
       return fail(dsmPath + ": cannot be opened as a raster; give a GeoTIFF surface model");
+    const std::string tooLarge = SurfaceTooLarge(dsmPath, dsm.GetWidth(), dsm.GetHeight());
+    if (!tooLarge.empty()) return fail(tooLarge);
     const GeoCoefficients from = dsm.GetGeoCoefficients();
     const auto cell = from.GetResolution();
     if (!(cell.x > 0) || !(cell.y < 0)) return fail(dsmPath + ": is not north-up");
@@ -278,7 +285,9 @@ bool WriteBorderMask(const std::string& dsmPath, const std::string& outPath,
       return fail(outPath + ": cannot be created");
     }
     BorderMaskReport made;
-    if (!WriteStrips(dsm, to, options, out, made)) {
+    BorderMaskOptions stoppable = options;
+    stoppable.stop = &processStop;
+    if (!WriteStrips(dsm, to, stoppable, out, made, progress)) {
       return fail(outPath + ": heights of " + dsmPath + " cannot be read, or the mask not written");
     }
     if (!out.Close()) return fail(outPath + ": cannot be written; the disk may be full");

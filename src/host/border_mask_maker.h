@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "core/grid_view.h"
+#include "core/stop_flag.h"
 
 namespace tqtortho::host {
 
@@ -35,6 +37,7 @@ struct BorderMaskOptions {
   int widenCells = 0;
   BorderCode code = BorderCode::kTall;
   std::int64_t stripCells = 1 << 22;  ///< of the mask, worked on at a time; decides memory only
+  const StopFlag* stop = nullptr;     ///< of MarkTallBorders: polled once a row; null: nobody asks
 };
 
 /// How much of a DSM became border.
@@ -66,6 +69,8 @@ void HalveHeights(GridView<const float> heights, double noData, GridView<float> 
 /// @param heights   cell heights, NaN = none; none is never a border
 /// @param cellSize  of a cell
 /// @param mask      as large as `heights`
+///
+/// Throws WorkStopped when asked to stop.
 void MarkTallBorders(GridView<const float> heights, double cellSize,
                      const BorderMaskOptions& options, GridView<std::uint8_t> mask);
 
@@ -73,12 +78,16 @@ void MarkTallBorders(GridView<const float> heights, double cellSize,
 /// the DSM's first 2 x 2 cells, with the DSM's CRS.
 ///
 /// Works in strips that overlap so far that the result does not depend on them; memory is that of a
-/// strip, some ten bytes per cell. Directories of `outPath` are made.
-/// @return false, with one line in `error`, when the DSM cannot be read, has no georeference that
+/// strip, some ten bytes per cell. Directories of `outPath` are made. Given up when the process is
+/// to stop.
+/// @param progress  told the share that is done, 0 to 1, after every strip; false stops
+/// @return false, with one line in `error`, when the DSM cannot be read, has more than
+///         kMostSurfaceCells, no georeference that
 /// is
 ///         north-up, an option makes no sense, or the mask cannot be written.
 bool WriteBorderMask(const std::string& dsmPath, const std::string& outPath,
                      const BorderMaskOptions& options, std::string& error,
-                     BorderMaskReport* report = nullptr);
+                     BorderMaskReport* report = nullptr,
+                     const std::function<bool(double)>& progress = {});
 
 }  // namespace tqtortho::host

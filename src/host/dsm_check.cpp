@@ -11,6 +11,7 @@
 #include "geo/RasterTools.h"
 #include "host/input_check.h"
 #include "host/map_scale.h"
+#include "host/surface_limit.h"
 
 namespace tqtortho::host {
 namespace {
@@ -134,7 +135,8 @@ void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Findi
   facts.rows = summary.height;
   facts.coefficients = summary.coefficients;
   facts.cell = summary.coefficients.GetResolution().x;
-  const std::string fault = ShapeFault(dsmPath, summary);
+  std::string fault = SurfaceTooLarge(dsmPath, facts.cols, facts.rows);
+  if (fault.empty()) fault = ShapeFault(dsmPath, summary);
   if (!fault.empty()) {
     findings.push_back({Level::kError, fault});
     return;

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "geo/RasterTools.h"
+#include "host/surface_limit.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -36,10 +38,8 @@ bool ReadWide(const std::string& path, int rim, WideDsm& dsm, std::string& error
   }
   const std::int64_t cols = static_cast<std::int64_t>(image.GetWidth()) + 2 * rim;
   const std::int64_t rows = static_cast<std::int64_t>(image.GetHeight()) + 2 * rim;
-  if (cols * rows > 2'000'000'000) {
-    error = path + ": more than 2,000,000,000 cells; cut the surface model or make it coarser";
-    return false;
-  }
+  error = SurfaceTooLarge(path, image.GetWidth(), image.GetHeight(), rim);
+  if (!error.empty()) return false;
   dsm.cols = static_cast<int>(cols);
   dsm.rows = static_cast<int>(rows);
   dsm.heights.resize(static_cast<std::size_t>(cols * rows));
@@ -191,8 +191,9 @@ bool PrepareDsm(const std::string& dsmPath, const std::string& outPath,
     error = dsmPath + ": holds no height at all (every cell is no data)";
     return false;
   }
+  if (processStop.Raised()) return false;
   MarkSmallHoles(dsm, options.maxHoleCells);
-  if (!FillHeights(dsm, options)) {
+  if (processStop.Raised() || !FillHeights(dsm, options)) {
     error = dsmPath + ": holes could not be filled";
     return false;
   }

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "geo/FileEnd.h"
 #include "geo/RasterTools.h"
 #include "host/job_estimate.h"
@@ -248,6 +249,7 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
   for (auto& block : survey.blocks) {
     std::vector<SurveyPhoto> usable;
     for (const auto& photo : block.photos) {
+      if (processStop.Raised()) break;  // no photo is left, which ends the check
       geo::RasterSummary summary;
       const auto camera = cameras.find(photo.cameraId);
       std::string fault = camera == cameras.end()

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "core/fingerprint.h"
+#include "core/stop_flag.h"
 #include "driver/param_file.h"
 #include "host/import_assembly.h"
 #include "internal/staged_path.h"
@@ -232,6 +233,7 @@ void JobState::KeepAsOriginal(const std::string& orthoName) {
 }
 
 void JobState::Record(const std::string& orthoName, const std::string& fingerprint) {
+  if (processStop.Raised()) return;  // any step of it may have been given up
   std::vector<std::string> files = {ObscuredMaskName(orthoName), OrthoSidecarName(orthoName),
                                     ObscuredSidecarName(orthoName)};
   for (const auto& file : Rewritten(orthoName)) {
@@ -301,6 +303,7 @@ std::optional<Json> JobState::Stage(const std::string& name, const std::string& 
 
 void JobState::FinishStage(const std::string& name, const std::string& fingerprint,
                            const std::vector<std::string>& files, const Json& said) {
+  if (processStop.Raised()) return;  // any step of it may have been given up
   WriteRecord(dir_ + "/" + name + kRecordEnd, fingerprint, files, said);
 }
 

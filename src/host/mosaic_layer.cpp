@@ -132,6 +132,7 @@ void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, 
     quadAcross[col] = FloorToInt(across[col]);
   }
   for (int row = 0; row < lattice.rows; ++row) {
+    GiveUpIfRaised(&processStop);
     const double v = (placement.originY - layer.Y(row)) / placement.cellY;
     const int quadRow = FloorToInt(v);
     float* heights = layer.heights.data() + layer.Index(row, 0);
@@ -163,6 +164,7 @@ void ResampleWalls(const MosaicPhoto& photo, int orthoBands, Layer& layer) {
   const PhotoRaster raster{image.data.data(), image.width, image.height, image.bands};
   std::vector<std::uint8_t> sample(static_cast<std::size_t>(image.bands));
   for (int row = 0; row < layer.lattice.rows; ++row) {
+    GiveUpIfRaised(&processStop);
     for (int col = 0; col < layer.lattice.cols; ++col) {
       const std::size_t i = layer.Index(row, col);
       if (!wanted(i)) continue;
@@ -195,6 +197,7 @@ void AvoidWallTops(const MosaicPhoto& photo, double surfaceCell, Layer& layer) {
   const VisibilityLattice& lattice = layer.lattice;
   const int reach = std::max(TruncToInt(0.6 * surfaceCell / lattice.step + 1.5), 2);
   for (int row = 0; row < lattice.rows; ++row) {
+    GiveUpIfRaised(&processStop);
     for (int col = 0; col < lattice.cols; ++col) {
       const std::size_t i = layer.Index(row, col);
       if (layer.atWall[i] == 0 || !IsSeen(layer.rating[i])) continue;
@@ -306,6 +309,7 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
   ResampleWalls(photo, orthoBands, layer);
   ViewRatingOptions options;
   options.cellSize = grid.step;
+  options.stop = &processStop;
   options.hiddenMargin = 1 + cell.x / grid.step;
   RateView(photo.camera, lattice,
            GridView<const float>(layer.heights.data(), lattice.rows, lattice.cols), options,

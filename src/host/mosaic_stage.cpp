@@ -14,6 +14,7 @@
 #include "core/rect_ops.h"
 #include "host/job_state.h"
 #include "host/mosaic_tile.h"
+#include "host/surface_limit.h"
 #include "job/call_guard.h"
 #include "job/photo_files.h"
 #include "rectify/photo_camera.h"
@@ -91,8 +92,9 @@ bool FindGrid(const MosaicInput& input, const std::string& dsmPath, MosaicGrid& 
     error = dsmPath + ": cannot be read; --work must be the work directory of a finished run";
     return false;
   }
+  error = SurfaceTooLarge(dsmPath, dsm.GetWidth(), dsm.GetHeight());
   grid.projection = dsm.GetGeoCoefficients().GetProjection();
-  return true;
+  return error.empty();
 }
 
 std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string& workDir) {

@@ -134,7 +134,7 @@ bool AddOverviews(GDALDataset& working, const MosaicFormat& format, const char* 
   const std::string threads = ThreadsOf(format);
   const tqimage::ThreadOption workers("GDAL_NUM_THREADS", threads.c_str());
   return working.BuildOverviews(resampling, static_cast<int>(factors.size()), factors.data(), 0,
-                                nullptr, nullptr, nullptr) == CE_None;
+                                nullptr, tqimage::GoOnUnlessStopped, nullptr) == CE_None;
 }
 
 /// A cloud-optimised copy at `path`.
@@ -149,8 +149,8 @@ bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat&
   }
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
   const CPLStringList options = FinalOptions(driver, format, picture);
-  DatasetPtr copy(
-      driver->CreateCopy(path.c_str(), &working, FALSE, options.List(), nullptr, nullptr));
+  DatasetPtr copy(driver->CreateCopy(path.c_str(), &working, FALSE, options.List(),
+                                     tqimage::GoOnUnlessStopped, nullptr));
   const bool whole = copy != nullptr;
   copy.reset();
   if (whole && !scope.Failed()) return true;
@@ -175,6 +175,10 @@ struct MosaicWriter::Impl {
   ~Impl() {
     GDALSetCacheMax64(cacheBefore);
     const GdalScope scope;
+    // Working files go away: what of them is in memory only need not be written any more.
+    for (const DatasetPtr* working : {&mosaic, &source, &quality}) {
+      if (*working) (*working)->MarkSuppressOnClose();
+    }
     mosaic.reset();
     source.reset();
     quality.reset();

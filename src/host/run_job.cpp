@@ -233,7 +233,8 @@ bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& 
   // where the orthos are smoothed.
   border.code = options.occlusion == Occlusion::kRays ? BorderCode::kTraceEverywhere
                                                       : BorderCode::kSmoothOnly;
-  if (!WriteBorderMask(paths.dsm, paths.border, border, error)) return false;
+  const auto progress = [&](double share) { return relay.Progress(100 * share); };
+  if (!WriteBorderMask(paths.dsm, paths.border, border, error, nullptr, progress)) return false;
   state.FinishStage("dsm", fingerprint, {paths.dsm, paths.origin, paths.border},
                     ToRecord(report.dsm));
   return true;
@@ -260,7 +261,9 @@ RunStatus Prepare(Survey& survey, const RunOptions& options, const JobPaths& pat
     return RunStatus::kBadInput;
   }
   if (!WriteLists(survey, paths, error)) return RunStatus::kFailed;
-  if (!PrepareSurface(options, paths, state, relay, report, error)) return RunStatus::kFailed;
+  if (!PrepareSurface(options, paths, state, relay, report, error) && !relay.Stopped()) {
+    return RunStatus::kFailed;
+  }
   return relay.Stopped() ? Stopped(error) : RunStatus::kDone;
 }
 
@@ -324,10 +327,13 @@ RunStatus Rectify(HostJob& job, const RunOptions& options, const JobPaths& paths
       paths.ortho.c_str(), ring.empty() ? nullptr : &ring, options.resampling,
       options.reducedCopies, options.sizingOnly, &StageRelay::Callback, &relay);
   relay.onRectify = nullptr;
+  if (relay.Stopped()) {
+    relay.End();
+    return Stopped(error);
+  }
   report.photosKept = state.PhotosKept();
   if (!ok) {
     relay.End();
-    if (relay.Stopped()) return Stopped(error);
     error = JobFailure(paths);
     return RunStatus::kFailed;
   }

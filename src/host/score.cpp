@@ -13,6 +13,7 @@
 
 #include "core/grid_view.h"
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "host/patch_registration.h"
 #include "job/photo_files.h"
 #include "tqimage/TqImage.h"
@@ -200,6 +201,7 @@ bool CompareColours(const std::string& truthDir, const std::string& stem,
   c.noObject.assign(count, 1);
   const auto bands = static_cast<std::size_t>(ortho.bands);
   for (int row = 0; row < c.rows; ++row) {
+    if (processStop.Raised()) return false;
     for (int col = 0; col < c.cols; ++col) {
       const std::size_t i = static_cast<std::size_t>(row) * static_cast<std::size_t>(c.cols) +
                             static_cast<std::size_t>(col);
@@ -247,7 +249,7 @@ void RegisterPatches(const Comparison& c, Tally& tally) {
     }
     return true;
   };
-  for (int top = 0; top + size <= c.rows; top += step) {
+  for (int top = 0; top + size <= c.rows && !processStop.Raised(); top += step) {
     for (int left = 0; left + size <= c.cols; left += step) {
       if (!usable(top, left)) continue;
       const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(top) * c.cols + left;
@@ -275,7 +277,7 @@ void CompareMask(const std::string& truthDir, const std::string& stem, const std
   }
   const auto bands = static_cast<std::size_t>(mask.bands);
   std::size_t i = 0;
-  for (int row = 0; row < mask.height; ++row) {
+  for (int row = 0; row < mask.height && !processStop.Raised(); ++row) {
     for (int col = 0; col < mask.width; ++col, ++i) {
       const auto at = geo.Raster2World(col, row);
       const int truth = visibility.Nearest(at.x, at.y, kOutside);

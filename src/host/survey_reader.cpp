@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/stop_flag.h"
 #include "host/number_text.h"
 
 namespace tqtortho::host {
@@ -316,6 +317,7 @@ void ReadBlocks(LineReader& lines, const fs::path& folder, const std::set<int>* 
     const fs::path given = fs::path(std::string(path));
     block.path = (given.is_absolute() ? given : folder / given).lexically_normal().string();
     for (int i = 0; i < *photos; ++i) {
+      if (processStop.Raised()) return lines.Problem("interrupted");
       std::string_view line;
       if (!lines.Next(line)) {
         return lines.Problem("the file ends after " + std::to_string(i) + " of " +

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/stop_flag.h"
 #include "tqfd/Progress.h"
 
 namespace tqtortho {
@@ -23,9 +24,11 @@ class StageProgress {
   StageProgress(int itemCount, std::string_view utf8Message, tqfd::ProgressCallback callback,
                 void* user, ProgressLock lock = ProgressLock::kJobLoops);
 
-  /// True once the callback has answered 0. Read without the lock: a stop takes effect at the next
-  /// item of every thread.
-  [[nodiscard]] bool Stopped() const { return stopped_.load(std::memory_order_relaxed); }
+  /// True once the callback has answered 0, or the whole process is to stop. Read without the lock:
+  /// a stop takes effect at the next item of every thread.
+  [[nodiscard]] bool Stopped() const {
+    return stopped_.load(std::memory_order_relaxed) || processStop.Raised();
+  }
   /// Adds one step and tells the callback; without a callback nothing happens.
   void FinishOne() { FinishOne({}); }
   /// The same behind `lastStep`, the end of the item's work that must not run at once with that of

@@ -41,7 +41,11 @@ void tqTORectify::RefineOcclusion(std::uint8_t* mask, int width, int height) {
 bool tqTORectify::FilterSpeckles(const std::string& maskPath) {
   MaskFile mask;
   if (!mask.Read(maskPath)) return false;
-  RemoveSpeckles(mask.View());
+  try {
+    RemoveSpeckles(mask.View(), kMaxSpeckleCells, kSpeckleDifference, &processStop);
+  } catch (const WorkStopped&) {
+    return false;  // the file keeps the mask as it was
+  }
   // The result tells whether the file could be read; when it cannot be replaced, the unfiltered
   // mask stays, which hides a little too much and shows nothing wrong.
   (void)mask.Save(maskPath);

@@ -28,15 +28,19 @@ bool ScalarIsForced() {
   return kernel != nullptr && std::string_view(kernel) == "scalar";
 }
 
+/// No exception may leave a parallel loop: the rest of it is skipped, and the end gives up.
+bool IsRaised(const StopFlag* stop) { return stop != nullptr && stop->Raised(); }
+
 /// Cell by cell; `isHidden(row, col, scratch)` decides.
 template <class Scratch, class IsHidden>
 void MarkByCell(const RaySurface& surface, GridView<const std::uint8_t> examine,
-                GridView<std::uint8_t> hidden, const IsHidden& isHidden) {
+                GridView<std::uint8_t> hidden, const StopFlag* stop, const IsHidden& isHidden) {
 #pragma omp parallel if (MayUseThreads(surface))
   {
     Scratch scratch;
 #pragma omp for schedule(dynamic, 8)
     for (int r = 0; r < surface.heights.rows; ++r) {
+      if (IsRaised(stop)) continue;
       for (int c = 0; c < surface.heights.cols; ++c) {
         if (examine.cells != nullptr && examine.At(r, c) == 0) continue;
         if (!IsValidHeight(surface.heights.At(r, c), surface.noData)) continue;
@@ -49,17 +53,19 @@ void MarkByCell(const RaySurface& surface, GridView<const std::uint8_t> examine,
 }  // namespace
 
 void MarkHiddenCells(const RaySurface& surface, const Point3& camera,
-                     GridView<const std::uint8_t> examine, GridView<std::uint8_t> hidden) {
+                     GridView<const std::uint8_t> examine, GridView<std::uint8_t> hidden,
+                     const StopFlag* stop) {
   for (int r = 0; r < surface.heights.rows; ++r) {
     std::fill_n(hidden.Row(r), surface.heights.cols, std::uint8_t{0});
   }
   if (surface.heights.Empty() || !QuadTree::HasExtent(surface.box)) return;
   const RayScene scene(surface, camera);
   if (ScalarIsForced()) {
-    MarkByCell<std::vector<LeafHit>>(surface, examine, hidden,
+    MarkByCell<std::vector<LeafHit>>(surface, examine, hidden, stop,
                                      [&](int r, int c, std::vector<LeafHit>& hits) {
                                        return IsHiddenByMarch(scene, r, c, hits);
                                      });
+    GiveUpIfRaised(stop);
     return;
   }
   const FilteredMarch march(scene);
@@ -69,8 +75,12 @@ void MarkHiddenCells(const RaySurface& surface, const Point3& camera,
   {
     TileTracer::Scratch scratch;
 #pragma omp for schedule(dynamic, 64)
-    for (std::size_t i = 0; i < tiles.size(); ++i) tracer.Trace(tiles[i], examine, hidden, scratch);
+    for (std::size_t i = 0; i < tiles.size(); ++i) {
+      if (IsRaised(stop)) continue;
+      tracer.Trace(tiles[i], examine, hidden, scratch);
+    }
   }
+  GiveUpIfRaised(stop);
 }
 
 }  // namespace tqtortho

@@ -20,10 +20,11 @@ struct Run {
 
 class RegionForest {
  public:
-  RegionForest(GridView<const std::uint8_t> mask, int maxDifference)
+  RegionForest(GridView<const std::uint8_t> mask, int maxDifference, const StopFlag* stop)
       : mask_(mask), maxDifference_(maxDifference) {
     std::size_t aboveBegin = 0;
     for (int row = 0; row < mask.rows; ++row) {
+      GiveUpIfRaised(stop);
       const std::size_t rowBegin = runs_.size();
       AppendRuns(row);
       JoinRows(aboveBegin, rowBegin);
@@ -94,8 +95,10 @@ class RegionForest {
 
 }  // namespace
 
-void RemoveSpeckles(GridView<std::uint8_t> mask, int maxCells, int maxDifference) {
-  RegionForest forest(mask, maxDifference);
+void RemoveSpeckles(GridView<std::uint8_t> mask, int maxCells, int maxDifference,
+                    const StopFlag* stop) {
+  RegionForest forest(mask, maxDifference, stop);
+  GiveUpIfRaised(stop);
   for (std::size_t i = 0; i < forest.Runs().size(); ++i) {
     const Run& run = forest.Runs()[i];
     const bool speckle = forest.RegionCells(i) <= maxCells;

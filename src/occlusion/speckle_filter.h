@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/grid_view.h"
+#include "core/stop_flag.h"
 
 namespace tqtortho {
 
@@ -22,6 +23,6 @@ inline constexpr int kSpeckleDifference = 16;
 /// function keeps positions in 16 bits and nine bytes per cell; this one works on runs, takes
 /// rasters of any size and needs memory for the runs only. May throw std::bad_alloc.
 void RemoveSpeckles(GridView<std::uint8_t> mask, int maxCells = kMaxSpeckleCells,
-                    int maxDifference = kSpeckleDifference);
+                    int maxDifference = kSpeckleDifference, const StopFlag* stop = nullptr);
 
 }  // namespace tqtortho

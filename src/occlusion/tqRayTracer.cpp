@@ -40,7 +40,8 @@ void tqRayTracer::RayTracing(tqDSM& dsm, tqfd::Point3_T<double>& cameraCentre,
 
   const GridView<std::uint8_t> hidden(occlusion.data(), dsm.rows, dsm.cols);
   MarkHiddenCells(surface, dsm.ToLocal(cameraCentre),
-                  GridView<const std::uint8_t>(validMask, dsm.rows, dsm.cols), hidden);
+                  GridView<const std::uint8_t>(validMask, dsm.rows, dsm.cols), hidden,
+                  &processStop);
   if (refine == 0) return;
   cv::Mat dilatedHeights;
   Dilate3x3(AsMat(surface.heights), dilatedHeights);

@@ -109,6 +109,7 @@ void RectifyCells(const OrthoTask& task, OrthoKernel kernel, OrthoCells& out) {
     return;
   }
   for (int row = 0; row < task.grid.rows; ++row) {
+    GiveUpIfRaised(task.stop);
     for (int col = 0; col < task.grid.cols; ++col) RectifyCell(run, row, col);
   }
 }

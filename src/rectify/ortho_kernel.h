@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "core/stop_flag.h"
 #include "rectify/camera_model.h"
 #include "rectify/samplers.h"
 #include "rectify/surface_tile.h"
@@ -31,7 +32,8 @@ struct OrthoTask {
   PhotoRaster photo;  ///< may differ from the camera's frame; outside it samples are invalid
   GroundGrid grid;
   Resampling method = Resampling::kNearest;
-  bool markHidden = false;  ///< run the z-buffer
+  bool markHidden = false;         ///< run the z-buffer
+  const StopFlag* stop = nullptr;  ///< polled once a row; null: nobody asks
 };
 
 /// Start value of the smallest column and row. Kept: grids with more columns or rows than this keep
@@ -56,9 +58,9 @@ struct OrthoCells {
 /// the z-buffer.
 ///
 /// One thread. Memory: the grid, and with markHidden one byte and 4 bytes per cell and up to 4
-/// bytes per photo pixel (see ZBuffer). Throws std::bad_alloc. The views must hold as many
-/// elements as their sizes say; nothing else is required: NaN, infinite and huge numbers only
-/// give cells without data.
+/// bytes per photo pixel (see ZBuffer). Throws std::bad_alloc, and WorkStopped when asked to stop.
+/// The views must hold as many elements as their sizes say; nothing else is required: NaN, infinite
+/// and huge numbers only give cells without data.
 void RectifyCells(const OrthoTask& task, OrthoKernel kernel, OrthoCells& out);
 
 }  // namespace tqtortho

@@ -177,6 +177,7 @@ void RectifyRows(const OrthoRun& run) {
   const ColumnTable table(task);
   Batch batch{};
   for (int row = 0; row < task.grid.rows; ++row) {
+    GiveUpIfRaised(task.stop);
     const int tileRow = TruncToInt(task.tile.RowOf(task.grid.Y(row)));
     if (tileRow < 0 || tileRow >= task.tile.heights.rows) continue;
     for (int first = 0; first < task.grid.cols; first += kBatch) {

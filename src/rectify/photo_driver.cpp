@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "job/call_guard.h"
 #include "job/mask_maker.h"
 #include "job/messages.h"
@@ -214,6 +215,7 @@ bool tqTORectify::OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* pho
         const std::string orthoName = OrthoName(job.outputDir, photoName, photo.GetImgBlkId());
         auto outcome = PhotoOutcome::kNoOrtho;
         if (IsFinished(orthoName)) continue;
+        if (processStop.Raised()) return false;
         if (!orthoName.empty()) {
           RemoveOldOutputs(orthoName, job.outputDir);
           RemoveLeftovers(orthoName);
@@ -223,6 +225,11 @@ bool tqTORectify::OrthoRectifyImagery(std::vector<tqorkit::tqPhotoCategory>* pho
                 RectifyBlockPhoto(job, block.GetPhotoPath() + "/" + photoName, photo, orthoName);
             return true;
           });
+        }
+        if (processStop.Raised()) {
+          // Any of its steps may have given up: nothing of it is to pass for a finished photo.
+          if (!orthoName.empty()) RemoveOldOutputs(orthoName, job.outputDir);
+          return false;
         }
         if (outcome == PhotoOutcome::kDone && InstalledPhotoRecords() != nullptr) {
           InstalledPhotoRecords()->Finish(orthoName);

@@ -192,7 +192,9 @@ bool JudgeVisibility(const PhotoCamera& camera, const std::string& dsmPath, cons
                               surface.width),
         surface.noData, StepSurface::DefaultWallStep(cell.x));
     mask.assign(static_cast<std::size_t>(lattice.cols) * static_cast<std::size_t>(lattice.rows), 0);
-    if (!ComputeVisibility(steps, {origin.x, origin.y, cell.x, -cell.y}, camera, lattice, options,
+    VisibilityOptions stoppable = options;
+    stoppable.stop = &processStop;
+    if (!ComputeVisibility(steps, {origin.x, origin.y, cell.x, -cell.y}, camera, lattice, stoppable,
                            {mask.data(), lattice.rows, lattice.cols})) {
       return false;
     }

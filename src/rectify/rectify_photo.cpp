@@ -217,6 +217,7 @@ bool tqTORectify::DoRectifyingPixels(PhotoInfo& photo, const PhotoInfo& dsm, int
   task.photo = MakeRaster(photo);
   task.method = method == 1 ? Resampling::kBilinear : Resampling::kNearest;
   task.markHidden = occlusion != nullptr;
+  task.stop = &processStop;
   const auto grid = GridOnTile(RectOf(photo), task.tile, cell, photo.bands);
   if (!grid || task.photo.bands == 0) return FailWithoutSize(output);
   task.grid = *grid;
@@ -225,11 +226,12 @@ bool tqTORectify::DoRectifyingPixels(PhotoInfo& photo, const PhotoInfo& dsm, int
   const bool made = Guarded([&] {
     RectifyCells(task, OrthoKernelFromEnvironment(), cells);
     if (cells.minCol < cells.maxCol && occlusion != nullptr) {
+      GiveUpIfRaised(&processStop);
       RefineOcclusion(cells.hidden.data(), grid->cols, grid->rows);
     }
     return true;
   });
-  if (!made) return FailWithoutSize(output);  // out of memory
+  if (!made) return FailWithoutSize(output);  // out of memory, or stopped
   // Kept: without + 1, so the last column and row that hold data are cut off.
   const int width = cells.maxCol - cells.minCol;
   const int height = cells.maxRow - cells.minRow;

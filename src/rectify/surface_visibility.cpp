@@ -72,6 +72,7 @@ class Sweep {
     cellCols_ = CellsOfQuads(columns_, cameraCol_, surface_.QuadCols());
     cellRows_ = CellsOfQuads(rows_, cameraRow_, surface_.QuadRows());
     for (int row = 0; row < surface_.QuadRows(); row += kBlock) {
+      GiveUpIfRaised(options_.stop);
       for (int col = 0; col < surface_.QuadCols(); col += kBlock) FillBlock(row, col);
     }
     for (const bool alongColumns : {true, false}) {
@@ -276,6 +277,7 @@ class Sweep {
 
   /// Sorts the cells of some planes by plane, nearest first, and follows each plane's profile.
   void RunPlanes(const Direction& direction, const Planes& planes, int begin, int count) {
+    GiveUpIfRaised(options_.stop);
     starts_.assign(static_cast<std::size_t>(count) + 1, 0);
     ForCells(direction, planes, begin, count, [&](int, int, int plane) { ++starts_[plane + 1]; });
     for (int plane = 0; plane < count; ++plane) starts_[plane + 1] += starts_[plane];
@@ -287,6 +289,7 @@ class Sweep {
     });
     for (int plane = 0; plane < count; ++plane) {
       if (starts_[plane] == starts_[plane + 1]) continue;
+      GiveUpIfRaised(options_.stop);
       FollowPlane(direction, planes.Slope(begin + plane), starts_[plane], starts_[plane + 1]);
     }
   }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/grid_view.h"
+#include "core/stop_flag.h"
 #include "rectify/camera_model.h"
 #include "rectify/step_surface.h"
 
@@ -39,6 +40,9 @@ struct VisibilityOptions {
   /// Distance of neighbouring planes at the farthest cell, in lattice cells, 0.01 to 10. A cell is
   /// judged up to half of it beside its centre; time grows with its inverse.
   double planeSpacing = 0.5;
+  /// Polled once a row of blocks and a plane; null: nobody asks. A sweep that was asked to stop
+  /// throws WorkStopped.
+  const StopFlag* stop = nullptr;
 };
 
 /// Which ground cells a photo sees: the surface is projected into the photo from its centre.

@@ -134,6 +134,7 @@ void RateView(const PhotoCamera& camera, const VisibilityLattice& lattice,
     squares[col] = static_cast<float>(dX * dX);
   }
   for (int row = 0; row < rating.rows; ++row) {
+    GiveUpIfRaised(options.stop);
     std::uint8_t* out = rating.Row(row);
     const float* hidden = toHidden.ptr<float>(row);
     const float* outside = toOutside.ptr<float>(row);

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/grid_view.h"
+#include "core/stop_flag.h"
 #include "rectify/camera_model.h"
 #include "rectify/surface_visibility.h"
 
@@ -30,6 +31,8 @@ struct ViewRatingOptions {
   /// Ground resolution of the product; a photo coarser than that loses this for every doubling.
   double cellSize = 0;
   double coarsePenalty = 50;
+  /// Polled once a row; null: nobody asks. A rating that was asked to stop throws WorkStopped.
+  const StopFlag* stop = nullptr;
 };
 
 /// Rates the view of one photo on its ortho's cells.

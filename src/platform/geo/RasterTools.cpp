@@ -47,9 +47,10 @@ bool FillNoData(std::vector<float>& heights, int cols, int rows, float noData, i
   // Without this option the filler keeps its work files in the current directory.
   CPLStringList options;
   options.SetNameValue("TEMP_FILE_DRIVER", "MEM");
-  const CPLErr result = GDALFillNodata(GDALRasterBand::ToHandle(heightsView->GetRasterBand(1)),
-                                       GDALRasterBand::ToHandle(maskView->GetRasterBand(1)),
-                                       maxDistance, 0, 0, options.List(), nullptr, nullptr);
+  const CPLErr result =
+      GDALFillNodata(GDALRasterBand::ToHandle(heightsView->GetRasterBand(1)),
+                     GDALRasterBand::ToHandle(maskView->GetRasterBand(1)), maxDistance, 0, 0,
+                     options.List(), tqimage::GoOnUnlessStopped, nullptr);
   return result == CE_None && !scope.Failed();
 }
 
@@ -95,7 +96,8 @@ bool WritePng(const std::string& path, const std::uint8_t* data, int width, int 
   if (driver == nullptr || !view) return false;
   if (path.rfind("/vsi", 0) != 0) tqfd::PathHelper::MakeParentDirectory(path);
   const std::string staged = tqtortho::StagedPath(path);
-  DatasetPtr copy(driver->CreateCopy(staged.c_str(), view.get(), 1, nullptr, nullptr, nullptr));
+  DatasetPtr copy(driver->CreateCopy(staged.c_str(), view.get(), 1, nullptr,
+                                     tqimage::GoOnUnlessStopped, nullptr));
   const bool written = copy && tqimage::CloseChecked(std::move(copy)) && !scope.Failed();
   if (written) return tqimage::PublishFile(staged, path);
   VSIUnlink(staged.c_str());
@@ -125,6 +127,7 @@ bool ReadReduced(const std::string& path, int maxSize, std::vector<std::uint8_t>
 
   GDALRasterIOExtraArg how;
   INIT_RASTERIO_EXTRA_ARG(how);
+  how.pfnProgress = tqimage::GoOnUnlessStopped;
   how.eResampleAlg = table != nullptr ? GRIORA_NearestNeighbour : GRIORA_Average;
   const GSpacing pixel = bands;
   if (table == nullptr) {

@@ -35,6 +35,7 @@ bool Read(const std::string& path, int band, const ScaledWindow& window, Scaling
   }
   GDALRasterIOExtraArg how;
   INIT_RASTERIO_EXTRA_ARG(how);
+  how.pfnProgress = tqimage::GoOnUnlessStopped;
   const bool shrinks = window.cols > window.outCols || window.rows > window.outRows;
   how.eResampleAlg = scaling == Scaling::kNearest ? GRIORA_NearestNeighbour
                      : shrinks                    ? GRIORA_Average

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "geo/RasterTools.h"
 #include "internal/gdal_raster.h"
 
@@ -173,7 +174,7 @@ bool WriteZoom(const std::string& rasterPath, const TileRange& range, const std:
     if (!view) failed = true;
 #pragma omp for schedule(dynamic)
     for (int meta = 0; meta < count; ++meta) {
-      if (failed || teller.stopped) continue;
+      if (failed || teller.stopped || tqtortho::processStop.Raised()) continue;
       const int written = WriteTiles(*view, range, meta, dir);
       if (written < 0 || scope.Failed()) failed = true;
 #pragma omp critical(tqtortho_web_tiles)
@@ -217,8 +218,9 @@ bool WriteWebTiles(const std::string& rasterPath, const std::string& dir,
   }
   for (int zoom = report.maxZoom; zoom >= report.minZoom; --zoom) {
     const bool written = WriteZoom(rasterPath, TilesOf(box, zoom), dir, teller, report.tiles);
-    if (written && !teller.stopped) continue;
-    error = teller.stopped ? "interrupted" : dir + ": cannot be written; is the disk full?";
+    const bool stopped = teller.stopped || tqtortho::processStop.Raised();
+    if (written && !stopped) continue;
+    error = stopped ? "interrupted" : dir + ": cannot be written; is the disk full?";
     return false;
   }
   return true;

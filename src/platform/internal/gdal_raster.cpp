@@ -4,11 +4,13 @@
 #include <cpl_string.h>
 #include <cpl_vsi.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
 
 #include "core/numeric.h"
+#include "core/stop_flag.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
@@ -160,6 +162,73 @@ void NormaliseHeights(const NoDataRule& rule, double* cells, std::size_t count) 
   NormaliseCells(rule, cells, count);
 }
 
+namespace {
+
+/// Samples that are moved between two looks at the stop flag: compressing them takes a fraction of
+/// a second.
+constexpr std::int64_t kSamplesAtATime = 1 << 25;
+
+/// Compresses and writes the blocks of a strip now, where GDAL would keep up to a gigabyte of them
+/// for one long call at the end. Only for strips that hold all bands: the bands of a cell share a
+/// block. The order of the blocks in the file stays as it is.
+bool WriteOut(GDALDataset& dataset, int bands) {
+  if (bands != dataset.GetRasterCount()) return true;
+  for (int band = 1; band <= bands; ++band) {
+    if (dataset.GetRasterBand(band)->FlushCache(false) != CE_None) return false;
+  }
+  return true;
+}
+
+/// Calls `move(first, count)` for the rows from `row` on, in strips that end with the file's
+/// blocks.
+template <class Move>
+bool ByStrips(GDALRasterBand& band, GDALRWFlag direction, int row, int width, int height, int bands,
+              const Move& move) {
+  int blockCols = 1;
+  int blockRows = 1;
+  band.GetBlockSize(&blockCols, &blockRows);
+  const std::int64_t rows = kSamplesAtATime / (std::int64_t{width} * std::max(bands, 1));
+  const std::int64_t strip = std::max<std::int64_t>(rows / blockRows, 1) * blockRows;
+  const std::int64_t last = std::int64_t{row} + height;
+  for (std::int64_t first = row; first < last;) {
+    const std::int64_t end = std::min((first / strip + 1) * strip, last);
+    if (tqtortho::processStop.Raised() ||
+        move(static_cast<int>(first), static_cast<int>(end - first)) != CE_None) {
+      return false;
+    }
+    if (direction == GF_Write && end < last && !WriteOut(*band.GetDataset(), bands)) return false;
+    first = end;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool TransferStrips(GDALDataset& dataset, GDALRWFlag direction, int col, int row, int width,
+                    int height, void* cells, GDALDataType type, int bandCount, int* bandNumbers,
+                    GSpacing pixel, GSpacing line, GSpacing band) {
+  auto* const bytes = static_cast<std::uint8_t*>(cells);
+  return ByStrips(*dataset.GetRasterBand(1), direction, row, width, height, bandCount,
+                  [&](int first, int count) {
+                    return dataset.RasterIO(direction, col, first, width, count,
+                                            bytes + (first - row) * line, width, count, type,
+                                            bandCount, bandNumbers, pixel, line, band, nullptr);
+                  });
+}
+
+bool TransferStrips(GDALRasterBand& band, GDALRWFlag direction, int col, int row, int width,
+                    int height, void* cells, GDALDataType type, GSpacing line) {
+  auto* const bytes = static_cast<std::uint8_t*>(cells);
+  return ByStrips(band, direction, row, width, height, 1, [&](int first, int count) {
+    return band.RasterIO(direction, col, first, width, count, bytes + (first - row) * line, width,
+                         count, type, GDALGetDataTypeSizeBytes(type), line, nullptr);
+  });
+}
+
+int CPL_STDCALL GoOnUnlessStopped(double, const char*, void*) {
+  return tqtortho::processStop.Raised() ? FALSE : TRUE;
+}
+
 bool CloseChecked(DatasetPtr dataset) {
   GdalScope scope;
   bool written = true;
@@ -225,6 +294,10 @@ bool StagedRaster::Start(const std::string& target, int width, int height, int b
 
 bool StagedRaster::Finish() {
   if (!dataset_) return false;
+  if (tqtortho::processStop.Raised()) {
+    Discard();
+    return false;
+  }
   const ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
   const bool written = CloseChecked(std::move(dataset_));
   dataset_.reset();
@@ -238,6 +311,7 @@ void StagedRaster::Discard() {
   if (dataset_) {
     const GdalScope scope;
     const ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
+    dataset_->MarkSuppressOnClose();  // its blocks in memory are not written out any more
     dataset_.reset();
   }
   if (!staged_.empty()) VSIUnlink(staged_.c_str());

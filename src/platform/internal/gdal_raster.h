@@ -66,7 +66,8 @@ class StagedRaster {
   bool Start(const std::string& target, int width, int height, int bands, int dataType,
              bool overwrite, Filling filling = Filling::kWhole);
   [[nodiscard]] GDALDataset* Dataset() const { return dataset_.get(); }
-  /// Closes the file and gives it its name. False, and no file, when a byte could not be written.
+  /// Closes the file and gives it its name. False, and no file, when a byte could not be written or
+  /// the process is to stop: what it holds may then come from work that was given up.
   bool Finish();
   void Discard();
 
@@ -75,6 +76,21 @@ class StagedRaster {
   std::string target_;
   std::string staged_;
 };
+
+/// Moves a window between the bands of a file and memory as GDALDataset::RasterIO does, in strips
+/// of whole rows of the file's blocks, so that a raster of any size is given up when the process is
+/// to stop. The file's bytes are those of one call: blocks are met in the same order. False when a
+/// strip failed or the work was given up.
+[[nodiscard]] bool TransferStrips(GDALDataset& dataset, GDALRWFlag direction, int col, int row,
+                                  int width, int height, void* cells, GDALDataType type,
+                                  int bandCount, int* bandNumbers, GSpacing pixel, GSpacing line,
+                                  GSpacing band);
+/// The same for one band, pixels side by side.
+[[nodiscard]] bool TransferStrips(GDALRasterBand& band, GDALRWFlag direction, int col, int row,
+                                  int width, int height, void* cells, GDALDataType type,
+                                  GSpacing line);
+/// A progress function for long calls of GDAL: it ends them when the process is to stop.
+int CPL_STDCALL GoOnUnlessStopped(double share, const char* message, void* user);
 
 /// Flushes and closes; false when anything could not be written.
 bool CloseChecked(DatasetPtr dataset);

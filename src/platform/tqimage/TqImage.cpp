@@ -176,12 +176,13 @@ bool TqImage::ReadImage(int band, const tqfd::Rect2_T<int>& rect, int dataType,
   }
   std::uint8_t* inner = cells + (std::int64_t{innerRows.first} - rows.first) * line +
                         (std::int64_t{innerCols.first} - cols.first) * sample;
-  const CPLErr result =
-      viaFloat ? source->RasterIO(GF_Read, innerCols.first, innerRows.first, width, height,
-                                  clean.data(), width, height, GDT_Float32, 0, 0, nullptr)
-               : source->RasterIO(GF_Read, innerCols.first, innerRows.first, width, height, inner,
-                                  width, height, type, sample, line, nullptr);
-  if (result != CE_None || scope.Failed()) return false;
+  const bool read = viaFloat
+                        ? TransferStrips(*source, GF_Read, innerCols.first, innerRows.first, width,
+                                         height, clean.data(), GDT_Float32,
+                                         GSpacing{width} * static_cast<GSpacing>(sizeof(float)))
+                        : TransferStrips(*source, GF_Read, innerCols.first, innerRows.first, width,
+                                         height, inner, type, line);
+  if (!read || scope.Failed()) return false;
 
   const auto count = static_cast<std::size_t>(width);
   for (int row = 0; row < height; ++row) {
@@ -240,10 +241,10 @@ bool TqImage::WriteImage(int band, const tqfd::Rect2_T<int>& rect, int dataType,
   const GdalScope scope;
   const int width = rect.maxX - rect.minX;
   const int height = rect.maxY - rect.minY;
-  const CPLErr result =
-      target->RasterIO(GF_Write, rect.minX, rect.minY, width, height, const_cast<void*>(buffer),
-                       width, height, type, 0, 0, nullptr);
-  if (result == CE_None && !scope.Failed()) return true;
+  const bool written = TransferStrips(*target, GF_Write, rect.minX, rect.minY, width, height,
+                                      const_cast<void*>(buffer), type,
+                                      GSpacing{width} * GDALGetDataTypeSizeBytes(type));
+  if (written && !scope.Failed()) return true;
   impl_->failed = true;
   return false;
 }

@@ -47,8 +47,7 @@ bool ReadPalette(GDALDataset& dataset, const BandChoice& choice, std::vector<std
   const int height = band->GetYSize();
   const std::size_t cells = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   std::vector<std::uint8_t> indices(cells);
-  if (band->RasterIO(GF_Read, 0, 0, width, height, indices.data(), width, height, GDT_Byte, 0, 0,
-                     nullptr) != CE_None) {
+  if (!TransferStrips(*band, GF_Read, 0, 0, width, height, indices.data(), GDT_Byte, width)) {
     return false;
   }
   std::array<std::array<std::uint8_t, 3>, 256> colours{};
@@ -77,10 +76,10 @@ bool ReadBands(GDALDataset& dataset, const BandChoice& choice, std::vector<std::
   std::iota(bandNumbers.begin(), bandNumbers.end(), choice.first + 1);
   const auto sample = static_cast<GSpacing>(SampleSize(choice.dataType));
   const GSpacing pixel = sample * choice.count;
-  // One call for the whole raster: decoders of interleaved files write straight into it.
-  return dataset.RasterIO(GF_Read, 0, 0, width, height, data.data(), width, height,
-                          ToGdalType(choice.dataType), choice.count, bandNumbers.data(), pixel,
-                          pixel * width, sample, nullptr) == CE_None;
+  // Whole rows of all bands: decoders of interleaved files write straight into them.
+  return TransferStrips(dataset, GF_Read, 0, 0, width, height, data.data(),
+                        ToGdalType(choice.dataType), choice.count, bandNumbers.data(), pixel,
+                        pixel * width, sample);
 }
 
 bool ReadInto(GDALDataset& dataset, const BandChoice& choice, tqorkit::PhotoInfo& image) {
@@ -175,11 +174,12 @@ bool WriteInterleaved(const std::string& path, const InterleavedRaster& raster,
   }
   const auto sample = static_cast<GSpacing>(sampleSize);
   const GSpacing pixel = sample * raster.bands;
-  const CPLErr result =
-      dataset.RasterIO(GF_Write, 0, 0, raster.width, raster.height, const_cast<void*>(raster.data),
-                       raster.width, raster.height, ToGdalType(raster.dataType), raster.bands,
-                       nullptr, pixel, pixel * raster.width, sample, nullptr);
-  if (result != CE_None || scope.Failed()) return false;
+  if (!TransferStrips(dataset, GF_Write, 0, 0, raster.width, raster.height,
+                      const_cast<void*>(raster.data), ToGdalType(raster.dataType), raster.bands,
+                      nullptr, pixel, pixel * raster.width, sample) ||
+      scope.Failed()) {
+    return false;
+  }
   return file.Finish();
 }
 
