@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
 #include "commands.h"
+#include "core/limits.h"
+#include "driver/param_file.h"
+#include "tqfd/FileInput.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqTORProc.h"
 #include "tqtortho/tqTORectify.h"
@@ -28,9 +32,21 @@ struct BlockOptions {
 };
 
 int RunBlock(const BlockOptions& options, BlockWork work) {
-  if (!std::filesystem::is_regular_file(options.param)) {
-    return Fail(kBadInput,
-                options.param + ": no such parameter file; a job leaves it in WORK/ortho_data");
+  const std::string fault = tqfd::FileFault(options.param, limits::kListBytes);
+  if (!fault.empty()) {
+    return Fail(kBadInput, fault + "; a job leaves its parameter file in WORK/ortho_data");
+  }
+  ParamHeader header;
+  ParamBlock block;
+  if (ReadWorkBlock(options.param.c_str(), options.number, header, block)) {
+    for (const auto& photo : block.photos) {
+      // Products are named by the photo: below the output folder, never beside it.
+      if (photo.photoName.find("..") == std::string::npos) continue;
+      const std::filesystem::path name(photo.photoName);
+      if (std::find(name.begin(), name.end(), "..") == name.end()) continue;
+      return Fail(kBadInput, options.param + ": photo " + photo.photoName +
+                                 " leads out of its folder; correct the file");
+    }
   }
   if (!options.tmp.empty()) tqorkit::TqFSManager::SetOutputTmpFilePath(options.tmp);
   if (!work(options.param.c_str(), options.number)) {

@@ -6,12 +6,14 @@
 #include <system_error>
 
 #include "commands.h"
+#include "core/limits.h"
 #include "geo/RasterTools.h"
 #include "host/map_scale.h"
 #include "host/number_text.h"
 #include "host/photo_staging.h"
 #include "host/project_import.h"
 #include "source_options.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::app {
 namespace {
@@ -24,7 +26,7 @@ bool MayReplace(const fs::path& file, const std::string& source) {
   std::error_code ignored;
   if (!fs::exists(file, ignored)) return true;
   if (!source.empty() && fs::equivalent(file, source, ignored)) return false;
-  std::ifstream in(file, std::ios::binary);
+  std::ifstream in = tqfd::OpenInputFile(file.string(), limits::kListBytes);
   std::string line;
   std::getline(in, line);
   return host::ReadInt(line).has_value();

@@ -6,10 +6,12 @@
 #include <string>
 
 #include "commands.h"
+#include "core/limits.h"
 #include "format_options.h"
 #include "host/run_job.h"
 #include "progress_printer.h"
 #include "source_options.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::app {
 namespace {
@@ -139,6 +141,11 @@ bool ReadBandChoice(const RunArguments& arguments, host::BandChoice& choice) {
 }
 
 int Run(RunArguments& arguments) {
+  if (const std::string& area = arguments.run.areaPath; !area.empty()) {
+    // It is read later, when the surface says its coordinate system.
+    const std::string fault = tqfd::FileFault(area, limits::kAreaBytes);
+    if (!fault.empty()) return Fail(kBadInput, fault);
+  }
   auto survey = LoadSurvey(arguments.source);
   if (!survey) return kBadInput;
   host::RunOptions& run = arguments.run;

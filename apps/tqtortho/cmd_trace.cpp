@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "commands.h"
+#include "core/limits.h"
+#include "geo/RasterTools.h"
 #include "host/surface_limit.h"
-#include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqRayTracer.h"
 
@@ -29,12 +30,20 @@ tqorkit::tqExtOri MakePhoto(const TraceOptions& options) {
 }
 
 int RunTrace(const TraceOptions& options) {
-  tqimage::TqImage dsm;
-  if (!dsm.Open(options.dsm, true)) {
-    return Fail(kBadInput, options.dsm + ": cannot be opened as a raster");
+  std::string error;
+  for (const std::string* input : {&options.dsm, &options.ortho, &options.mask}) {
+    geo::RasterSummary raster;
+    if (input->empty() && input != &options.dsm) continue;
+    if (!geo::DescribeRaster(*input, raster, error)) return Fail(kBadInput, error);
+    error = host::SurfaceTooLarge(*input, raster.width, raster.height);
+    if (!error.empty()) return Fail(kBadInput, error);
+    const std::int64_t cells = static_cast<std::int64_t>(raster.width) * raster.height;
+    if (cells <= limits::kTracedCells) continue;
+    return Fail(kBadInput, *input + ": has " + std::to_string(raster.width) + " x " +
+                               std::to_string(raster.height) +
+                               " cells; rays are traced through at most " +
+                               std::to_string(limits::kTracedCells) + "; cut the raster");
   }
-  const std::string tooLarge = host::SurfaceTooLarge(options.dsm, dsm.GetWidth(), dsm.GetHeight());
-  if (!tooLarge.empty()) return Fail(kBadInput, tooLarge);
   if (options.rect[0] > options.rect[2] || options.rect[1] > options.rect[3]) {
     return Fail(kBadInput, "--rect is minX,minY,maxX,maxY; a minimum lies above its maximum");
   }

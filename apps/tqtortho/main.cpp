@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "core/stop_flag.h"
+#include "geo/InputPolicy.h"
 #include "stop_watch.h"
 #include "tqtortho/Version.h"
 
@@ -30,6 +31,7 @@ int Fail(int status, const std::string& text) {
 int main(int argc, char** argv) {
   using namespace tqtortho::app;
   WatchForStops();
+  geo::UseLocalFilesOnly();
   CLI::App app{
       "True orthophotos from oriented photos and a surface model.\n\n"
       "  tqtortho sample --out town                       a synthetic town to try it on\n"

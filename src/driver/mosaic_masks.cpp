@@ -8,6 +8,7 @@
 #include <limits>
 #include <string>
 
+#include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "driver/param_file.h"
@@ -15,6 +16,7 @@
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "job/progress.h"
+#include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqBinaryData.h"
@@ -154,7 +156,7 @@ struct Strip {
 
 bool MakeMosaicMasks(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
                      tqfd::ProgressCallback progress, void* user) {
-  std::ifstream file(ParamFilePath());
+  std::ifstream file = tqfd::OpenInputFile(ParamFilePath(), limits::kListBytes);
   ParamHeader header;
   if (!file || !ParamFileReader(file).ReadHeader(header) || header.flagB) return true;
   Grid grid;

@@ -4,7 +4,9 @@
 #include <fstream>
 
 #include "core/c_locale.h"
+#include "core/limits.h"
 #include "job/messages.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho {
 
@@ -163,7 +165,7 @@ void ParamFileReader::ReadBlock(ParamBlock& block) {
 
 bool ReadWorkBlock(const char* path, int number, ParamHeader& header, ParamBlock& block) {
   if (path == nullptr) return false;
-  std::ifstream file(path);
+  std::ifstream file = tqfd::OpenInputFile(path, limits::kListBytes);
   if (!file) return false;
   ParamFileReader reader(file);
   if (!reader.ReadHeader(header) || !reader.FindBlock(number)) return false;

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "core/limits.h"
 #include "driver/block_plan.h"
 #include "driver/job_inputs.h"
 #include "job/call_guard.h"
@@ -12,6 +13,7 @@
 #include "job/photo_files.h"
 #include "job/photo_records.h"
 #include "rectify/sidecar.h"
+#include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"
 #include "tqfd/Timer.h"
 #include "tqraster/tqSelectWgt.h"
@@ -100,11 +102,11 @@ bool tqTORProc::OrthoRectiProc(const char* dsmPath, const char* cameraFile,
     }
     // An input that cannot be opened adds nothing; the estimation then has no photo to serve.
     if (cameraFile != nullptr) {
-      std::ifstream file(cameraFile);
+      std::ifstream file = tqfd::OpenInputFile(cameraFile, limits::kListBytes);
       ReadCameras(file, cameras);
     }
     if (photoListFile != nullptr) {
-      std::ifstream file(photoListFile);
+      std::ifstream file = tqfd::OpenInputFile(photoListFile, limits::kListBytes);
       ReadPhotoList(file, dispatchPair[0], photoBlocks);
     }
     const std::string paramPath = ParamFilePath();

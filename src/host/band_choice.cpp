@@ -5,11 +5,12 @@
 #include <fstream>
 #include <system_error>
 
+#include "core/limits.h"
 #include "geo/BandChoice.h"
 #include "geo/RasterTools.h"
-#include "host/import_assembly.h"
 #include "host/job_state.h"
 #include "internal/staged_path.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -17,8 +18,10 @@ namespace {
 namespace fs = std::filesystem;
 
 bool WriteIfOther(const fs::path& path, const std::string& text) {
-  std::string before;
-  if (ReadWholeFile(path.string(), before) && before == text) return true;
+  std::string before, ignored;
+  if (tqfd::ReadWholeFile(path.string(), limits::kSmallFileBytes, before, ignored) &&
+      before == text)
+    return true;
   std::error_code failed;
   fs::create_directories(path.parent_path(), failed);
   const std::string staged = StagedPath(path.string());
@@ -61,6 +64,7 @@ bool ChooseBands(const BandChoice& choice, const std::string& dir, Survey& surve
     chosen[b].path = folder.string();
   }
   survey.blocks = std::move(chosen);
+  survey.bandsChosen = true;
   return true;
 }
 

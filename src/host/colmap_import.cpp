@@ -9,10 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "geo/Crs.h"
 #include "host/colmap_file.h"
 #include "host/map_frame.h"
 #include "host/odm_frame.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -42,7 +44,7 @@ std::optional<ModelFiles> ModelIn(const fs::path& folder, bool strict) {
   for (const ColmapForm form : {ColmapForm::kBinary, ColmapForm::kText}) {
     auto files = FilesIn(folder, form);
     if (!files) continue;
-    std::ifstream in(files->cameras, std::ios::binary);
+    std::ifstream in = tqfd::OpenInputFile(files->cameras.string(), limits::kExportBytes);
     if (!strict || IsColmapCameras(in, form)) return files;
   }
   return std::nullopt;
@@ -57,7 +59,7 @@ std::vector<ModelFiles> ModelsAt(const fs::path& path, bool strict) {
     for (const ColmapForm form : {ColmapForm::kBinary, ColmapForm::kText}) {
       const auto files = FilesIn(path.parent_path(), form);
       if (!files || (files->cameras != path && files->images != path)) continue;
-      std::ifstream in(files->cameras, std::ios::binary);
+      std::ifstream in = tqfd::OpenInputFile(files->cameras.string(), limits::kExportBytes);
       if (!strict || IsColmapCameras(in, form)) return {*files};
     }
     return {};
@@ -120,7 +122,13 @@ std::optional<TopocentricToGrid> FrameOf(const ImportRequest& request, Survey& s
 
 bool ReadModel(const ModelFiles& files, PlacedProject& project, std::vector<ColmapPhoto>& photos,
                std::string& error) {
-  std::ifstream cameras(files.cameras, std::ios::binary), images(files.images, std::ios::binary);
+  // The observations of every photo stand in images.bin; they are passed over, not held.
+  for (const fs::path& file : {files.cameras, files.images}) {
+    error = tqfd::FileFault(file.string(), limits::kReconstructionBytes);
+    if (!error.empty()) return false;
+  }
+  std::ifstream cameras = tqfd::OpenInputFile(files.cameras.string(), limits::kReconstructionBytes);
+  std::ifstream images = tqfd::OpenInputFile(files.images.string(), limits::kReconstructionBytes);
   if (!ReadColmapCameras(cameras, files.form, project.cameras, error)) {
     error = files.cameras.string() + ": " + error;
     return false;

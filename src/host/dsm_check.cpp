@@ -6,10 +6,12 @@
 #include <numeric>
 #include <string_view>
 
+#include "core/limits.h"
 #include "geo/CellSample.h"
 #include "geo/Crs.h"
 #include "geo/RasterTools.h"
 #include "host/input_check.h"
+#include "host/job_estimate.h"
 #include "host/map_scale.h"
 #include "host/surface_limit.h"
 
@@ -120,6 +122,18 @@ std::string ShapeFault(const std::string& path, const geo::RasterSummary& summar
 
 }  // namespace
 
+std::string SurfaceSizeFault(const std::string& path, int cols, int rows,
+                             std::int64_t machineBytes) {
+  std::string fault = SurfaceTooLarge(path, cols, rows);
+  if (!fault.empty()) return fault;
+  const std::int64_t bytes = static_cast<std::int64_t>(cols) * rows * limits::kSurfaceBytesPerCell;
+  if (machineBytes <= 0 || bytes <= machineBytes) return {};
+  return path + ": has " + std::to_string(cols) + " x " + std::to_string(rows) +
+         " cells; preparing them takes " + Number(static_cast<double>(bytes) / 1e9) +
+         " GB of memory, this machine has " + Number(static_cast<double>(machineBytes) / 1e9) +
+         " GB; cut the surface model or make it coarser";
+}
+
 void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
   geo::RasterSummary summary;
   std::string why;
@@ -131,11 +145,17 @@ void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Findi
     findings.push_back({Level::kError, why});
     return;
   }
+  const std::string large =
+      SurfaceSizeFault(dsmPath, summary.width, summary.height, MachineMemory());
+  if (!large.empty()) {
+    findings.push_back({Level::kError, large});
+    return;
+  }
   facts.cols = summary.width;
   facts.rows = summary.height;
   facts.coefficients = summary.coefficients;
   facts.cell = summary.coefficients.GetResolution().x;
-  std::string fault = SurfaceTooLarge(dsmPath, facts.cols, facts.rows);
+  std::string fault = SurfaceSizeFault(dsmPath, facts.cols, facts.rows, MachineMemory());
   if (fault.empty()) fault = ShapeFault(dsmPath, summary);
   if (!fault.empty()) {
     findings.push_back({Level::kError, fault});

@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 
+#include "core/limits.h"
 #include "geo/Crs.h"
 #include "geo/RasterTools.h"
 #include "host/lens_fit.h"
@@ -24,6 +23,11 @@ std::string Lower(std::string text) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   });
   return text;
+}
+
+/// Whether a name leads out of the folder that it is looked up in.
+bool LeavesFolder(const fs::path& name) {
+  return std::find(name.begin(), name.end(), "..") != name.end();
 }
 
 /// Finds the photo files of shots below one folder: by path, else by file name, each exactly, else
@@ -46,7 +50,7 @@ class PhotoFolder {
     std::replace(shot.begin(), shot.end(), '\\', '/');
     const fs::path path(shot);
     std::error_code ignored;
-    if (path.is_relative() && path.has_parent_path() &&
+    if (path.is_relative() && path.has_parent_path() && !LeavesFolder(path) &&
         fs::is_regular_file(folder_ / path, ignored)) {
       return shot;
     }
@@ -138,14 +142,6 @@ std::string DescribeFit(const SourceLens& lens, const LensFit& fit) {
 
 }  // namespace
 
-bool ReadWholeFile(const std::string& path, std::string& text) {
-  std::ifstream in(path, std::ios::binary);
-  std::error_code ignored;
-  if (!in || fs::is_directory(path, ignored)) return false;
-  text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return !in.bad();
-}
-
 std::vector<std::string> FindPhotoFiles(const std::string& photoDir,
                                         const std::vector<std::string>& names) {
   const fs::path folder = fs::absolute(photoDir).lexically_normal();
@@ -178,6 +174,11 @@ bool ReadMetricMap(const std::string& dsmPath, std::string& wkt, std::string& er
 }
 
 bool AssembleSurvey(const PlacedProject& project, Survey& survey, std::string& error) {
+  if (project.shots.size() > static_cast<std::size_t>(limits::kPhotos)) {
+    error = "holds " + std::to_string(project.shots.size()) + " photos; a job has at most " +
+            std::to_string(limits::kPhotos) + ", split the project";
+    return false;
+  }
   const fs::path folder = fs::absolute(project.photoDir).lexically_normal();
   const PhotoFolder photos(folder);
   // Cameras in the order in which photos first use them would change with a photo added; by name.

@@ -63,7 +63,4 @@ struct PlacedProject {
 [[nodiscard]] std::vector<std::string> FindPhotoFiles(const std::string& photoDir,
                                                       const std::vector<std::string>& names);
 
-/// Reads a file whole. False when it cannot be read or is a folder.
-[[nodiscard]] bool ReadWholeFile(const std::string& path, std::string& text);
-
 }  // namespace tqtortho::host

@@ -10,8 +10,10 @@
 #include <fstream>
 #include <map>
 #include <numbers>
+#include <string_view>
 #include <system_error>
 
+#include "core/limits.h"
 #include "core/numeric.h"
 #include "core/stop_flag.h"
 #include "geo/FileEnd.h"
@@ -33,10 +35,21 @@ void Add(std::vector<Finding>& findings, Finding::Level level, std::string text)
 constexpr auto Number = ShortNumber;
 
 /// What a photo file itself shows to be wrong, or nothing.
-std::string PhotoFault(const std::string& path, const SurveyCamera& camera,
+/// @param chosenBands  the photo is a virtual raster that this program wrote over the photo
+std::string PhotoFault(const std::string& path, const SurveyCamera& camera, bool chosenBands,
                        geo::RasterSummary& summary) {
   std::string why;
   if (!geo::DescribeRaster(path, summary, why)) return why;
+  constexpr std::string_view kFormats[] = {"JPEG", "GTiff", "PNG", "JP2OpenJPEG"};
+  if (!(chosenBands && summary.format == "VRT") &&
+      std::find(std::begin(kFormats), std::end(kFormats), summary.format) == std::end(kFormats)) {
+    return path + ": is a raster of format " + summary.format +
+           "; photos are JPEG, TIFF, PNG or JPEG 2000";
+  }
+  if (const std::string large = PhotoSizeFault(path, summary.width, summary.height, summary.bands);
+      !large.empty()) {
+    return large;
+  }
   if (summary.sampleType != "Byte") {
     return path + ": samples are " + summary.sampleType +
            "; choose bands with --bands 1,2,3 and the values that become black and white with "
@@ -223,6 +236,17 @@ bool CheckResult::Usable() const {
                       [](const Finding& f) { return f.level == Finding::Level::kError; });
 }
 
+std::string PhotoSizeFault(const std::string& path, int width, int height, int bands) {
+  const bool fits =
+      std::max(width, height) <= limits::kPhotoSide &&
+      static_cast<double>(width) * height * bands <= static_cast<double>(limits::kPhotoSamples);
+  if (fits) return {};
+  return path + ": has " + std::to_string(width) + " x " + std::to_string(height) + " pixels of " +
+         std::to_string(bands) + " bands; a photo has at most " +
+         std::to_string(limits::kPhotoSide) + " pixels a side and " +
+         std::to_string(limits::kPhotoSamples) + " samples";
+}
+
 CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
   CheckResult result;
   CheckSurface(dsmPath, result.facts.dsm, result.findings);
@@ -255,7 +279,8 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
       std::string fault = camera == cameras.end()
                               ? "photo " + photo.name + ": camera " +
                                     std::to_string(photo.cameraId) + " is not listed"
-                              : PhotoFault(block.path + "/" + photo.name, *camera->second, summary);
+                              : PhotoFault(block.path + "/" + photo.name, *camera->second,
+                                           survey.bandsChosen, summary);
       if (fault.empty()) fault = PlaceFault(photo, dsm, heights);
       if (!fault.empty()) {
         warnings.LeftOut(fault);

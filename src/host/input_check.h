@@ -47,6 +47,12 @@ struct CheckResult {
   [[nodiscard]] bool Usable() const;
 };
 
+/// Why a photo is too large, before a pixel of it is read; empty when it is not.
+[[nodiscard]] std::string PhotoSizeFault(const std::string& path, int width, int height, int bands);
+/// Why a surface is too large for a job, with figures, before a cell of it is read; empty when it
+/// is not. `machineBytes`: memory of the machine, not above 0 when unknown.
+[[nodiscard]] std::string SurfaceSizeFault(const std::string& path, int cols, int rows,
+                                           std::int64_t machineBytes);
 /// Looks at a DSM alone; what its map's scale calls for is said for its middle.
 void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings);
 /// The same without the map's scale, for a survey, which lies somewhere on the DSM.

@@ -10,11 +10,13 @@
 #include <sstream>
 
 #include "core/fingerprint.h"
+#include "core/limits.h"
 #include "core/stop_flag.h"
 #include "driver/param_file.h"
-#include "host/import_assembly.h"
+#include "host/json_text.h"
 #include "internal/staged_path.h"
 #include "job/photo_files.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -28,16 +30,16 @@ constexpr const char* kNoFingerprint = "none";
 /// Forces a file, or the names in a directory, to the disk: a record must not outlive its files in
 /// a power cut.
 void Sync(const std::string& path) {
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (file < 0) return;
   (void)::fsync(file);
   ::close(file);
 }
 
 Json ReadRecord(const std::string& path) {
-  std::string text;
-  if (!ReadWholeFile(path, text)) return {};
-  return Json::parse(text, nullptr, false);
+  std::string text, ignored;
+  if (!tqfd::ReadWholeFile(path, limits::kSmallFileBytes, text, ignored)) return {};
+  return ParseJson(text);
 }
 
 void WriteRecord(const std::string& path, const std::string& fingerprint,
@@ -147,7 +149,7 @@ std::string JobState::OriginalPath(const std::string& file) const {
 // it may change each of its photos (the surface is cut for the block).
 void JobState::ReadPlan() {
   planRead_ = true;
-  std::ifstream file(paramFile_);
+  std::ifstream file = tqfd::OpenInputFile(paramFile_, limits::kListBytes);
   std::ostringstream whole;
   whole << file.rdbuf();
   std::istringstream text(whole.str());

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <utility>
 
+#include "tqfd/FileInput.h"
+
 namespace tqtortho::host {
 namespace {
 
@@ -159,7 +161,7 @@ bool LayerStore::Load(std::size_t photo, const CellSpan& part, Rows& rows) const
     rows.bytes = layer.bytes.data() + rows.starts[0];
     return true;
   }
-  std::ifstream file(PathOf(photo), std::ios::binary);
+  std::ifstream file = tqfd::OpenInputFile(PathOf(photo), INT64_MAX);
   rows.starts.resize(count);
   file.seekg(std::streamoff{8} * part.firstRow);
   file.read(reinterpret_cast<char*>(rows.starts.data()), static_cast<std::streamsize>(8 * count));

@@ -3,16 +3,17 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "geo/Crs.h"
 #include "host/map_frame.h"
 #include "host/metashape_file.h"
 #include "host/odm_frame.h"
 #include "host/table_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -22,11 +23,7 @@ namespace fs = std::filesystem;
 bool IsCamerasFile(const fs::path& path) {
   std::error_code ignored;
   if (!fs::is_regular_file(path, ignored)) return false;
-  std::ifstream in(path, std::ios::binary);
-  std::string start(4096, '\0');
-  in.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
-  return IsMetashapeText(start);
+  return IsMetashapeText(tqfd::ReadFileStart(path.string(), 4096));
 }
 
 /// The cameras file that a path means, or nothing.
@@ -93,9 +90,8 @@ bool LooksLikeMetashape(const std::string& path) { return CamerasFile(path).has_
 std::optional<Survey> ImportMetashape(const ImportRequest& request, std::string& error) {
   const fs::path file = CamerasFile(request.path).value_or(request.path);
   std::string text;
-  if (!ReadWholeFile(file.string(), text)) {
-    error = file.string() + ": cannot be read, or holds not one file of cameras; give the XML " +
-            "file of exported cameras";
+  if (!tqfd::ReadWholeFile(file.string(), limits::kExportBytes, text, error)) {
+    error += ", or holds not one file of cameras; give the XML file of exported cameras";
     return std::nullopt;
   }
   const auto map = OpenImportMap(request, error);

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The input of the mosaic from a job's work directory.
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <utility>
 
+#include "core/limits.h"
 #include "driver/job_inputs.h"
 #include "driver/param_file.h"
 #include "host/mosaic_stage.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -42,9 +46,11 @@ void ReadWorkBlocks(ParamFileReader& reader, ParamPhotos& all, MosaicInput& inpu
 
 bool LoadMosaicInput(const std::string& workDir, MosaicInput& input, std::string& error) {
   const std::string paramPath = workDir + "/ortho_data/orParam.txt";
-  std::ifstream file(paramPath);
-  if (!file) {
-    error = paramPath + ": cannot be read; --work must be the work directory of a finished run";
+  error = tqfd::FileFault(paramPath, limits::kListBytes);
+  std::ifstream file = tqfd::OpenInputFile(paramPath, limits::kListBytes);
+  if (!error.empty() || !file) {
+    if (error.empty()) error = paramPath + ": cannot be read";
+    error += "; --work must be the work directory of a finished run";
     return false;
   }
   ParamFileReader reader(file);
@@ -62,9 +68,15 @@ bool LoadMosaicInput(const std::string& workDir, MosaicInput& input, std::string
     error = paramPath + ": holds no photos; run the job again";
     return false;
   }
+  for (const PhotoId& id : all.order) {
+    const std::filesystem::path name(id.second);
+    if (std::find(name.begin(), name.end(), "..") == name.end()) continue;
+    error = paramPath + ": photo " + id.second + " leads out of its folder; run the job again";
+    return false;
+  }
   // Work blocks go camera by camera; numbers follow the list.
   std::vector<tqPhotoCategory> listed;
-  std::ifstream list(workDir + "/photos.txt");
+  std::ifstream list = tqfd::OpenInputFile(workDir + "/photos.txt", limits::kListBytes);
   if (list) ReadPhotoList(list, input.gsd, listed);
   if (listed.empty()) {
     for (const PhotoId& id : all.order) {

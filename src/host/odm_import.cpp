@@ -5,11 +5,13 @@
 #include <system_error>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/import_assembly.h"
 #include "host/map_frame.h"
 #include "host/odm_placement.h"
 #include "host/opensfm_file.h"
 #include "host/opensfm_import.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -86,10 +88,15 @@ std::optional<Survey> ImportOdm(const ImportRequest& request, std::string& error
     return std::nullopt;
   }
   std::string text;
-  if (!ReadWholeFile(reconstruction, text)) {
-    error = reconstruction + ": cannot be read; is " + projectDir +
-            " an OpenDroneMap project that was processed to the end?";
+  if (!tqfd::ReadWholeFile(reconstruction, limits::kReconstructionBytes, text, error)) {
+    error += "; is " + projectDir + " an OpenDroneMap project that was processed to the end?";
     return std::nullopt;
+  }
+  // What tells the frame of the poses may be missing, but is not passed over when it is odd.
+  for (const char* evidence : {"odm_georeferencing/coords.txt", "gcp_list.txt"}) {
+    const std::string file = (project / evidence).string();
+    if (!fs::exists(file, ignored)) continue;
+    if (error = tqfd::FileFault(file, limits::kListBytes); !error.empty()) return std::nullopt;
   }
   Survey survey;
   survey.source = "OpenDroneMap project " + projectDir;

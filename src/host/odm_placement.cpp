@@ -9,11 +9,13 @@
 #include <system_error>
 #include <utility>
 
+#include "core/limits.h"
 #include "geo/Crs.h"
 #include "host/frame_agreement.h"
 #include "host/ground_control.h"
 #include "host/map_frame.h"
 #include "host/number_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -31,8 +33,8 @@ std::string Turned(double turn) { return Fixed(turn * kDegrees, 3) + " degrees";
 /// The positions of coords.txt by photo: one a line in the order of the photos' names. Nothing when
 /// their number is not that of the photos in the folder, for then nobody knows whose they are.
 GridPositions PositionsOf(const fs::path& coords, const std::string& photoDir) {
-  std::string text;
-  if (!ReadWholeFile(coords.string(), text)) return {};
+  std::string text, ignoredWhy;
+  if (!tqfd::ReadWholeFile(coords.string(), limits::kListBytes, text, ignoredWhy)) return {};
   const auto positions = ParseCoordsPositions(text);
   if (positions.empty()) return {};
   std::vector<std::string> names;
@@ -150,8 +152,8 @@ bool OdmPlacement::ReadOffset(const std::string& projectDir, std::vector<std::st
                               std::string& error) {
   const Vector3 reference = toGrid_({0, 0, 0}).value_or(Vector3{});
   const fs::path coords = fs::path(projectDir) / "odm_georeferencing/coords.txt";
-  std::string text;
-  if (ReadWholeFile(coords.string(), text)) {
+  std::string text, ignoredWhy;
+  if (tqfd::ReadWholeFile(coords.string(), limits::kListBytes, text, ignoredWhy)) {
     if (const auto offset = ParseCoordsOffset(text)) {
       offset_ = *offset;
       if (std::hypot(offset_[0] - reference[0], offset_[1] - reference[1]) < 1e5) return true;
@@ -200,8 +202,9 @@ OdmPlacement::Finding OdmPlacement::FindByLayout(const OdmEvidence& evidence,
 
 OdmPlacement::Finding OdmPlacement::FindByControl(const OdmEvidence& evidence,
                                                   const OpenSfmReconstruction& file) const {
-  std::string text;
-  if (!ReadWholeFile((fs::path(evidence.projectDir) / "gcp_list.txt").string(), text)) return {};
+  std::string text, ignoredWhy;
+  const fs::path control = fs::path(evidence.projectDir) / "gcp_list.txt";
+  if (!tqfd::ReadWholeFile(control.string(), limits::kListBytes, text, ignoredWhy)) return {};
   const auto list = ParseControlList(text);
   if (!list) return {};
   std::map<std::string, const OpenSfmShot*> shots;

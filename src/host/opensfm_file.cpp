@@ -7,7 +7,9 @@
 #include <tuple>
 #include <utility>
 
+#include "core/limits.h"
 #include "core/numeric.h"
+#include "host/json_text.h"
 
 namespace tqtortho::host {
 namespace {
@@ -169,11 +171,23 @@ void ReadLargest(const Json& largest, OpenSfmReconstruction& out) {
 
 std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json, std::string& error) {
   // The sparse points are most of the file and of no use here.
-  const auto skipPoints = [](int, Json::parse_event_t event, Json& parsed) {
-    return event != Json::parse_event_t::key || !parsed.is_string() ||
-           parsed.get_ref<const std::string&>() != "points";
+  // Shots are counted on the way, so that a file of a million ends at the limit. Keys of a
+  // reconstruction stand at depth 2, names of shots at depth 3.
+  int shots = 0;
+  bool inShots = false;
+  const auto skipPoints = [&](int depth, Json::parse_event_t event, Json& parsed) {
+    if (event == Json::parse_event_t::object_start && depth == 1) shots = 0;
+    if (event != Json::parse_event_t::key || !parsed.is_string()) return true;
+    if (depth == 2) inShots = parsed.get_ref<const std::string&>() == "shots";
+    if (depth == 3 && inShots && ++shots > limits::kPhotos) throw EndOfParsing{};
+    return parsed.get_ref<const std::string&>() != "points";
   };
-  const Json root = Json::parse(json.begin(), json.end(), skipPoints, false);
+  const Json root = ParseJson(json, skipPoints);
+  if (shots > limits::kPhotos) {
+    error = "holds more than " + std::to_string(limits::kPhotos) +
+            " photos, the most that a job numbers; split the project";
+    return std::nullopt;
+  }
   if (root.is_discarded() || !root.is_array()) {
     error = "is no reconstruction list (damaged or cut short?); export the project again";
     return std::nullopt;
@@ -205,7 +219,7 @@ std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json, std::st
 }
 
 bool ParseOpenSfmReference(std::string_view json, OpenSfmReconstruction& out) {
-  const Json root = Json::parse(json.begin(), json.end(), nullptr, false);
+  const Json root = ParseJson(json);
   return ReadReference(root, out);
 }
 

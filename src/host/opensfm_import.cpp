@@ -2,17 +2,18 @@
 #include "host/opensfm_import.h"
 
 #include <filesystem>
-#include <fstream>
 #include <numbers>
 #include <system_error>
 #include <utility>
 
+#include "core/limits.h"
 #include "host/map_frame.h"
 #include "host/number_text.h"
 #include "host/odm_frame.h"
 #include "host/odm_import.h"
 #include "host/opensfm_file.h"
 #include "host/table_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -30,7 +31,13 @@ bool FindReference(const fs::path& file, OpenSfmReconstruction& reconstruction,
   if (reconstruction.hasReference) return true;
   const fs::path beside = file.parent_path() / "reference_lla.json";
   std::string text;
-  if (!ReadWholeFile(beside.string(), text)) {
+  std::error_code ignored;
+  if (fs::exists(beside, ignored)) {
+    if (!tqfd::ReadWholeFile(beside.string(), limits::kSmallFileBytes, text, error)) {
+      error = "its reference " + error;
+      return false;
+    }
+  } else {
     error = "has no reference_lla, and there is no " + beside.string() +
             ": it is not georeferenced; process it with photo positions, or say with --crs and " +
             "--offset where it lies";
@@ -80,10 +87,7 @@ bool LooksLikeOpenSfm(const std::string& path) {
   const fs::path file = ReconstructionOf(path);
   std::error_code ignored;
   if (!fs::is_regular_file(file, ignored)) return false;
-  std::ifstream in(file, std::ios::binary);
-  std::string start(4096, '\0');
-  in.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
+  const std::string start = tqfd::ReadFileStart(file.string(), 4096);
   // A list of objects, of which the first begins with one of the keys of a reconstruction.
   const std::size_t list = start.find_first_not_of(" \t\r\n");
   if (list == std::string::npos || start[list] != '[') return false;
@@ -102,9 +106,10 @@ bool LooksLikeOpenSfm(const std::string& path) {
 std::optional<Survey> ImportOpenSfm(const ImportRequest& request, std::string& error) {
   const fs::path file = ReconstructionOf(request.path);
   std::string text;
-  if (!ReadWholeFile(file.string(), text)) {
-    error = file.string() + ": cannot be read; give the folder of an OpenSfM project that was " +
-            "reconstructed, or its reconstruction.json";
+  if (!tqfd::ReadWholeFile(file.string(), limits::kReconstructionBytes, text, error)) {
+    error +=
+        "; give the folder of an OpenSfM project that was "
+        "reconstructed, or its reconstruction.json";
     return std::nullopt;
   }
   const fs::path folder = fs::absolute(file).lexically_normal().parent_path();

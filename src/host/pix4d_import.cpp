@@ -4,18 +4,19 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <system_error>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "geo/RasterTools.h"
 #include "host/map_frame.h"
 #include "host/number_text.h"
 #include "host/odm_frame.h"
 #include "host/pix4d_file.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -29,13 +30,7 @@ constexpr std::string_view kCalibrated = "calibrated_camera_parameters.txt";
 constexpr std::string_view kOffset = "offset.xyz";
 constexpr std::string_view kMap = "wkt.prj";
 
-std::string StartOf(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string start(1024, '\0');
-  in.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
-  return start;
-}
+std::string StartOf(const fs::path& path) { return tqfd::ReadFileStart(path.string(), 1024); }
 
 /// The files of a params folder that a path means; empty names where there is none.
 struct ParamFiles {
@@ -103,9 +98,7 @@ std::optional<ParamFiles> FindFiles(const std::string& path) {
 }
 
 bool ReadFile(const fs::path& path, std::string& text, std::string& error) {
-  if (ReadWholeFile(path.string(), text)) return true;
-  error = path.string() + ": cannot be read";
-  return false;
+  return tqfd::ReadWholeFile(path.string(), limits::kExportBytes, text, error);
 }
 
 /// External positions are those of the output coordinate system, but some files hold them relative

@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "host/calibration_file.h"
 #include "host/geodesy.h"
 #include "host/map_frame.h"
@@ -17,6 +17,7 @@
 #include "host/pix4d_file.h"
 #include "host/pose_table.h"
 #include "host/table_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -26,10 +27,7 @@ namespace fs = std::filesystem;
 bool IsTable(const fs::path& path) {
   std::error_code ignored;
   if (!fs::is_regular_file(path, ignored)) return false;
-  std::ifstream in(path, std::ios::binary);
-  std::string start(16384, '\0');
-  in.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
+  const std::string start = tqfd::ReadFileStart(path.string(), 16384);
   // That program's files come with a calibration of their own and have an importer of their own.
   return IsPoseTableText(start) && !IsPix4dExternalText(start);
 }
@@ -141,8 +139,9 @@ std::optional<PlacedProject> ReadProject(const fs::path& file, const ImportReque
                                          const std::string& mapWkt, std::vector<std::string>& notes,
                                          std::string& error) {
   std::string text;
-  if (!ReadWholeFile(file.string(), text)) {
-    error = "cannot be read";
+  // The caller puts the file's name before the line.
+  if (!tqfd::ReadWholeFile(file.string(), limits::kExportBytes, text, error)) {
+    error = error.substr(file.string().size() + 2);
     return std::nullopt;
   }
   auto table = ParsePoseTable(text, error);
@@ -153,8 +152,8 @@ std::optional<PlacedProject> ReadProject(const fs::path& file, const ImportReque
     error = "no calibration: give it with --camera-file, or put a camera.yaml beside";
     return std::nullopt;
   }
-  if (!ReadWholeFile(calibration, text)) {
-    error = "its calibration " + calibration + " cannot be read";
+  if (!tqfd::ReadWholeFile(calibration, limits::kSmallFileBytes, text, error)) {
+    error = "its calibration " + error;
     return std::nullopt;
   }
   auto cameras = ParseCalibrations(text, error);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <system_error>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "host/pose_csv_import.h"
 #include "host/survey_reader.h"
 #include "host/table_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -33,12 +33,7 @@ fs::path ListFolder(const std::string& path) {
 
 /// Both lists begin with a line that is a count and nothing else.
 bool BeginsWithCount(const fs::path& file) {
-  std::error_code ignored;
-  if (!fs::is_regular_file(file, ignored)) return false;
-  std::ifstream in(file, std::ios::binary);
-  std::string start(64, '\0');
-  in.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(std::max<std::streamsize>(0, in.gcount())));
+  const std::string start = tqfd::ReadFileStart(file.string(), 64);
   TextLines lines(start);
   std::string_view line;
   return lines.Next(line) && ReadInt(Trimmed(line)).has_value();

@@ -4,15 +4,16 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <numbers>
 #include <set>
 #include <system_error>
 #include <utility>
 
+#include "core/limits.h"
 #include "core/stop_flag.h"
 #include "host/number_text.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho::host {
 namespace {
@@ -20,8 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kMostProblems = 100;
-constexpr std::size_t kLongestName = 250;
-constexpr int kMostEntries = 10'000'000;
+constexpr std::size_t kLongestName = limits::kNameBytes;
 constexpr double kLargestImage = 1e6;
 // A principal point lies within a few per cent of the image centre; nearer to the border than this
 // it was given in another unit or measured from the centre.
@@ -272,6 +272,13 @@ void ReadPhotoLine(std::string_view line, const std::string& path, LineReader& l
     return lines.Problem(who + ": name is longer than " + std::to_string(kLongestName) +
                          " bytes; rename the photo");
   }
+  // A block's folder may lie anywhere; its line says where. A photo's name says no more than which.
+  const fs::path name(photo.name);
+  if (name.is_absolute() || std::find(name.begin(), name.end(), "..") != name.end()) {
+    return lines.Problem(who +
+                         " leads out of the folder of its block; name its own folder in the "
+                         "line below the count of a block");
+  }
   double* const targets[] = {&photo.x, &photo.y, &photo.z, &photo.omega, &photo.phi, &photo.kappa};
   for (std::size_t i = 0; i < std::size(targets); ++i) {
     const auto value = ReadDouble(fields[i + 1]);
@@ -304,11 +311,18 @@ void ReadBlocks(LineReader& lines, const fs::path& folder, const std::set<int>* 
   const auto count = lines.WholeNumber("the number of photo blocks", 1);
   if (!count) return;
   std::set<std::string> seen;
+  std::int64_t total = 0;
   for (int b = 0; b < *count; ++b) {
     const std::string which = "block " + std::to_string(b + 1) + " of " + std::to_string(*count);
     const auto photos = lines.WholeNumber("the number of photos of " + which, 0);
     if (!photos) return;
-    if (*photos > kMostEntries) return lines.Problem("the number of photos is out of reason");
+    total += *photos;
+    if (total > limits::kPhotos) {
+      return lines.Problem("the list holds " + std::to_string(total) +
+                           " photos so far; a job has "
+                           "at most " +
+                           std::to_string(limits::kPhotos) + ", split the survey");
+    }
     std::string_view path;
     if (!lines.Next(path) || LineReader::Fields(path).empty()) {
       return lines.Problem("the folder of " + which + " is missing; it stands below the count");
@@ -331,14 +345,10 @@ void ReadBlocks(LineReader& lines, const fs::path& folder, const std::set<int>* 
   lines.ExpectEnd("photo blocks");
 }
 
-bool ReadWhole(const std::string& path, std::string& text, std::vector<std::string>& problems) {
-  std::error_code ignored;
-  std::ifstream in(path, std::ios::binary);
-  if (in && !fs::is_directory(path, ignored)) {
-    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (!in.bad()) return true;
-  }
-  problems.push_back(path + ": cannot be read; check the path");
+bool ReadList(const std::string& path, std::string& text, std::vector<std::string>& problems) {
+  std::string error;
+  if (tqfd::ReadWholeFile(path, limits::kListBytes, text, error)) return true;
+  problems.push_back(error + "; check the path");
   return false;
 }
 
@@ -371,8 +381,8 @@ std::optional<Survey> ParseSurvey(std::string_view cameraText, const std::string
 std::optional<Survey> ReadSurvey(const std::string& cameraFile, const std::string& photoList,
                                  std::vector<std::string>& problems) {
   std::string cameras, photos;
-  const bool camerasRead = ReadWhole(cameraFile, cameras, problems);
-  const bool photosRead = ReadWhole(photoList, photos, problems);
+  const bool camerasRead = ReadList(cameraFile, cameras, problems);
+  const bool photosRead = ReadList(photoList, photos, problems);
   if (!camerasRead || !photosRead) return std::nullopt;
   return ParseSurvey(cameras, cameraFile, photos, photoList, problems);
 }

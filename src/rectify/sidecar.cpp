@@ -8,7 +8,9 @@
 #include <system_error>
 
 #include "core/c_locale.h"
+#include "core/limits.h"
 #include "core/numeric.h"
+#include "tqfd/FileInput.h"
 
 namespace tqtortho {
 
@@ -47,6 +49,7 @@ bool WriteSidecar(const std::string& path, const Sidecar& sidecar, SidecarLines 
 bool ReadSidecar(const std::string& path, Sidecar& sidecar) {
   sidecar = {};
   const CLocaleScope decimalPoints;
+  if (!tqfd::FileFault(path, limits::kListBytes).empty()) return false;
   std::FILE* file = std::fopen(path.c_str(), "rt");
   if (file == nullptr) return false;
   double v[8] = {};

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <limits>
 
+#include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "driver/param_file.h"
@@ -15,6 +16,7 @@
 #include "job/photo_files.h"
 #include "job/progress.h"
 #include "rectify/photo_camera.h"
+#include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqBinaryData.h"
@@ -77,7 +79,7 @@ bool tqTORProc::GenTextureByBlock(const std::string& orthoDir, const tqfd::Rect2
         cells.maxY > job.grid.GetHeight()) {
       return false;
     }
-    std::ifstream file(ParamFilePath());
+    std::ifstream file = tqfd::OpenInputFile(ParamFilePath(), limits::kListBytes);
     ParamHeader header;
     if (file && ParamFileReader(file).ReadHeader(header)) {
       job.dsmPath = header.dsmPath;

@@ -3,11 +3,13 @@
 #include <cmath>
 #include <fstream>
 
+#include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "driver/param_file.h"
 #include "job/call_guard.h"
 #include "job/photo_files.h"
+#include "tqfd/FileInput.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/mosaic_grid.h"
 
@@ -26,7 +28,7 @@ bool tqTORProc::GetGlobalGeoInfoFromFile(tqfd::Rect2_T<double>& rect, double& re
                                          std::vector<std::vector<tqfd::Point2_T<int>>>* stripPhotos,
                                          std::vector<tqfd::Rect2_T<double>>* stripRects) {
   return Guarded([&] {
-    std::ifstream file(ParamFilePath());
+    std::ifstream file = tqfd::OpenInputFile(ParamFilePath(), limits::kListBytes);
     if (!file.is_open()) return false;
     ParamHeader header;
     if (!ParamFileReader(file).ReadHeader(header)) return false;

@@ -20,7 +20,7 @@ using tqimage::GdalScope;
 
 /// Writes the virtual raster in memory: there, the source's path stays absolute.
 bool Translate(const std::string& path, const std::string& target, CPLStringList& arguments) {
-  const DatasetPtr source(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY));
+  const DatasetPtr source = tqimage::OpenRaster(path, false);
   GDALTranslateOptions* const options =
       source ? GDALTranslateOptionsNew(arguments.List(), nullptr) : nullptr;
   if (options == nullptr) return false;
@@ -39,6 +39,10 @@ std::optional<std::string> BandChoiceVrt(const std::string& path, const std::vec
   static std::atomic<unsigned> counter{0};
   RasterSummary summary;
   if (!DescribeRaster(path, summary, error)) return std::nullopt;
+  if (summary.format == "VRT") {
+    error = path + ": is a virtual raster; photos are files of their own";
+    return std::nullopt;
+  }
   const int last = *std::max_element(bands.begin(), bands.end());
   if (last > summary.bands) {
     error = path + ": has " + std::to_string(summary.bands) + " bands, not band " +

@@ -2,6 +2,7 @@
 #include "geo/Crs.h"
 
 #include <cpl_conv.h>
+#include <cpl_string.h>
 #include <ogr_spatialref.h>
 
 #include <cmath>
@@ -11,10 +12,28 @@
 namespace geo {
 namespace {
 
+/// Whether a text leads to a grid or dictionary at some path, which PROJ would open: behind
+/// "+nadgrids=", "+geoidgrids=" or "+init=", inside WKT as well, or as a parameter file of WKT 2.
+bool NamesFile(const std::string& text) {
+  const CPLString lower = CPLString(text).tolower();
+  for (const char* mark : {"grids=", "init=", "file=", "parameterfile["}) {
+    for (std::size_t at = lower.find(mark); at != std::string::npos;
+         at = lower.find(mark, at + 1)) {
+      const std::size_t from = at + std::string(mark).size();
+      const std::size_t end = *(mark + std::string(mark).size() - 1) == '['
+                                  ? lower.find(']', from)
+                                  : lower.find_first_of(" \"]", from);
+      const std::string named = lower.substr(from, end == std::string::npos ? end : end - from);
+      if (named.find_first_of("/\\") != std::string::npos) return true;
+    }
+  }
+  return false;
+}
+
 /// The text as a CRS with x east and y north, whatever axis order its authority has. Never reads a
 /// file or the network, though GDAL would for texts that look like a path or an address.
 bool ParseCrs(const std::string& text, OGRSpatialReference& crs) {
-  if (text.empty()) return false;
+  if (text.empty() || NamesFile(text)) return false;
   if (crs.SetFromUserInput(text.c_str(),
                            OGRSpatialReference::SET_FROM_USER_INPUT_LIMITATIONS_get()) !=
       OGRERR_NONE) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "internal/gdal_raster.h"
+#include "tqfd/FileInput.h"
 
 namespace geo {
 namespace {
@@ -88,8 +89,9 @@ bool TiffEndsEarly(const std::string& path, std::int64_t size) {
 }  // namespace
 
 bool EndsEarly(const std::string& path) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  std::ifstream in = tqfd::OpenInputFile(path, INT64_MAX);
   if (!in) return false;
+  in.seekg(0, std::ios::end);
   const std::int64_t size = in.tellg();
   const Bytes head = ReadAt(in, 0, 8);
   if (head.size() < 8) return false;

@@ -156,15 +156,8 @@ bool DescribeRaster(const std::string& path, RasterSummary& summary, std::string
   summary = {};
   error.clear();
   const GdalScope scope;
-  if (!tqimage::FileExists(path)) {
-    error = path + ": no such file";
-    return false;
-  }
-  const DatasetPtr file = tqimage::OpenRaster(path, false);
-  if (!file) {
-    error = path + ": not a raster" + (scope.Failed() ? " (" + scope.Message() + ")" : "");
-    return false;
-  }
+  const DatasetPtr file = tqimage::OpenRaster(path, false, &error);
+  if (!file) return false;
   GDALRasterBand* head = file->GetRasterBand(1);
   summary.width = file->GetRasterXSize();
   summary.height = file->GetRasterYSize();

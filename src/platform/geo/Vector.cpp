@@ -7,7 +7,7 @@
 #include <optional>
 
 #include "geo/Crs.h"
-#include "internal/gdal_raster.h"
+#include "internal/open_policy.h"
 
 namespace geo {
 namespace {
@@ -55,16 +55,9 @@ bool ReadPolygon(const std::string& path, const std::string& targetCrs,
   ring.clear();
   error.clear();
   const tqimage::GdalScope scope;
-  if (!tqimage::FileExists(path)) {
-    error = path + ": no such file";
-    return false;
-  }
-  const tqimage::DatasetPtr file(GDALDataset::FromHandle(
-      GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
-  if (!file) {
-    error = path + ": not a vector file" + (scope.Failed() ? " (" + scope.Message() + ")" : "");
-    return false;
-  }
+  const tqimage::DatasetPtr file = tqimage::OpenVector(path, error);
+  if (!file) return false;
+  const tqimage::NoFetching offline;
   std::string fileCrs;
   const std::unique_ptr<OGRPolygon> polygon = FirstPolygon(*file, fileCrs);
   const OGRLinearRing* outer = polygon ? polygon->getExteriorRing() : nullptr;

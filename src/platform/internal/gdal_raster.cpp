@@ -92,15 +92,6 @@ bool FileExists(const std::string& path) {
          VSIStatExL(path.c_str(), &status, VSI_STAT_EXISTS_FLAG | VSI_STAT_NATURE_FLAG) == 0;
 }
 
-DatasetPtr OpenRaster(const std::string& path, bool update) {
-  if (!FileExists(path)) return nullptr;
-  const unsigned flags = GDAL_OF_RASTER | (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY);
-  DatasetPtr dataset(
-      GDALDataset::FromHandle(GDALOpenEx(path.c_str(), flags, nullptr, nullptr, nullptr)));
-  if (dataset && dataset->GetRasterCount() < 1) return nullptr;
-  return dataset;
-}
-
 GeoCoefficients ReadGeoreference(GDALDataset& dataset) {
   const int cols = dataset.GetRasterXSize();
   const int rows = dataset.GetRasterYSize();

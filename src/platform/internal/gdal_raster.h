@@ -28,8 +28,10 @@ using DatasetPtr = std::unique_ptr<GDALDataset, GdalCloser>;
 [[nodiscard]] bool FitsInMemory(std::int64_t width, std::int64_t height, std::int64_t bands,
                                 std::size_t sampleSize);
 
-/// Opens an existing raster file with at least one band; never a network address or inline text.
-[[nodiscard]] DatasetPtr OpenRaster(const std::string& path, bool update);
+/// Opens an existing raster file with at least one band, of a kind that internal/open_policy.h
+/// allows; else null, with one line in `why`.
+[[nodiscard]] DatasetPtr OpenRaster(const std::string& path, bool update,
+                                    std::string* why = nullptr);
 
 /// The georeference of a file, half a cell moved to the centre of the first cell. Without one:
 /// origin (0, 0), resolution (1, -1).
