@@ -2,7 +2,7 @@
 # What is installed beside the programs, and the Debian package that "cpack -G DEB" makes of all of it.
 
 # The tree below share/doc/tqtortho is that of the sources, so that links between the documents hold.
-install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
   FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.jpg")

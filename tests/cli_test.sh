@@ -107,9 +107,9 @@ changed "below the surface" 'NR>3 {$4=-50}'
 changed "try --crs EPSG:4326" 'NR>3 {$2=15.0; $3=48.75}'
 changed "no photo shows any of the DSM" 'NR>3 {$2=$2+600}'
 expect 2 "cannot be written" run "${lists[@]}" --out /proc/nowhere
-expect 2 "no such parameter file" "$tqtortho" block --param none.txt --number 1
+expect 2 "a job leaves its parameter file" "$tqtortho" block --param none.txt --number 1
 expect 1 "block 99" "$tqtortho" block --param $state/ortho_data/orParam.txt --number 99
-expect 2 "no such parameter file" "$tqtortho" thumbnails --param none.txt --number 1
+expect 2 "a job leaves its parameter file" "$tqtortho" thumbnails --param none.txt --number 1
 expect 1 "block 99" "$tqtortho" thumbnails --param $state/ortho_data/orParam.txt --number 99
 expect 2 "no/such.tif" "$tqtortho" border --dsm no/such.tif --out m.tif
 expect 2 "--step" "$tqtortho" border --dsm town/dsm.tif --out m.tif --step 0

@@ -48,7 +48,7 @@ fi
 share=$root/usr/share
 for file in bash-completion/completions/tqtortho zsh/site-functions/_tqtortho \
   fish/vendor_completions.d/tqtortho.fish doc/tqtortho/copyright doc/tqtortho/changelog.gz \
-  doc/tqtortho/README.md doc/tqtortho/docs/output_files.md ../lib/cmake/tqtortho/tqtorthoConfig.cmake; do
+  doc/tqtortho/README.md doc/tqtortho/SECURITY.md doc/tqtortho/docs/output_files.md ../lib/cmake/tqtortho/tqtorthoConfig.cmake; do
   [ -s "$share/$file" ] || fail "the package lacks $file"
 done
 gzip -dc "$share/man/man1/tqtortho.1.gz" | cmp - "$build/apps/tqtortho/pages/tqtortho.1"

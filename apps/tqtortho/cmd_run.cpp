@@ -150,6 +150,10 @@ int Run(RunArguments& arguments) {
   if (!survey) return kBadInput;
   host::RunOptions& run = arguments.run;
   run.dsmPath = arguments.source.dsm.empty() ? survey->dsmPath : arguments.source.dsm;
+  if (!run.dsmPath.empty()) {
+    const std::string fault = tqfd::FileFault(run.dsmPath, INT64_MAX);
+    if (!fault.empty()) return Fail(kBadInput, fault);
+  }
   run.resampling = arguments.resampling == "nearest" ? 0 : 1;
   if (arguments.gsd >= 0) run.gsd = arguments.gsd;
   run.finish = arguments.finish == "none"   ? host::Finish::kNone
