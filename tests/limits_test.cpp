@@ -106,7 +106,7 @@ TEST(LimitsTest, TheValueItselfPassesAndOneMoreIsRefused) {
       {"pixels of a photo's side", limits::kPhotoSide, side, "65535"},
       {"bands of a photo of 500 million pixels", 4, samples, "2000000000"},
       {"cells of a surface", limits::kSurfaceCells, surface, "2000000000"},
-      {"rows of a surface in 22 MB of memory", 1000, memory, "0.022 GB"},
+      {"rows of a surface in 22 MB of memory", 1000, memory, "has 0.022 GB"},
   };
   for (const std::int64_t bytes :
        {limits::kListBytes, limits::kExportBytes, limits::kReconstructionBytes,

@@ -171,18 +171,19 @@ void ReadLargest(const Json& largest, OpenSfmReconstruction& out) {
 
 std::optional<OpenSfmReconstruction> ParseOpenSfm(std::string_view json, std::string& error) {
   // The sparse points are most of the file and of no use here.
-  // Shots are counted on the way, so that a file of a million ends at the limit. Keys of a
-  // reconstruction stand at depth 2, names of shots at depth 3.
+  // Shots are counted on the way, so that a file of a million ends at the limit. Members of a
+  // reconstruction stand at depth 2, shots at depth 3.
   int shots = 0;
   bool inShots = false;
-  const auto skipPoints = [&](int depth, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::object_start && depth == 1) shots = 0;
-    if (event != Json::parse_event_t::key || !parsed.is_string()) return true;
-    if (depth == 2) inShots = parsed.get_ref<const std::string&>() == "shots";
-    if (depth == 3 && inShots && ++shots > limits::kPhotos) throw EndOfParsing{};
-    return parsed.get_ref<const std::string&>() != "points";
+  const auto filter = [&](int depth, const std::string& key) {
+    if (depth == 2) {
+      inShots = key == "shots";
+      if (inShots) shots = 0;
+    }
+    if (depth == 3 && inShots && ++shots > limits::kPhotos) return JsonMember::kEnd;
+    return key == "points" ? JsonMember::kSkip : JsonMember::kTake;
   };
-  const Json root = ParseJson(json, skipPoints);
+  const Json root = ParseJson(json, filter);
   if (shots > limits::kPhotos) {
     error = "holds more than " + std::to_string(limits::kPhotos) +
             " photos, the most that a job numbers; split the project";

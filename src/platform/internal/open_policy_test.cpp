@@ -235,7 +235,7 @@ TEST(OpenPolicyTest, TextsOfCoordinateSystemsNameNoFileAndNoAddress) {
   const TempDir dir;
   const std::string prj = dir.Write("a.prj", geo::CrsToWkt("EPSG:32651"));
   for (const std::string& text :
-       {prj, "http://127.0.0.1:9/crs", "/vsicurl/http://127.0.0.1:9/crs",
+       {prj, std::string("http://127.0.0.1:9/crs"), std::string("/vsicurl/http://127.0.0.1:9/crs"),
         "+proj=longlat +ellps=bessel +nadgrids=" + dir.File("pipe") + " +type=crs",
         "+init=" + dir.File("pipe") + ":1"}) {
     EXPECT_FALSE(geo::DescribeCrs(text)) << text;
