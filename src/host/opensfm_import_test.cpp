@@ -129,7 +129,7 @@ TEST(OpenSfmImportTest, EachFaultIsNamedWithTheWayOut) {
   const auto fails = [&](const ImportRequest& request, const std::string& words) {
     EXPECT_THAT(Said(ImportOpenSfm, request), HasSubstr(words));
   };
-  fails(project.Request(""), "reconstruction.json: cannot be read; give the folder");
+  fails(project.Request(""), "reconstruction.json: cannot be read (no such file); give the folder");
   project.Write(true);
   ImportRequest request = project.Request("");
   request.dsmPath.clear();
