@@ -105,7 +105,7 @@ TEST(LimitsTest, TheValueItselfPassesAndOneMoreIsRefused) {
        [](std::int64_t n) { return NestingProblem(static_cast<int>(n)); }, "nested"},
       {"pixels of a photo's side", limits::kPhotoSide, side, "65535"},
       {"bands of a photo of 500 million pixels", 4, samples, "2000000000"},
-      {"cells of a surface", limits::kSurfaceCells, surface, "2000000000"},
+      {"cells of a surface", limits::kSurfaceCells, surface, "2,000,000,000"},
       {"rows of a surface in 22 MB of memory", 1000, memory, "has 0.022 GB"},
   };
   for (const std::int64_t bytes :
