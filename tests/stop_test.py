@@ -189,6 +189,7 @@ def main():
 
     # Rasters of kilobytes that claim billions of cells; lists of many photos.
     write_sparse("large.tif", 40000, 40000)
+    write_sparse("largest.tif", 32000, 32000)  # near the most that rays are traced through
     write_sparse("endless.tif", 1000000, 1000000)
     with open("town/photos.txt") as file:
         head = [next(file) for _ in range(4)]
@@ -201,8 +202,8 @@ def main():
     many = ["--cameras", "town/cameras.txt", "--photos", "many.txt"]
     table = [
         ("border", ["border", "--dsm", "large.tif", "--out", "border.tif"], (0.3, 1.5)),
-        ("trace", ["trace", "--dsm", "large.tif", "--position", "503000,5397000,900", "--rect",
-                   "500000,5394000,506000,5400000", "--gsd", "0.5", "--method", "full", "--out",
+        ("trace", ["trace", "--dsm", "largest.tif", "--position", "502000,5398000,900", "--rect",
+                   "500000,5396000,504000,5400000", "--gsd", "0.5", "--method", "full", "--out",
                    "trace.tif"], (0.3, 0.6)),
         ("self-test", ["self-test", "st_dsm.tif", "st_mask.tif"], (0.3, 0.8)),
         ("sample", ["sample", "--out", "town2", "--size", "200", "--photos", "40", "--photo-gsd",
