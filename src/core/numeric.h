@@ -31,10 +31,14 @@ inline int TruncToInt(double value) {
   return static_cast<int>(value);
 }
 
-/// As TruncToInt, for sizes that are multiplied before they are checked.
+/// What TruncToInt64 saturates at. Far beyond every size that can be held, and small enough that
+/// sums and differences of a few saturated sizes still fit 64 bits.
+inline constexpr std::int64_t kHugeSize = std::int64_t{1} << 60;
+
+/// As TruncToInt, for sizes and positions that are added up before they are checked.
 inline std::int64_t TruncToInt64(double value) {
-  if (!(value > -9.2e18)) return std::numeric_limits<std::int64_t>::min();
-  if (value >= 9.2e18) return std::numeric_limits<std::int64_t>::max();
+  if (!(value > -static_cast<double>(kHugeSize))) return -kHugeSize;
+  if (value >= static_cast<double>(kHugeSize)) return kHugeSize;
   return static_cast<std::int64_t>(value);
 }
 

@@ -19,8 +19,7 @@ constexpr double kLowestRay = 0.1;
 std::optional<Point> Ideal(const LensDistortion& lens, Point recorded) {
   Point ideal = recorded;
   for (int pass = 0; pass < 30; ++pass) {
-    const auto seen =
-        RecordedFromIdeal(lens, {static_cast<float>(ideal.x), static_cast<float>(ideal.y)});
+    const auto seen = RecordedFromIdeal(lens, {NarrowToFloat(ideal.x), NarrowToFloat(ideal.y)});
     const double dx = recorded.x - seen.x, dy = recorded.y - seen.y;
     if (!std::isfinite(dx) || !std::isfinite(dy)) return std::nullopt;
     if (std::hypot(dx, dy) < 0.5) return ideal;  // outlines are for looking at

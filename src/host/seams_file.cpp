@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "geo/RasterTools.h"
 #include "geo/VectorFile.h"
@@ -191,7 +192,7 @@ class SeamsWriter {
     const auto cell = at_.GetResolution();
     const double cellArea = std::abs(cell.x * cell.y);
     const auto values = [&](int number, double area) -> std::vector<FieldValue> {
-      const auto cells = static_cast<std::int64_t>(std::llround(area / cellArea));
+      const auto cells = TruncToInt64(std::round(area / cellArea));
       return {NameOf(number), std::int64_t{number}, area, PercentSupplied(cells)};
     };
     return file_.AddRegions(regions_, sourcePath_, values,

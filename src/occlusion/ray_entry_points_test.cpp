@@ -201,6 +201,8 @@ TEST_F(EntryPointTest, FailuresLeaveNoMask) {
   const std::string bytes = testing::ReadText(Dsm());
   dir_.Write("text.tif", "no raster");
   dir_.Write("half.tif", bytes.substr(0, bytes.size() / 2));
+  const float level[4] = {1, 1, 1, 1};
+  Write("fine.tif", tqimage::kFloat32, level, 2, 2, 1e-300);
   struct Case {
     const char* name;
     std::function<void(tqExtOri&)> damage;
@@ -224,6 +226,16 @@ TEST_F(EntryPointTest, FailuresLeaveNoMask) {
       {"inverted", rect({kX0 + 100, kY0 - 10, kX0 + 10, kY0 - 100})},
       {"NaN rectangle", rect({nan, nan, nan, nan})},
       {"huge rectangle", rect({-1e9, -1e9, 1e9, 1e9})},
+      // Sizes beyond 64 bits.
+      {"rectangle of all doubles", rect({-1e308, -1e308, 1e308, 1e308})},
+      {"rectangle of one half", rect({kX0, -1e308, 1e308, kY0})},
+      {"endless rectangle", rect({-HUGE_VAL, -HUGE_VAL, HUGE_VAL, HUGE_VAL})},
+      {"endless to the east", rect({kX0, kY0 - 100, HUGE_VAL, kY0})},
+      {"endless to the south", rect({kX0, -HUGE_VAL, kX0 + 100, kY0})},
+      {"distance next to zero", gsd(1e-300, -1e-300)},
+      {"least distance", gsd(5e-324, -5e-324)},
+      {"distance of all doubles", gsd(1e308, -5e-324)},
+      {"DSM cells next to zero", nothing, "fine.tif"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -145,5 +145,39 @@ TEST_F(RectifyPhotoTest, CameraThatCannotProjectIsRefused) {
   EXPECT_FALSE(Run(false));
 }
 
+// Any number anywhere: the photo fails, or the output is as large as it says.
+TEST_F(RectifyPhotoTest, NoNumberMakesASizeThatTheDataDoNotHave) {
+  const PhotoScene good = scene;
+  const auto slots = [](PhotoScene& s) {
+    return std::vector<double*>{
+        &s.parameters[0],     &s.parameters[1],     &s.pose.geoRect.minX, &s.pose.geoRect.minY,
+        &s.pose.geoRect.maxX, &s.pose.geoRect.maxY, &s.dsm.geoRect[0],    &s.dsm.geoRect[1],
+        &s.dsm.geoRect[2],    &s.dsm.geoRect[3],    &s.dsm.resX,          &s.dsm.resY,
+        &s.dsm.noData,        &s.dsm.defaultZ,      &s.pose.position[0],  &s.pose.position[2]};
+  };
+  const double numbers[] = {1e308, -1e308, HUGE_VAL, -HUGE_VAL, std::nan(""), 5e-324, 1e-300, 4e9};
+  int failed = 0;
+  for (std::size_t slot = 0; slot < slots(scene).size(); ++slot) {
+    for (const double number : numbers) {
+      for (const bool estimate : {true, false}) {
+        SCOPED_TRACE(std::to_string(slot) + " holds " + std::to_string(number));
+        scene = good;
+        output = PhotoInfo();
+        *slots(scene)[slot] = number;
+        std::vector<std::uint8_t> occlusion;
+        const bool done = Run(estimate, estimate ? nullptr : &occlusion);
+        failed += done ? 0 : 1;
+        const auto cells = static_cast<std::size_t>(output.width) * output.height;
+        if (!done) EXPECT_EQ(cells, 0U);
+        if (done && !estimate) {
+          EXPECT_EQ(output.data.size(), cells * output.bands);
+          EXPECT_EQ(occlusion.size(), cells);
+        }
+      }
+    }
+  }
+  EXPECT_GT(failed, 60);
+}
+
 }  // namespace
 }  // namespace tqtortho

@@ -25,6 +25,9 @@ using tqimage::GeoCoefficients;
 using tqimage::TqImage;
 using tqorkit::tqExtOri;
 
+/// Cells of a photo's ownership mask.
+constexpr int kMostMaskCells = 1 << 30;
+
 /// A strip's cells in the texture raster; last column and row are exclusive.
 using CellWindow = tqfd::Rect2_T<int>;
 
@@ -101,6 +104,8 @@ void OwnPhoto(const UpdateJob& job, const tqExtOri& photo, int label,
     PrintMessage(message::kSizeError);
     return;
   }
+  // A row or column more is saved than asked for here; what cannot be held at all is left out.
+  if (width > kMostMaskCells / height) return;
   std::vector<std::uint8_t> mask(static_cast<std::size_t>(width) *
                                  static_cast<std::size_t>(height));
   FillOwnership(stripMap, label, mask);

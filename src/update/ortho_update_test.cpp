@@ -163,6 +163,20 @@ TEST(OrthoUpdateTest, NarrowPhotosAndUnreadableFilesAreLeftOutAlone) {
   EXPECT_THAT(calls.percents, ElementsAre(25, 50, 75, 100, 125));
 }
 
+TEST(OrthoUpdateTest, AFootprintWithoutEndLeavesTheOtherPhotosAsTheyAre) {
+  for (const tqfd::Rect2_T<double>& rect :
+       {tqfd::Rect2_T<double>{-1e308, -1e308, 1e308, 1e308}, {0, 0, 1e308, 1}, {0, -1e300, 1, 1}}) {
+    Job job;
+    job.photoBlocks[0].GetPhotos()[0].SetGeoRect(rect);
+    CaptureStdout();
+    (void)job.Update();
+    (void)job.Mark();
+    GetCapturedStdout();
+    EXPECT_FALSE(std::filesystem::exists(job.Owned(0))) << rect.maxX;
+    EXPECT_EQ(LoadRecord(job.Ortho(0)).width, kTwo[0].cols);
+  }
+}
+
 TEST(OrthoUpdateTest, AMissingMapIsToldAndLeavesThePhotosAlone) {
   Job job;
   std::filesystem::remove(PixMapPath());

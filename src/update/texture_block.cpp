@@ -180,7 +180,7 @@ class BlockMaker {
     std::vector<float> heights = ReadHeights(job_, part);
     heights.resize(rating.size(), std::numeric_limits<float>::quiet_NaN());
     for (float& height : heights) {
-      if (std::isnan(height)) height = static_cast<float>(job_.startHeight);
+      if (std::isnan(height)) height = NarrowToFloat(job_.startHeight);
     }
     const auto corner = job_.grid.Raster2World(part.firstCol, part.firstRow);
     ViewRatingOptions options;

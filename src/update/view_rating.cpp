@@ -126,12 +126,12 @@ void RateView(const PhotoCamera& camera, const VisibilityLattice& lattice,
   const cv::Mat toHidden = DistanceTo(rating, kHiddenView, options.hiddenMargin);
   const cv::Mat toOutside = DistanceTo(rating, kOutsideView, options.frameMargin);
   const double coarsePerDepth = camera.pixelSize / camera.focal / options.cellSize;
-  const auto cameraZ = static_cast<float>(camera.centre.z);
+  const float cameraZ = NarrowToFloat(camera.centre.z);
   std::vector<float> tangents(static_cast<std::size_t>(rating.cols));
   std::vector<float> squares(tangents.size());  // of the distance along the row
   for (int col = 0; col < rating.cols; ++col) {
     const double dX = lattice.firstX + col * lattice.step - camera.centre.x;
-    squares[col] = static_cast<float>(dX * dX);
+    squares[col] = NarrowToFloat(dX * dX);
   }
   for (int row = 0; row < rating.rows; ++row) {
     GiveUpIfRaised(options.stop);
@@ -140,11 +140,12 @@ void RateView(const PhotoCamera& camera, const VisibilityLattice& lattice,
     const float* outside = toOutside.ptr<float>(row);
     const float* height = heights.Row(row);
     const double dY = lattice.firstY - row * lattice.step - camera.centre.y;
+    const float squareY = NarrowToFloat(dY * dY);
     const int rowEdge = std::min(row + 1, rating.rows - row);
     // Apart from the rest, so that several cells go at once.
     for (int col = 0; col < rating.cols; ++col) {
       const float below = cameraZ - height[col];
-      tangents[col] = std::sqrt(squares[col] + static_cast<float>(dY * dY)) / below;
+      tangents[col] = std::sqrt(squares[col] + squareY) / below;
     }
     for (int col = 0; col < rating.cols; ++col) {
       if (out[col] != 0) continue;
