@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "commands.h"
 #include "core/limits.h"
 #include "driver/param_file.h"
+#include "option_checks.h"
 #include "tqfd/FileInput.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqTORProc.h"
@@ -38,6 +40,13 @@ int RunBlock(const BlockOptions& options, BlockWork work) {
   }
   ParamHeader header;
   ParamBlock block;
+  std::ifstream file = tqfd::OpenInputFile(options.param, limits::kListBytes);
+  ParamFileReader reader(file);
+  if (!reader.ReadHeader(header) || !reader.FindBlock(1)) {
+    return Fail(kBadInput, options.param +
+                               ": is no parameter file of a job (without work blocks, or a scale "
+                               "below 1 in its second line); run the job again");
+  }
   if (ReadWorkBlock(options.param.c_str(), options.number, header, block)) {
     for (const auto& photo : block.photos) {
       // Products are named by the photo: below the output folder, never beside it.
@@ -50,8 +59,8 @@ int RunBlock(const BlockOptions& options, BlockWork work) {
   }
   if (!options.tmp.empty()) tqorkit::TqFSManager::SetOutputTmpFilePath(options.tmp);
   if (!work(options.param.c_str(), options.number)) {
-    return Fail(kFailed, options.param + ": block " + std::to_string(options.number) +
-                             " is not in it, or its scale (second line) is below 1");
+    return Fail(kFailed,
+                options.param + ": block " + std::to_string(options.number) + " is not in it");
   }
   return kDone;
 }
@@ -62,11 +71,13 @@ void AddBlockCommand(CLI::App& app, int& status, const char* name, const char* d
   CLI::App* command = app.add_subcommand(name, description);
   command->add_option("--param", options->param, "parameter file of the job")
       ->required()
+      ->check(Named())
       ->type_name("FILE");
   command->add_option("--number", options->number, "block number, from 1")
       ->required()
       ->check(CLI::Range(1, 100000000));
   command->add_option("--tmp", options->tmp, "the job's temporary directory (WORK/tmp)")
+      ->check(Named())
       ->type_name("DIR");
   command->footer(footer);
   command->callback([options, &status, work] { status = RunBlock(*options, work); });

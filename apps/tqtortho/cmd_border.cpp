@@ -6,6 +6,7 @@
 #include "geo/RasterTools.h"
 #include "host/border_mask_maker.h"
 #include "host/surface_limit.h"
+#include "option_checks.h"
 #include "progress_printer.h"
 #include "tqfd/Timer.h"
 
@@ -23,6 +24,9 @@ int RunBorder(const BorderOptions& options) {
   geo::RasterSummary dsm;
   std::string error;
   if (!geo::DescribeRaster(options.dsm, dsm, error)) return Fail(kBadInput, error);
+  if (IsSameFile(options.dsm, options.out)) {
+    return Fail(kBadInput, options.out + ": is the surface model itself; give another --out");
+  }
   if (!dsm.hasGeoreference || dsm.rotated) {
     return Fail(kBadInput, options.dsm +
                                ": has no north-up georeference; give the surface model as a "
@@ -60,14 +64,18 @@ void AddBorder(CLI::App& app, int& status) {
   CLI::App* command = app.add_subcommand("border",
                                          "Border mask of a surface model: 200 on the walls of tall "
                                          "objects, at twice the cell size");
-  command->add_option("--dsm", options->dsm, "surface model")->required()->type_name("FILE");
+  command->add_option("--dsm", options->dsm, "surface model")
+      ->required()
+      ->check(Named())
+      ->type_name("FILE");
   command->add_option("--out", options->out, "mask to write (GeoTIFF)")
       ->required()
+      ->check(Named())
       ->type_name("FILE");
   command
       ->add_option("--step", options->mask.stepM,
                    "steps of the surface above this are borders, in units of the heights")
-      ->check(CLI::Range(0.001, 10000.0))
+      ->check(Between(0.001, 10000.0))
       ->type_name("M")
       ->capture_default_str();
   command->add_flag("--quiet", options->quiet, "no progress");

@@ -12,6 +12,7 @@
 #include "host/number_text.h"
 #include "host/photo_staging.h"
 #include "host/project_import.h"
+#include "option_checks.h"
 #include "source_options.h"
 #include "tqfd/FileInput.h"
 
@@ -58,7 +59,7 @@ bool MapFits(const host::Survey& survey) {
       host::CheckMapScale(survey.dsmPath, dsm.coefficients.GetProjection(), first.x, first.y);
   if (!finding) return true;
   const bool refused = finding->level == host::Finding::Level::kError;
-  Complain(refused ? finding->text : "warning: " + finding->text);
+  refused ? Complain(finding->text) : Warn(finding->text);
   return !refused;
 }
 
@@ -67,6 +68,10 @@ int Import(const SourceOptions& source, const std::string& out) {
   const fs::path cameras = folder / "cameras.txt", photos = folder / "photos.txt";
   auto survey = LoadSurvey(source);
   if (!survey) return kBadInput;
+  for (const std::string& project : source.projects) {
+    if (project.empty() || !IsSameFile(project, out)) continue;
+    return Fail(kBadInput, out + ": is the project itself; give another --out");
+  }
   for (const auto& [file, own] :
        {std::pair(cameras, source.cameras), std::pair(photos, source.photos)}) {
     if (MayReplace(file, own)) continue;
@@ -107,6 +112,7 @@ void AddImport(CLI::App& app, int& status) {
   AddSourceOptions(*command, a->source);
   command->add_option("--out", a->out, "directory of cameras.txt and photos.txt")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   command->footer(
       "Examples:\n"

@@ -17,13 +17,17 @@ void Print(const std::vector<std::string>& lines) {
 
 int PrintFindings(const std::vector<host::Finding>& findings) {
   if (Interrupted()) return Fail(kInterrupted, kInterruptedText);
-  int status = kDone;
+  std::vector<std::string> errors;
   for (const auto& finding : findings) {
-    const bool error = finding.level == host::Finding::Level::kError;
-    std::fprintf(stderr, "%s: %s\n", error ? "error" : "warning", finding.text.c_str());
-    if (error) status = kBadInput;
+    if (finding.level == host::Finding::Level::kError) {
+      errors.push_back(finding.text);
+    } else {
+      Warn(finding.text);
+    }
   }
-  return status;
+  if (errors.empty()) return kDone;
+  ComplainOfFirst(errors, true);
+  return kBadInput;
 }
 
 int Info(const SourceOptions& source) {
@@ -34,7 +38,7 @@ int Info(const SourceOptions& source) {
     if (facts.cols > 0) Print(host::DescribeDsm(source.dsm, facts));
     return PrintFindings(findings);
   }
-  auto survey = LoadSurvey(source);
+  auto survey = LoadSurvey(source, true);
   if (!survey) return kBadInput;
   const std::string dsm = source.dsm.empty() ? survey->dsmPath : source.dsm;
   std::printf("survey   %s\n", survey->source.c_str());

@@ -13,6 +13,7 @@
 #include "host/mosaic_stage.h"
 #include "host/seams_file.h"
 #include "host/take_along.h"
+#include "option_checks.h"
 #include "progress_printer.h"
 #include "tqimage/TqImage.h"
 
@@ -113,11 +114,13 @@ void AddMosaic(CLI::App& app, int& status) {
       app.add_subcommand("mosaic", "Make the mosaic of a finished run again, with other options");
   command->add_option("--work", o->work, "work directory of the run (OUT/work)")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   command
       ->add_option("--out", o->options.outDir,
                    "receives mosaic.tif, source.tif, quality.tif, seams.gpkg")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   AddFormatOption(*command, o->format);
   command->add_option("--compress", o->options.format.compression, "compression of the rasters")
@@ -130,6 +133,7 @@ void AddMosaic(CLI::App& app, int& status) {
       ->check(CLI::Range(0, 32))
       ->capture_default_str();
   command->add_option("--area", o->area, "polygon (GeoJSON, GeoPackage ...) to cut the product to")
+      ->check(Named())
       ->type_name("FILE");
   command->add_option("--threads", o->threads, "0: all cores")->check(CLI::Range(0, 1024));
   command->add_flag("--no-fill", o->noFill, "leave cells empty that no photo sees");

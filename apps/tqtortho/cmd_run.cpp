@@ -9,6 +9,7 @@
 #include "core/limits.h"
 #include "format_options.h"
 #include "host/run_job.h"
+#include "option_checks.h"
 #include "progress_printer.h"
 #include "source_options.h"
 #include "tqfd/FileInput.h"
@@ -201,18 +202,19 @@ void AddRun(CLI::App& app, int& status) {
   AddSourceOptions(*command, a->source);
   command->add_option("--out", a->run.outDir, "directory of the products")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   command
       ->add_option(
           "--gsd", a->gsd,
           "ground size of an output cell; 0: the DSM's; default: the photos' median ground "
           "resolution, rounded up")
-      ->check(CLI::Range(0.0, 1e6))
+      ->check(Between(0.0, 1e6))
       ->type_name("M");
   command
       ->add_option("--start-height", a->run.startHeight,
                    "height where footprints are first looked for; 0: the DSM's mean")
-      ->check(CLI::Range(-1e5, 1e5))
+      ->check(Between(-1e5, 1e5))
       ->type_name("Z");
   command->add_option("--resampling", a->resampling, "how photos are sampled")
       ->check(CLI::IsMember({"nearest", "bilinear"}))
@@ -236,6 +238,7 @@ void AddRun(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
       ->capture_default_str();
   command->add_option("--area", a->run.areaPath, "produce only this polygon")
+      ->check(Named())
       ->type_name("F.geojson");
   command
       ->add_option("--bands", a->bands,
@@ -257,6 +260,7 @@ void AddRun(CLI::App& app, int& status) {
   command->add_flag("--fresh", a->run.fresh,
                     "start over; without it a run goes on where an earlier one in OUT stopped");
   command->add_option("--work", a->run.workDir, "the job's own state (default OUT/work)")
+      ->check(Named())
       ->type_name("DIR");
   command->add_option("--threads", a->run.threads, "threads; default: all cores")
       ->check(CLI::Range(1, 1024))

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "host/sample_town.h"
 #include "host/score.h"
+#include "option_checks.h"
 #include "progress_printer.h"
 
 namespace tqtortho::app {
@@ -61,25 +62,28 @@ void AddSample(CLI::App& app, int& status) {
   auto a = std::make_shared<Arguments>();
   CLI::App* command =
       app.add_subcommand("sample", "Make a synthetic town with exact truth: DSM, photos, lists");
-  command->add_option("--out", a->sample.outDir, "directory to make")->required()->type_name("DIR");
+  command->add_option("--out", a->sample.outDir, "directory to make")
+      ->required()
+      ->check(Named())
+      ->type_name("DIR");
   command->add_option("--seed", a->sample.seed, "same seed, same town")->capture_default_str();
   command->add_option("--size", a->sample.sizeM, "side of the town in metres")
-      ->check(CLI::Range(20.0, 2000.0))
+      ->check(Between(20.0, 2000.0))
       ->capture_default_str();
   command->add_option("--photos", a->sample.photoCount, "number of photos")
       ->check(CLI::Range(1, 400))
       ->capture_default_str();
   command->add_option("--photo-gsd", a->sample.photoGsdM, "ground size of a photo pixel in metres")
-      ->check(CLI::Range(0.02, 2.0))
+      ->check(Between(0.02, 1.0))
       ->capture_default_str();
   command->add_option("--dsm-cell", a->sample.dsmCellM, "cell size of the DSM in metres")
-      ->check(CLI::Range(0.05, 10.0))
+      ->check(Between(0.05, 5.0))
       ->capture_default_str();
   command->add_option("--lens", a->sample.lensModel, "lens model of the photos: 0, 1 or 3")
       ->check(CLI::IsMember({0, 1, 3}))
       ->capture_default_str();
   command->add_option("--attitude", a->sample.attitudeDeg, "random tilt of the photos in degrees")
-      ->check(CLI::Range(0.0, 30.0))
+      ->check(Between(0.0, 15.0))
       ->capture_default_str();
   command->add_flag("--quiet", a->quiet, "no progress");
   command->callback([a, &status] { status = Sample(a->sample, a->quiet); });
@@ -94,11 +98,14 @@ void AddScore(CLI::App& app, int& status) {
       "score", "Compare a job's ortho images and masks with the truth of a sample town");
   command->add_option("--truth", a->truth, "directory of the sample town")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   command->add_option("--orthos", a->orthos, "ortho directory of the job (OUT/ortho)")
       ->required()
+      ->check(Named())
       ->type_name("DIR");
   command->add_option("--mosaic", a->mosaic, "mosaic of the job (OUT/mosaic.tif)")
+      ->check(Named())
       ->type_name("FILE");
   command->callback([a, &status] { status = Score(a->truth, a->orthos, a->mosaic); });
 }

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
 #include "core/limits.h"
 #include "geo/RasterTools.h"
 #include "host/surface_limit.h"
+#include "option_checks.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqRayTracer.h"
 
@@ -43,6 +46,16 @@ int RunTrace(const TraceOptions& options) {
                                std::to_string(raster.height) +
                                " cells; rays are traced through at most " +
                                std::to_string(limits::kTracedCells) + "; cut the raster");
+  }
+  for (const std::string* input : {&options.dsm, &options.ortho, &options.mask}) {
+    if (!IsSameFile(*input, options.out)) continue;
+    return Fail(kBadInput, options.out + ": is one of the inputs; give another --out");
+  }
+  const auto isFinite = [](double value) { return std::isfinite(value); };
+  for (const auto& [option, values] :
+       {std::pair("--position", &options.position), std::pair("--rect", &options.rect)}) {
+    if (std::all_of(values->begin(), values->end(), isFinite)) continue;
+    return Fail(kBadInput, std::string(option) + ": takes finite numbers only");
   }
   if (options.rect[0] > options.rect[2] || options.rect[1] > options.rect[3]) {
     return Fail(kBadInput, "--rect is minX,minY,maxX,maxY; a minimum lies above its maximum");
@@ -80,7 +93,10 @@ void AddTrace(CLI::App& app, int& status) {
   auto o = std::make_shared<TraceOptions>();
   CLI::App* command =
       app.add_subcommand("trace", "Mask of the cells hidden from a position (255 hidden)");
-  command->add_option("--dsm", o->dsm, "surface model")->required()->type_name("FILE");
+  command->add_option("--dsm", o->dsm, "surface model")
+      ->required()
+      ->check(Named())
+      ->type_name("FILE");
   command->add_option("--position", o->position, "projection centre")
       ->required()
       ->delimiter(',')
@@ -96,7 +112,10 @@ void AddTrace(CLI::App& app, int& status) {
       ->delimiter(',')
       ->expected(1, 2)
       ->type_name("gx[,gy]");
-  command->add_option("--out", o->out, "mask to write (GeoTIFF)")->required()->type_name("FILE");
+  command->add_option("--out", o->out, "mask to write (GeoTIFF)")
+      ->required()
+      ->check(Named())
+      ->type_name("FILE");
   command
       ->add_option("--method", o->method,
                    "pyramid: coarse to fine, as in a job; full: the DSM's own resolution; masked: "
@@ -104,10 +123,13 @@ void AddTrace(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"pyramid", "full", "masked"}))
       ->capture_default_str();
   command->add_option("--ortho", o->ortho, "ortho image; its 0 cells are not traced")
+      ->check(Named())
       ->type_name("FILE");
   command->add_option("--mask", o->mask, "footprint mask of the rectangle's DSM cells")
+      ->check(Named())
       ->type_name("FILE");
   command->add_option("--tmp", o->tmp, "directory whose ot/bordermsk.tif is used")
+      ->check(Named())
       ->type_name("DIR");
   command->footer(
       "Example: tqtortho trace --dsm dsm.tif --position 500050,5400050,200 --rect "

@@ -24,6 +24,8 @@ void AddHelpPages(CLI::App& app, int& status);
 
 /// One line on standard error: "tqtortho: " and the text.
 void Complain(const std::string& text);
+/// One line on standard error: "warning: " and the text.
+void Warn(const std::string& text);
 /// Complain, and the status to return: kInterrupted, and its line instead, after a stop.
 int Fail(int status, const std::string& text);
 

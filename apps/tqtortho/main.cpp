@@ -1,32 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 
 #include "commands.h"
-#include "core/stop_flag.h"
 #include "geo/InputPolicy.h"
 #include "stop_watch.h"
 #include "tqtortho/Version.h"
-
-namespace tqtortho::app {
-bool Interrupted() { return processStop.Raised(); }
-
-void Complain(const std::string& text) {
-  if (!Interrupted()) {
-    std::fprintf(stderr, "tqtortho: %s\n", text.c_str());
-  } else if (TakeLastWord()) {
-    // What fails after a stop fails because of it.
-    std::fprintf(stderr, "tqtortho: %s\n", kInterruptedText);
-  }
-}
-
-int Fail(int status, const std::string& text) {
-  Complain(text);
-  return Interrupted() ? kInterrupted : status;
-}
-
-}  // namespace tqtortho::app
 
 int main(int argc, char** argv) {
   using namespace tqtortho::app;

@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "core/numeric.h"
+#include "one_line.h"
 
 namespace tqtortho::app {
 namespace {
@@ -104,7 +105,7 @@ void ProgressPrinter::Warn(const std::string& line) {
   if (style_ == ProgressStyle::kJson) {
     PrintJson({{"event", "warning"}, {"text", line}});
   } else {
-    std::fprintf(stderr, "warning: %s\n", line.c_str());
+    app::Warn(line);
   }
 }
 
@@ -113,7 +114,7 @@ void ProgressPrinter::Note(const std::string& line) {
   if (style_ == ProgressStyle::kJson) {
     PrintJson({{"event", "note"}, {"text", line}});
   } else if (style_ != ProgressStyle::kQuiet) {
-    std::fprintf(stderr, "%s\n", line.c_str());
+    std::fprintf(stderr, "%s\n", OneLine(line).c_str());
   }
 }
 

@@ -3,12 +3,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <string_view>
 
 #include "commands.h"
 #include "host/number_text.h"
 #include "host/project_import.h"
 #include "host/survey_reader.h"
+#include "one_line.h"
+#include "option_checks.h"
 
 namespace tqtortho::app {
 namespace {
@@ -48,7 +51,7 @@ std::optional<host::Vector3> ReadOffset(std::string_view text) {
   return std::nullopt;
 }
 
-std::optional<host::Survey> LoadLists(const SourceOptions& source) {
+std::optional<host::Survey> LoadLists(const SourceOptions& source, bool listAll) {
   if (source.cameras.empty() || source.photos.empty()) {
     Complain(std::string("a camera and a photo list go together; give ") +
              (source.cameras.empty() ? "--cameras" : "--photos") + " FILE as well");
@@ -67,7 +70,7 @@ std::optional<host::Survey> LoadLists(const SourceOptions& source) {
   }
   std::vector<std::string> problems;
   auto survey = host::ReadSurvey(source.cameras, source.photos, problems);
-  for (const auto& line : problems) Complain(line);
+  if (!problems.empty()) ComplainOfFirst(problems, listAll);
   if (survey) survey->crs = source.crs;
   return survey;
 }
@@ -109,12 +112,19 @@ bool SourceOptions::Any() const {
 
 void AddSourceOptions(CLI::App& command, SourceOptions& source) {
   command.add_option("--dsm", source.dsm, "surface model (GeoTIFF, metric coordinates)")
+      ->check(Named())
+      ->check(Named())
+      ->check(Named())
+      ->check(Named())
+      ->check(Named())
       ->type_name("FILE");
   command.add_option("--cameras", source.cameras, "camera list")->type_name("FILE");
   command.add_option("--photos", source.photos, "photo list")->type_name("FILE");
   for (std::size_t i = 0; i < source.projects.size(); ++i) {
     const ProjectOption& project = kProjectOptions[i];
-    command.add_option(project.option, source.projects[i], project.help)->type_name(project.type);
+    command.add_option(project.option, source.projects[i], project.help)
+        ->check(Named())
+        ->type_name(project.type);
   }
   command
       .add_option("--images", source.images,
@@ -141,7 +151,16 @@ void AddSourceOptions(CLI::App& command, SourceOptions& source) {
       ->capture_default_str();
 }
 
-std::optional<host::Survey> LoadSurvey(const SourceOptions& source) {
+void ComplainOfFirst(const std::vector<std::string>& faults, bool listAll) {
+  const std::size_t more = faults.size() - 1;
+  if (more == 0) return Complain(faults[0]);
+  const std::string others = " (and " + std::to_string(more) + " more";
+  if (!listAll) return Complain(faults[0] + others + "; tqtortho info lists them)");
+  for (const auto& fault : faults) std::printf("wrong    %s\n", OneLine(fault).c_str());
+  Complain(faults[0] + others + ")");
+}
+
+std::optional<host::Survey> LoadSurvey(const SourceOptions& source, bool listAll) {
   std::vector<std::string> given;
   std::size_t project = 0;
   if (!source.cameras.empty() || !source.photos.empty()) {
@@ -162,7 +181,7 @@ std::optional<host::Survey> LoadSurvey(const SourceOptions& source) {
     Complain(given[0] + " and " + given[1] + " each name a survey; give one of them");
     return std::nullopt;
   }
-  return given[0] == "--cameras" || given[0] == "--photos" ? LoadLists(source)
+  return given[0] == "--cameras" || given[0] == "--photos" ? LoadLists(source, listAll)
                                                            : LoadProject(source, project);
 }
 

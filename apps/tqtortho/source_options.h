@@ -5,6 +5,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/survey.h"
 
@@ -29,7 +30,12 @@ struct SourceOptions {
 
 void AddSourceOptions(CLI::App& command, SourceOptions& source);
 
-/// Reads it. Nothing, with one line on standard error for each problem, when it cannot be used.
-[[nodiscard]] std::optional<host::Survey> LoadSurvey(const SourceOptions& source);
+/// Reads it. Nothing, with one line on standard error, when it cannot be used; `listAll` as below.
+[[nodiscard]] std::optional<host::Survey> LoadSurvey(const SourceOptions& source,
+                                                     bool listAll = false);
+
+/// Says the first of several faults and how many more there are. `listAll`: all of them stand on
+/// standard output then; else the line says that `info` lists them.
+void ComplainOfFirst(const std::vector<std::string>& faults, bool listAll);
 
 }  // namespace tqtortho::app

@@ -113,6 +113,10 @@ std::string ShapeFault(const std::string& path, const geo::RasterSummary& summar
     return path + ": has " + std::to_string(summary.bands) +
            " bands of bytes: a picture, not a surface; give the DSM with --dsm";
   }
+  if (summary.sampleType.rfind('C', 0) == 0) {
+    return path + ": holds complex numbers (" + summary.sampleType +
+           "), not heights; give the DSM with --dsm";
+  }
   if (summary.scale != 1 || summary.offset != 0) {
     return path + ": keeps heights scaled (value * " + Number(summary.scale) + " + " +
            Number(summary.offset) + "); write them out with gdal_translate -unscale -ot Float32";

@@ -53,7 +53,7 @@ std::optional<Survey> ImportLists(const ImportRequest& request, std::string& err
     error = problems[0];
     if (problems.size() > 1) {
       error += " (and " + std::to_string(problems.size() - 1) +
-               " more; --cameras and --photos name them all)";
+               " more; tqtortho info --cameras and --photos lists them)";
     }
     return std::nullopt;
   }

@@ -67,8 +67,9 @@ def faults(row, folder, shared):
     """What is wrong with how a row ended, and what it said."""
     os.makedirs(folder)
     context = table.Context(shared, folder)
-    arguments = row.prepare(context)
-    own = [row.writes] if row.writes else []
+    arguments = row.prepare(context)  # what it makes is there before
+    # WORK is named too, and its lock says which process is at work.
+    own = [row.writes, "job/work/.tqtortho.lock"]
     before = tree(folder, own)
     status, raw, took, megabytes = execute(arguments, folder, row.environment)
     text = raw.decode("utf-8", "replace")

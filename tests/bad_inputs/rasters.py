@@ -8,7 +8,7 @@ NAN, INF = float("nan"), float("inf")
 
 
 def tiff(cols=120, rows=120, cell=0.25, east=EAST, north=NORTH, epsg=32633, kind="f", bands=1,
-         value=100.0, nodata=None, matrix=None, sparse=False, georeference=True, south_up=False,
+         value=100.0, nodata=None, matrix=None, sparse=False, georeference=True,
          values=None):
     """One GeoTIFF as bytes. `kind`: f and d floats, B H I unsigned, F complex floats. `sparse` gives
     tiles that the file claims and does not hold: any size in kilobytes."""
@@ -32,8 +32,7 @@ def tiff(cols=120, rows=120, cell=0.25, east=EAST, north=NORTH, epsg=32633, kind
         if matrix:
             tags.append((34264, "d", matrix))
         else:
-            # A scale whose y is negative is what south-up writers leave.
-            tags += [(33550, "d", [cell, -cell if south_up else cell, 0.0]),
+            tags += [(33550, "d", [cell, cell, 0.0]),
                      (33922, "d", [0, 0, 0, east, north, 0])]
         if epsg == 4326:
             tags.append((34735, "H", [1, 1, 0, 3, 1024, 0, 1, 2, 1025, 0, 1, 1, 2048, 0, 1, epsg]))

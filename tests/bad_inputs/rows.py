@@ -173,7 +173,7 @@ def places():
         "run dsm": f"run --quiet --dsm @ {lists} --out out",
         "run cameras": "run --quiet --dsm {town}/dsm.tif --cameras @ --photos {town}/photos.txt --out out",
         "run photos": "run --quiet --dsm {town}/dsm.tif --cameras {town}/cameras.txt --photos @ --out out",
-        "run area": "run --quiet --dsm {town}/dsm.tif " + lists + " --area @ --out out",
+        "run area (after the surface)": "run --quiet --dsm {town}/dsm.tif " + lists + " --area @ --out out",
         "run metashape": "run --quiet --dsm {town}/dsm.tif --metashape @ --out out",
         "run poses": "run --quiet --dsm {town}/dsm.tif --poses @ --out out",
         "run opensfm": "run --quiet --dsm {town}/dsm.tif --opensfm @ --crs EPSG:32633 --out out",
@@ -218,9 +218,8 @@ def places():
                         context.copy_job()
                     if make:
                         make(context)
-                row = Row(f"{name}: {kind}", words.replace("@", place), place, make=prepare)
-                row.writes = "out"
-                rows.append(row)
+                rows.append(Row(f"{name}: {kind}", words.replace("@", place), place, make=prepare,
+                                warns="after" in name))
     return rows
 
 
@@ -234,19 +233,18 @@ def surfaces():
         "cut short": (hole, "dsm.tif", "run border"),
         "without georeference": (tiff(georeference=False), "georeference", "run info border"),
         "in degrees": (tiff(epsg=4326, east=15.0, north=48.75, cell=2e-6), "degree", "run info"),
-        "in no known system": (tiff(epsg=0), "coordinate", "run"),
-        "on another map": (tiff(epsg=32756), "dsm.tif", "run"),
         "on a web map": (tiff(epsg=3857), "scale", "run info"),
         "rotated": (tiff(matrix=[.25, .1, 0, 5e5, .1, -.25, 0, 5400030, 0, 0, 0, 0, 0, 0, 0, 1]),
                     "dsm.tif", "run info border"),
-        "south-up": (tiff(south_up=True, north=5400000.0), "dsm.tif", "run info border"),
+        "south-up": (tiff(matrix=[.25, 0, 0, 5e5, 0, .25, 0, 5400000, 0, 0, 0, 0, 0, 0, 0, 1]),
+                     "dsm.tif", "run info border"),
         "of NaN only": (tiff(values=nan), "dsm.tif", "run info"),
         "of no data only": (tiff(value=-9999.0, nodata="-9999"), "dsm.tif", "run info"),
         "of infinity only": (tiff(value=INF), "dsm.tif", "run info"),
         "with cells of NaN": (tiff(cell=NAN), "dsm.tif", "run info border"),
         "with cells of nothing": (tiff(cell=0.0), "dsm.tif", "run info border"),
-        "with cells of 1e-300": (tiff(cell=1e-300), "dsm.tif", "run"),
-        "with cells of 1e300": (tiff(cell=1e300), "dsm.tif", "run"),
+        "with cells of 1e-300": (tiff(cell=1e-300), "DSM", "run"),
+        "with cells of 1e300": (tiff(cell=1e300), "DSM", "run"),
         "at infinity": (tiff(east=INF), "dsm.tif", "run info border"),
         "of complex numbers": (tiff(kind="F"), "dsm.tif", "run info"),
         "of no band": (tiff(bands=0, values=[]), "dsm.tif", "run info border"),
@@ -279,7 +277,9 @@ def surfaces():
         make = content if callable(content) else files(dsm_tif=content)
         for command in used.split():
             # What is odd and not wrong is said before.
-            rows.append(Row(f"{command} a surface {name}", commands[command], text, make=make,
+            # A file that ends early is found when its cells are read, and that is the work of border.
+            status = 1 if command == "border" and name == "cut short" else 2
+            rows.append(Row(f"{command} a surface {name}", commands[command], text, status, make,
                             warns=True))
     for name in ("/vsicurl/http://127.0.0.1:9/dsm.tif", "http://127.0.0.1:9/dsm.tif", "/vsizip/a.zip/d.tif",
                  "WMS:http://127.0.0.1:9/", "PG:host=127.0.0.1", "/vsimem/none.tif"):
@@ -321,8 +321,7 @@ def lists():
         ("seven fields", r" 1$", "", "photos.txt"),
         ("a position of NaN", r"500007\.706579", "nan", "photos.txt"),
         ("an endless position", r"500007\.706579", "inf", "photos.txt"),
-        ("a position of 1e308", r"500007\.706579", "1e308", "photos.txt"),
-        ("a photo twice", r"S01_002", "S01_001", "twice"),
+                ("a photo twice", r"S01_002", "S01_001", "twice"),
         ("a photo of the parent folder", r"S01_002", "../S01_002", "folder"),
         ("a photo of the root", r"S01_002\.png", "/etc/passwd", "photos.txt"),
         ("a very long name", r"S01_002", "a" * 300, "photos.txt"),
@@ -334,6 +333,7 @@ def lists():
         ("geographic positions", r"5000\d\d\.\d+ 54000\d\d\.\d+", "15.0001 48.7501", "EPSG:4326"),
         ("cameras below the surface", r"14\d\.\d{6}", "-50", "below the surface"),
         ("photos 900 km away", r"5000(\d\d)\.", r"14000\1.", "km"),
+        ("positions of 1e308", r"5000\d\d\.\d+", "1e308", "DSM"),
         ("photos beside the surface", r"5000(\d\d)\.", r"5006\1.", "DSM"),
         ("photos that are not there", r"^S0", "T0", "photo"),
         ("a folder that is not there", r"^photos$", "nowhere", "photo"),
@@ -469,17 +469,19 @@ def outputs():
             "taken.txt", 1, make=file),
         Row("border into a folder", "border --quiet --dsm {town}/dsm.tif --out folder", "folder", 1,
             make=lambda c: os.mkdir(c.path("folder"))),
-        Row("border over its surface", "border --quiet --dsm dsm.tif --out dsm.tif", "dsm.tif", 1,
+        Row("border over its surface", "border --quiet --dsm dsm.tif --out dsm.tif", "dsm.tif",
             make=files(dsm_tif=tiff())),
         Row("trace into nowhere", trace + "/proc/nowhere/m.tif", "/proc/nowhere", 1),
         Row("trace over its surface", trace.replace("{town}/dsm.tif", "dsm.tif") + "dsm.tif", "dsm.tif",
-            1, make=files(dsm_tif=tiff())),
+            make=files(dsm_tif=tiff())),
         Row("self-test into nowhere", "self-test /proc/nowhere/a.tif /proc/nowhere/b.tif",
             "/proc/nowhere", 1),
         Row("sample into a file", "sample --quiet --size 30 --out taken.txt", "taken.txt", 1,
             make=file),
         Row("sample into nowhere", "sample --quiet --size 30 --out /proc/nowhere", "/proc/nowhere", 1),
     ]
+    for row in rows:
+        row.warns = row.name.startswith(("run", "import"))
     return rows
 
 
@@ -565,7 +567,6 @@ def leftovers():
     changes = {
         "empty": (lambda t, c: "", "orParam.txt"),
         "with a scale of 0": (lambda t, c: t.replace("6.000000\n", "0.000000\n", 1), "orParam.txt"),
-        "with a scale of NaN": (lambda t, c: t.replace("6.000000\n", "nan\n", 1), "orParam.txt"),
         "without blocks": (lambda t, c: t.split("block1")[0], "orParam.txt"),
         "with cells of nothing": (lambda t, c: t.replace("0.190000\t", "0.000000\t", 1), "run the job"),
         "with cells of NaN": (lambda t, c: t.replace("0.190000\t", "nan\t", 1), "run the job"),
@@ -580,14 +581,15 @@ def leftovers():
     }
     rows = []
     for name, (change, text) in changes.items():
+        # What parses, and is no mosaic, is found by the job.
+        status = 1 if text in ("run the job", "photos") else 2
         rows.append(Row("mosaic a parameter file " + name, "mosaic --quiet --work job/work --out out",
-                        text, make=damaged(change), warns=True))
-    rows[-1].status = 2
+                        text, status, make=damaged(change), warns=True))
     for command in ("block", "thumbnails"):
         for name in ("empty", "with a scale of 0", "without blocks", "of noise", "of lines without end"):
             rows.append(Row(f"{command} a parameter file {name}",
-                            f"{command} --param job/{param} --number 1 --tmp job/work/tmp", "block 1",
-                            1, make=damaged(changes[name][0])))
+                            f"{command} --param job/{param} --number 1 --tmp job/work/tmp",
+                            "no parameter file", make=damaged(changes[name][0])))
         rows.append(Row(f"{command} a number beyond the last",
                         f"{command} --param {{job}}/{param} --number 99", "block 99", 1))
 
@@ -605,11 +607,12 @@ def leftovers():
             for name in names:
                 context.write("job/" + name, content)
         return make
-    orthos = [f"ortho/S0{i}_0.png" for i in ("1_001", "1_002", "2_001")]
+    orthos = [f"{folder}/S0{i}_0.png" for i in ("1_001", "1_002", "2_001")
+              for folder in ("ortho", "work/state/originals")]
     mosaic = "mosaic --quiet --work job/work --out out"
     rows += [
         Row("mosaic without its surface", mosaic, "dsm.tif", make=without("work/dsm.tif"), status=1),
-        Row("mosaic of a foreign surface", mosaic, "dsm.tif", status=1,
+        Row("mosaic of a foreign surface", mosaic, "dsm.tif", status=1, warns=True,
             make=overwritten(["work/dsm.tif"], tiff(east=9e5))),
         Row("mosaic without orthos", mosaic, "ortho", status=1, make=without("ortho"), warns=True),
         Row("mosaic of empty orthos", mosaic, "ortho", status=1, make=overwritten(orthos, b""),

@@ -169,7 +169,9 @@ bool DescribeRaster(const std::string& path, RasterSummary& summary, std::string
   summary.scale = head->GetScale();
   summary.offset = head->GetOffset();
   double transform[6];
-  summary.hasGeoreference = file->GetGeoTransform(transform) == CE_None;
+  summary.hasGeoreference =
+      file->GetGeoTransform(transform) == CE_None &&
+      std::all_of(transform, transform + 6, [](double v) { return std::isfinite(v); });
   summary.rotated = summary.hasGeoreference && !(transform[2] == 0 && transform[4] == 0 &&
                                                  transform[1] > 0 && transform[5] < 0);
   summary.coefficients = tqimage::ReadGeoreference(*file);
