@@ -20,7 +20,8 @@ import tempfile
 import threading
 import time
 
-import rows as table
+sys.dont_write_bytecode = True  # the sources stay as they are
+import rows as table  # noqa: E402
 
 TQTORTHO = os.path.abspath(sys.argv[1])
 SECONDS = float(os.environ.get("TQTORTHO_ROW_SECONDS", "2"))
