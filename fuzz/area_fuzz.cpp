@@ -16,8 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const bool policy = (geo::UseLocalFilesOnly(), true);
   (void)policy;
   constexpr const char* kNames[] = {"a.geojson", "a.gpkg", "a.kml", "a.fgb", "a.shp"};
-  const std::string path =
-      dir.Write(kNames[data[0] % 5], std::string(Text(data + 1, size - 1)));
+  const std::string path = dir.Write(kNames[data[0] % 5], std::string(Text(data + 1, size - 1)));
   std::vector<tqfd::Point2_T<double>> ring;
   std::string error;
   if (!geo::ReadPolygon(path, data[0] % 2 == 0 ? "EPSG:32633" : "", ring, error)) {

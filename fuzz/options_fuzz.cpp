@@ -34,8 +34,9 @@ struct Site {
     dir.Write("inside.geojson", kInside);
     dir.Write("broken.geojson", "{\"type\":");
     for (const char* option : {"--dsm", "--cameras", "--photos"}) {
-      given.insert(given.end(), {option, dir.File(std::string("town/") + (option + 2) +
-                                                  (option == std::string("--dsm") ? ".tif" : ".txt"))});
+      given.insert(given.end(),
+                   {option, dir.File(std::string("town/") + (option + 2) +
+                                     (option == std::string("--dsm") ? ".tif" : ".txt"))});
     }
     given.insert(given.end(), {"--out", dir.File("out"), "--quiet"});
   }
@@ -49,7 +50,8 @@ struct Site {
 
 /// Names of files are chosen among few, so that nothing is read or written elsewhere.
 std::string Place(const Site& site, const std::string& option, const std::string& value) {
-  static const char* const kPlaces[] = {"inside.geojson", "broken.geojson", "none", "town", "out/w"};
+  static const char* const kPlaces[] = {"inside.geojson", "broken.geojson", "none", "town",
+                                        "out/w"};
   const std::size_t i = value.size() % std::size(kPlaces);
   return site.dir.File(option == "--work" ? (i % 2 == 0 ? "w" : "out/w") : kPlaces[i]);
 }

@@ -11,8 +11,8 @@
 using namespace tqtortho::fuzz;
 using namespace tqtortho::host;
 
-// Rasters of any header, as a surface and as a photo: described and checked, or refused in one line.
-// What is small enough is also read. The first byte chooses the name.
+// Rasters of any header, as a surface and as a photo: described and checked, or refused in one
+// line. What is small enough is also read. The first byte chooses the name.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   static const tqtortho::testing::TempDir dir;

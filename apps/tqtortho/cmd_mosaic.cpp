@@ -62,6 +62,8 @@ int RunMosaic(MosaicCommand command) {
   host::MosaicInput input;
   std::string error;
   host::MosaicOptions& options = command.options;
+  error = FormatFault(command.format, options.format.compression);
+  if (!error.empty()) return Fail(kBadInput, error);
   options.workDir = std::filesystem::absolute(command.work).lexically_normal().string();
   if (!host::LoadMosaicInput(options.workDir, input, error)) return Fail(kBadInput, error);
   host::DirectoryLock lock;  // the map and the texture in the work directory are made again

@@ -142,6 +142,8 @@ bool ReadBandChoice(const RunArguments& arguments, host::BandChoice& choice) {
 }
 
 int Run(RunArguments& arguments) {
+  const std::string conflict = FormatFault(arguments.format, arguments.run.format.compression);
+  if (!conflict.empty()) return Fail(kBadInput, conflict);
   if (const std::string& area = arguments.run.areaPath; !area.empty()) {
     // It is read later, when the surface says its coordinate system.
     const std::string fault = tqfd::FileFault(area, limits::kAreaBytes);

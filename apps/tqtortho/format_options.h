@@ -16,4 +16,12 @@ inline void AddFormatOption(CLI::App& command, std::string& format) {
       ->capture_default_str();
 }
 
+/// What speaks against a compression beside a format; empty when nothing does. A JPEG product has
+/// JPEG inside; another compression would be dropped without a word.
+inline std::string FormatFault(const std::string& format, const std::string& compression) {
+  if (format != "jpeg" || compression == "auto" || compression == "jpeg") return {};
+  return "--format jpeg and --compress " + compression +
+         " contradict each other; leave one of them out";
+}
+
 }  // namespace tqtortho::app

@@ -143,6 +143,7 @@ def usage():
         ("range without end", run(more="--bands 1 --range 0,inf"), "--range"),
         ("range of one", run(more="--bands 1 --range 5"), "--range"),
         ("jpeg with deflate", run(more="--format jpeg --compress deflate"), "--compress"),
+        ("jpeg with zstd", run(more="--format jpeg --compress zstd"), "--compress"),
         ("cameras without photos", "run --dsm {town}/dsm.tif --cameras {town}/cameras.txt --out out",
          "go together"),
         ("photos without cameras", "run --dsm {town}/dsm.tif --photos {town}/photos.txt --out out",
