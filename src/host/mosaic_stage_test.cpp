@@ -3,11 +3,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <filesystem>
 #include <functional>
 #include <vector>
@@ -17,6 +15,7 @@
 #include "host/sample_town.h"
 #include "host/survey_reader.h"
 #include "job/photo_files.h"
+#include "testing/full_disk.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqBinaryData.h"
@@ -28,6 +27,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using tqimage::TqImage;
 using tqorkit::PhotoInfo;
+using tqtortho::testing::FullDisk;
 
 class Silent : public RunObserver {
  public:
@@ -231,24 +231,6 @@ TEST_F(MosaicStageTest, WithoutMemoryForLayersTheMosaicIsTheSame) {
     EXPECT_EQ(Read(dir_->File("full") + name).data, Read(dir_->File("lean") + name).data) << name;
   }
 }
-
-/// Files of this process grow to so many bytes and no further, as on a full disk.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{std::min(bytes, before_.rlim_cur), before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FullDisk() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  void (*handler_)(int);
-  rlimit before_{};
-};
 
 /// What goes wrong with a photo or the disk, and what comes of it.
 struct Trouble {

@@ -7,10 +7,12 @@
 #include <gdal_priv.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 
 #include "internal/gdal_raster.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
 
@@ -59,7 +61,7 @@ DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int ba
     options.SetNameValue("ALPHA", "NON-PREMULTIPLIED");
   }
   DatasetPtr dataset(
-      driver->Create(path.c_str(), grid.cols, grid.rows, bands, type, options.List()));
+      driver->Create(CheckedPath(path).c_str(), grid.cols, grid.rows, bands, type, options.List()));
   if (!dataset) return nullptr;
   const double transform[6] = {grid.minX, grid.step, 0, grid.maxY, 0, -grid.step};
   tqimage::GeoCoefficients at(transform, grid.cols, grid.rows);
@@ -107,16 +109,23 @@ CPLStringList FinalOptions(GDALDriver* driver, const MosaicFormat& format, bool 
   return options;
 }
 
-/// Keeps what GDAL's own worker threads complain about off standard error: a scope hears only its
-/// thread. What they fail at fails the copy, and is told with it.
+/// Hears what GDAL's own worker threads complain about, keeps it off standard error and remembers
+/// it: a scope hears only its own thread, and not everything that they fail at fails the copy.
 class QuietWorkers {
  public:
-  QuietWorkers() : earlier_(CPLSetErrorHandler(CPLQuietErrorHandler)) {}
+  QuietWorkers() : earlier_(CPLSetErrorHandler(OnMessage)) { failed_ = false; }
   ~QuietWorkers() { CPLSetErrorHandler(earlier_); }
   QuietWorkers(const QuietWorkers&) = delete;
   QuietWorkers& operator=(const QuietWorkers&) = delete;
 
+  [[nodiscard]] static bool Failed() { return failed_; }
+
  private:
+  static void CPL_STDCALL OnMessage(CPLErr level, CPLErrorNum, const char*) {
+    if (level >= CE_Failure) failed_ = true;
+  }
+
+  inline static std::atomic<bool> failed_{false};
   CPLErrorHandler earlier_;
 };
 
@@ -149,12 +158,12 @@ bool WriteCog(GDALDataset& working, const std::string& path, const MosaicFormat&
   }
   const tqimage::ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
   const CPLStringList options = FinalOptions(driver, format, picture);
-  DatasetPtr copy(driver->CreateCopy(path.c_str(), &working, FALSE, options.List(),
+  DatasetPtr copy(driver->CreateCopy(CheckedPath(path).c_str(), &working, FALSE, options.List(),
                                      tqimage::GoOnUnlessStopped, nullptr));
   const bool whole = copy != nullptr;
   copy.reset();
-  if (whole && !scope.Failed()) return true;
-  error = scope.Message();
+  if (whole && !scope.Failed() && !QuietWorkers::Failed()) return true;
+  error = scope.Failed() ? scope.Message() : "not enough memory or room for its compression";
   return false;
 }
 
@@ -183,7 +192,7 @@ struct MosaicWriter::Impl {
     source.reset();
     quality.reset();
     for (const std::string& path : paths) {
-      if (!path.empty()) VSIUnlink(path.c_str());
+      if (!path.empty()) DiscardFile(path);
     }
   }
 };
@@ -248,6 +257,7 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
     ready = ready && (IsJpeg(impl_->format, picture) ||
                       AddOverviews(*datasets[i], impl_->format, ResamplingOf(picture)));
   }
+  for (const std::string& path : impl_->paths) ready = ready && WriteFaultOf(path) == 0;
   if (!ready || scope.Failed()) {
     error = impl_->workDir + ": cannot be written to; is the disk full? " + scope.Message();
     return false;
@@ -263,11 +273,11 @@ bool MosaicWriter::Finish(const std::vector<std::pair<int, std::string>>& photoT
     if (!whole) error.insert(0, targets[i] + ": cannot be written; is the disk full? ");
   }
   for (int i = 0; i < 3 && whole; ++i) {
-    whole = tqimage::PublishFile(staged[i], targets[i]);
+    whole = PublishFile(staged[i], targets[i]);
     if (!whole) error = targets[i] + ": cannot be given its name; is it in use?";
   }
   for (const std::string& path : staged) {
-    if (!whole && !path.empty()) VSIUnlink(path.c_str());
+    if (!whole && !path.empty()) DiscardFile(path);
   }
   return whole;
 }

@@ -5,11 +5,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <system_error>
+#include <vector>
 
 #include "core/c_locale.h"
 #include "core/limits.h"
 #include "core/numeric.h"
+#include "internal/safe_file.h"
 #include "tqfd/FileInput.h"
 
 namespace tqtortho {
@@ -28,22 +29,18 @@ Sidecar SidecarOf(const tqorkit::PhotoInfo& raster) {
 std::string UnfinishedSidecarName(const std::string& path) { return path + ".part"; }
 
 bool WriteSidecar(const std::string& path, const Sidecar& sidecar, SidecarLines lines) {
-  const std::string beside = UnfinishedSidecarName(path);
   const CLocaleScope decimalPoints;
-  std::FILE* file = std::fopen(beside.c_str(), "wt");
-  if (file == nullptr) return false;
-  bool written = std::fprintf(file, "%lf\n%lf\n%lf\n%lf\n%lf\n%lf\n", sidecar.a, sidecar.d,
-                              sidecar.b, sidecar.e, sidecar.c, sidecar.f) > 0;
-  if (lines == SidecarLines::kEight) {
-    written = written && std::fprintf(file, "%d\n%d\n", sidecar.rows, sidecar.cols) > 0;
+  // Room for six numbers of any size; %lf writes all digits before the point.
+  constexpr std::size_t kLongest = 6 * 400 + 64;
+  std::vector<char> text(kLongest);
+  int length = std::snprintf(text.data(), kLongest, "%lf\n%lf\n%lf\n%lf\n%lf\n%lf\n", sidecar.a,
+                             sidecar.d, sidecar.b, sidecar.e, sidecar.c, sidecar.f);
+  if (length > 0 && lines == SidecarLines::kEight) {
+    length += std::snprintf(text.data() + length, kLongest - static_cast<std::size_t>(length),
+                            "%d\n%d\n", sidecar.rows, sidecar.cols);
   }
-  // A full disk shows only when the buffer is flushed.
-  written = (std::fclose(file) == 0) && written;
-  std::error_code error;
-  if (written) std::filesystem::rename(beside, path, error);
-  if (written && !error) return true;
-  std::filesystem::remove(beside, error);
-  return false;
+  return length > 0 && WriteWholeFile(path, {text.data(), static_cast<std::size_t>(length)},
+                                      UnfinishedSidecarName(path));
 }
 
 bool ReadSidecar(const std::string& path, Sidecar& sidecar) {

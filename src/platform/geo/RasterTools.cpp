@@ -9,9 +9,13 @@
 #include <cmath>
 #include <new>
 
+#include "core/limits.h"
+#include "core/memory_faults.h"
 #include "internal/gdal_raster.h"
 #include "internal/memory_raster.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
+#include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"
 
 namespace geo {
@@ -22,6 +26,14 @@ using tqimage::GdalScope;
 
 std::size_t CellCount(int width, int height) {
   return static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+}
+
+/// Whether a small file ends with these words.
+bool EndsWith(const std::string& path, const std::string& words) {
+  std::string text, ignored;
+  return tqfd::ReadWholeFile(path, tqtortho::limits::kVirtualRasterBytes, text, ignored) &&
+         text.size() >= words.size() &&
+         text.compare(text.size() - words.size(), words.size(), words) == 0;
 }
 
 }  // namespace
@@ -80,9 +92,11 @@ bool BuildVrt(const std::string& vrtPath, const std::vector<std::string>& raster
   DatasetPtr vrt(GDALDataset::FromHandle(
       GDALBuildVRT(staged.c_str(), names.Count(), nullptr, names.List(), options, &usageError)));
   GDALBuildVRTOptionsFree(options);
-  const bool written = vrt && tqimage::CloseChecked(std::move(vrt)) && !scope.Failed();
-  if (written && usageError == 0) return tqimage::PublishFile(staged, vrtPath);
-  VSIUnlink(staged.c_str());
+  // Written by GDAL without checks, since CheckedPath would spoil the relative paths: read again.
+  const bool written = vrt && tqimage::CloseChecked(std::move(vrt)) && !scope.Failed() &&
+                       EndsWith(staged, "</VRTDataset>\n");
+  if (written && usageError == 0) return tqtortho::PublishFile(staged, vrtPath);
+  tqtortho::DiscardFile(staged, vrtPath, true);
   return false;
 }
 
@@ -96,11 +110,11 @@ bool WritePng(const std::string& path, const std::uint8_t* data, int width, int 
   if (driver == nullptr || !view) return false;
   if (path.rfind("/vsi", 0) != 0) tqfd::PathHelper::MakeParentDirectory(path);
   const std::string staged = tqtortho::StagedPath(path);
-  DatasetPtr copy(driver->CreateCopy(staged.c_str(), view.get(), 1, nullptr,
+  DatasetPtr copy(driver->CreateCopy(tqtortho::CheckedPath(staged).c_str(), view.get(), 1, nullptr,
                                      tqimage::GoOnUnlessStopped, nullptr));
   const bool written = copy && tqimage::CloseChecked(std::move(copy)) && !scope.Failed();
-  if (written) return tqimage::PublishFile(staged, path);
-  VSIUnlink(staged.c_str());
+  if (written) return tqtortho::PublishFile(staged, path);
+  tqtortho::DiscardFile(staged, path, true);
   return false;
 }
 
@@ -122,6 +136,7 @@ bool ReadReduced(const std::string& path, int maxSize, std::vector<std::uint8_t>
   try {
     data.assign(CellCount(width, height) * static_cast<std::size_t>(bands), 0);
   } catch (const std::bad_alloc&) {
+    tqtortho::NoteMemoryFault();
     return false;
   }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <new>
 
+#include "core/memory_faults.h"
 #include "core/numeric.h"
 #include "internal/gdal_raster.h"
 
@@ -31,6 +32,7 @@ bool Read(const std::string& path, int band, const ScaledWindow& window, Scaling
     cells.resize(static_cast<std::size_t>(window.outCols) *
                  static_cast<std::size_t>(window.outRows));
   } catch (const std::bad_alloc&) {
+    tqtortho::NoteMemoryFault();
     return false;
   }
   GDALRasterIOExtraArg how;

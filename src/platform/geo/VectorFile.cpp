@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "internal/gdal_raster.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
 
@@ -190,8 +191,8 @@ bool VectorFile::Finish() {
   impl_->layers.clear();
   const bool whole = tqimage::CloseChecked(std::move(impl_->dataset)) && !scope.Failed();
   const std::string staged = std::exchange(impl_->staged, {});
-  if (whole) return tqimage::PublishFile(staged, impl_->target);
-  VSIUnlink(staged.c_str());
+  if (whole) return tqtortho::PublishFile(staged, impl_->target);
+  tqtortho::DiscardFile(staged, impl_->target, true);
   return false;
 }
 

@@ -11,6 +11,7 @@
 
 #include "core/numeric.h"
 #include "core/stop_flag.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
@@ -183,8 +184,9 @@ bool ByStrips(GDALRasterBand& band, GDALRWFlag direction, int row, int width, in
   const std::int64_t last = std::int64_t{row} + height;
   for (std::int64_t first = row; first < last;) {
     const std::int64_t end = std::min((first / strip + 1) * strip, last);
-    if (tqtortho::processStop.Raised() ||
-        move(static_cast<int>(first), static_cast<int>(end - first)) != CE_None) {
+    if (tqtortho::processStop.Raised()) return false;
+    if (move(static_cast<int>(first), static_cast<int>(end - first)) != CE_None) {
+      if (direction == GF_Read) tqtortho::NoteFailedRead(band.GetDataset()->GetDescription());
       return false;
     }
     if (direction == GF_Write && end < last && !WriteOut(*band.GetDataset(), bands)) return false;
@@ -232,12 +234,6 @@ bool CloseChecked(DatasetPtr dataset) {
   return written && !scope.Failed();
 }
 
-bool PublishFile(const std::string& staged, const std::string& target) {
-  if (VSIRename(staged.c_str(), target.c_str()) == 0) return true;
-  VSIUnlink(staged.c_str());
-  return false;
-}
-
 bool StagedRaster::Start(const std::string& target, int width, int height, int bands, int dataType,
                          bool overwrite, Filling filling) {
   Discard();
@@ -277,7 +273,8 @@ bool StagedRaster::Start(const std::string& target, int width, int height, int b
   target_ = target;
   staged_ = tqtortho::StagedPath(target);
   const ThreadOption noSideFiles("GDAL_PAM_ENABLED", "NO");
-  dataset_.reset(driver->Create(staged_.c_str(), width, height, bands, type, options.List()));
+  dataset_.reset(driver->Create(tqtortho::CheckedPath(staged_).c_str(), width, height, bands, type,
+                                options.List()));
   if (dataset_) return true;
   Discard();
   return false;
@@ -293,8 +290,8 @@ bool StagedRaster::Finish() {
   const bool written = CloseChecked(std::move(dataset_));
   dataset_.reset();
   const std::string staged = std::exchange(staged_, {});
-  if (written) return PublishFile(staged, target_);
-  VSIUnlink(staged.c_str());
+  if (written) return tqtortho::PublishFile(staged, target_);
+  tqtortho::DiscardFile(staged, target_, true);
   return false;
 }
 
@@ -305,7 +302,7 @@ void StagedRaster::Discard() {
     dataset_->MarkSuppressOnClose();  // its blocks in memory are not written out any more
     dataset_.reset();
   }
-  if (!staged_.empty()) VSIUnlink(staged_.c_str());
+  if (!staged_.empty()) tqtortho::DiscardFile(staged_, target_);
   staged_.clear();
 }
 

@@ -96,8 +96,6 @@ int CPL_STDCALL GoOnUnlessStopped(double share, const char* message, void* user)
 
 /// Flushes and closes; false when anything could not be written.
 bool CloseChecked(DatasetPtr dataset);
-/// Renames a complete staged file onto its name; on failure the staged file is removed.
-bool PublishFile(const std::string& staged, const std::string& target);
 [[nodiscard]] bool FileExists(const std::string& path);
 
 }  // namespace tqimage

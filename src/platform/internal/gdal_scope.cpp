@@ -6,13 +6,27 @@
 #include <gdal.h>
 
 #include <mutex>
+#include <string>
 #include <string_view>
+
+#include "core/memory_faults.h"
 
 namespace tqimage {
 namespace {
 
-void CPL_STDCALL OnGdalMessage(CPLErr level, CPLErrorNum, const char* text) {
+/// GDAL's own number for it, or the words of the libraries below that give none.
+bool MeansNoMemory(CPLErrorNum number, const char* text) {
+  if (number == CPLE_OutOfMemory) return true;
+  const std::string_view all = text == nullptr ? "" : text;
+  for (const std::string_view words : {"memory", "Memory", "No space for", "alloc"}) {
+    if (all.find(words) != std::string_view::npos) return true;
+  }
+  return false;
+}
+
+void CPL_STDCALL OnGdalMessage(CPLErr level, CPLErrorNum number, const char* text) {
   if (level < CE_Warning) return;
+  if (level >= CE_Failure && MeansNoMemory(number, text)) tqtortho::NoteMemoryFault();
   static_cast<GdalScope*>(CPLGetErrorHandlerUserData())->Note(level >= CE_Failure, text);
 }
 

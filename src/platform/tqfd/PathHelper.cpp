@@ -6,6 +6,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "internal/state_directory.h"
 
@@ -38,14 +39,7 @@ std::string PathHelper::GetExecuteFilePath() {
 }
 
 bool PathHelper::CopyFile2(const std::string& source, const std::string& target) {
-  const std::string staged = tqtortho::StagedPath(target);
-  std::error_code error;
-  if (fs::copy_file(source, staged, error)) {
-    fs::rename(staged, target, error);
-    if (!error) return true;
-  }
-  fs::remove(staged, error);
-  return false;
+  return tqtortho::CopyWholeFile(source, target);
 }
 
 bool PathHelper::RemoveFile(const std::string& path) {

@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "core/memory_faults.h"
 #include "core/numeric.h"
 #include "internal/gdal_raster.h"
 
@@ -171,6 +172,7 @@ bool TqImage::ReadImage(int band, const tqfd::Rect2_T<int>& rect, int dataType,
     try {
       clean.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
     } catch (const std::bad_alloc&) {
+      tqtortho::NoteMemoryFault();
       return false;
     }
   }

@@ -4,10 +4,8 @@
 #include <gdal_priv.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <array>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -16,6 +14,7 @@
 
 #include "geo/Crs.h"
 #include "internal/gdal_raster.h"
+#include "testing/full_disk.h"
 #include "testing/temp_dir.h"
 
 namespace tqimage {
@@ -24,6 +23,7 @@ namespace {
 using ::testing::DoubleEq;
 using ::testing::Each;
 using ::testing::ElementsAre;
+using tqtortho::testing::FullDisk;
 using tqtortho::testing::TempDir;
 
 using Cells = tqfd::Rect2_T<int>;
@@ -138,25 +138,6 @@ TEST(TqImageTest, ParentsAreMadeAndImpossibleFilesAreRefused) {
     EXPECT_FALSE(image.Open(path, true)) << path;
   }
 }
-
-/// Lets no file of this process grow beyond `bytes`, as a full disk would.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t bytes) {
-    handler_ = std::signal(SIGXFSZ, SIG_IGN);
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FullDisk() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  rlimit before_{};
-  void (*handler_)(int) = SIG_DFL;
-};
 
 std::vector<std::uint8_t> Noise(std::size_t count) {
   std::mt19937 random(7);

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "core/memory_faults.h"
 #include "internal/gdal_raster.h"
 #include "internal/interleaved_writer.h"
 #include "tqimage/TqImage.h"
@@ -118,6 +119,7 @@ bool TqImage::QuickReadImage(const std::string& path, tqorkit::PhotoInfo& image,
   try {
     if (!ReadInto(*dataset, choice, image)) return false;
   } catch (const std::bad_alloc&) {
+    tqtortho::NoteMemoryFault();
     return false;
   } catch (const std::length_error&) {
     return false;
