@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "driver/mosaic_masks.h"
+#include "internal/safe_file.h"
 #include "job/call_guard.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
@@ -49,9 +50,7 @@ bool RetraceMask(tqExtOri& photo, const std::string& dsmPath, const std::string&
     PathHelper::RemoveFile(fresh);
     return false;
   }
-  std::error_code error;
-  std::filesystem::rename(fresh, mask, error);
-  return !error;
+  return PublishFile(fresh, mask);
 }
 
 /// Marks the cells without ortho data as not shown, and returns how many cells have data.

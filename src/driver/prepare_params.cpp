@@ -6,6 +6,7 @@
 
 #include "driver/block_plan.h"
 #include "driver/param_file.h"
+#include "internal/safe_file.h"
 #include "job/call_guard.h"
 #include "tqfd/PathHelper.h"
 #include "tqtortho/tqTORectify.h"
@@ -47,11 +48,11 @@ bool tqTORectify::PrepareParams(const char* path,
     const int written =
         WriteParamFile(file, header, *cameras, *photoBlocks, GroupSizeOf(*photoBlocks));
     const bool complete = std::ferror(file) == 0;
-    if (std::fclose(file) != 0 || !complete ||
-        std::rename(partPath.c_str(), finalPath.c_str()) != 0) {
+    if (std::fclose(file) != 0 || !complete) {
       tqfd::PathHelper::RemoveFile(partPath);
       return false;
     }
+    if (!PublishFile(partPath, finalPath)) return false;
     blockCount = written;
     return true;
   });

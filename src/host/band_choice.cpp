@@ -9,6 +9,7 @@
 #include "geo/BandChoice.h"
 #include "geo/RasterTools.h"
 #include "host/job_state.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/FileInput.h"
 
@@ -24,14 +25,7 @@ bool WriteIfOther(const fs::path& path, const std::string& text) {
     return true;
   std::error_code failed;
   fs::create_directories(path.parent_path(), failed);
-  const std::string staged = StagedPath(path.string());
-  std::ofstream out(staged, std::ios::binary | std::ios::trunc);
-  out << text;
-  out.close();
-  if (out) fs::rename(staged, path, failed);
-  if (out && !failed) return true;
-  fs::remove(staged, failed);
-  return false;
+  return WriteWholeFile(path.string(), text);
 }
 
 }  // namespace

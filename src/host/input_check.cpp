@@ -21,6 +21,7 @@
 #include "host/job_estimate.h"
 #include "host/map_scale.h"
 #include "host/photo_crs.h"
+#include "internal/safe_file.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -334,14 +335,8 @@ std::int64_t FreeSpace(const std::string& directory) {
 bool CheckWritable(const std::string& directory, std::string& error) {
   std::error_code code;
   fs::create_directories(directory, code);
-  const fs::path probe = fs::path(directory) / (".write-test-" + std::to_string(::getpid()));
-  bool ok = !code;
-  if (ok) {
-    std::ofstream out(probe);
-    out << "x";
-    out.close();
-    ok = out.good();
-  }
+  const std::string probe = directory + "/.write-test-" + std::to_string(::getpid());
+  const bool ok = !code && WriteWholeFile(probe, "x");
   fs::remove(probe, code);
   if (!ok) error = directory + ": cannot be written to; choose another --out or free some space";
   return ok;

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/job_state.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,7 +11,9 @@
 #include "core/limits.h"
 #include "core/stop_flag.h"
 #include "driver/param_file.h"
+#include "host/job_faults.h"
 #include "host/json_text.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "job/photo_files.h"
 #include "tqfd/FileInput.h"
@@ -27,15 +27,6 @@ using Json = nlohmann::json;
 constexpr const char* kRecordEnd = ".json";
 constexpr const char* kNoFingerprint = "none";
 
-/// Forces a file, or the names in a directory, to the disk: a record must not outlive its files in
-/// a power cut.
-void Sync(const std::string& path) {
-  const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (file < 0) return;
-  (void)::fsync(file);
-  ::close(file);
-}
-
 Json ReadRecord(const std::string& path) {
   std::string text, ignored;
   if (!tqfd::ReadWholeFile(path, limits::kSmallFileBytes, text, ignored)) return {};
@@ -46,23 +37,14 @@ void WriteRecord(const std::string& path, const std::string& fingerprint,
                  const std::vector<std::string>& files, const Json& said) {
   Json stamps = Json::object();
   for (const auto& file : files) {
-    Sync(file);
     stamps[file] = FileStamp(file);
   }
-  const std::string unfinished = StagedPath(path);
-  std::error_code failed;
-  fs::create_directories(fs::path(path).parent_path(), failed);
-  std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
-  out << Json{{"fingerprint", fingerprint}, {"files", stamps}, {"said", said}}.dump(
-      1, ' ', false, Json::error_handler_t::replace);
-  out.close();
+  std::error_code ignored;
+  fs::create_directories(fs::path(path).parent_path(), ignored);
   // Without its record the work is done once more, nothing worse.
-  if (!out) {
-    fs::remove(unfinished, failed);
-    return;
-  }
-  Sync(unfinished);
-  fs::rename(unfinished, path, failed);
+  (void)WriteWholeFile(path,
+                       Json{{"fingerprint", fingerprint}, {"files", stamps}, {"said", said}}.dump(
+                           1, ' ', false, Json::error_handler_t::replace));
 }
 
 /// Whether a record speaks of these inputs, and its files are as it left them.
@@ -86,18 +68,13 @@ std::vector<std::string> Rewritten(const std::string& orthoName) {
 
 /// Makes `to` the same file as `from`, else a copy of it. Never leaves half a file.
 bool LinkOver(const std::string& from, const std::string& to) {
-  const std::string beside = StagedPath(to);
   std::error_code failed, ignored;
   fs::create_directories(fs::path(to).parent_path(), ignored);
+  const std::string beside = StagedPath(to);
   fs::remove(beside, ignored);
   fs::create_hard_link(from, beside, failed);
-  if (failed) {
-    failed.clear();
-    fs::copy_file(from, beside, failed);
-  }
-  if (!failed) fs::rename(beside, to, failed);
-  if (failed) fs::remove(beside, ignored);
-  return !failed;
+  if (!failed) return PublishFile(beside, to);
+  return CopyWholeFile(from, to);
 }
 
 }  // namespace
@@ -215,6 +192,7 @@ bool JobState::IsFinished(const std::string& orthoName) {
 }
 
 void JobState::Finish(const std::string& orthoName) {
+  if (MayLackSomething(orthoName)) return;  // such a photo is made again
   std::string fingerprint;
   {
     const std::lock_guard lock(mutex_);
@@ -239,7 +217,6 @@ void JobState::Record(const std::string& orthoName, const std::string& fingerpri
   std::vector<std::string> files = {ObscuredMaskName(orthoName), OrthoSidecarName(orthoName),
                                     ObscuredSidecarName(orthoName)};
   for (const auto& file : Rewritten(orthoName)) {
-    Sync(file);
     if (!LinkOver(file, OriginalPath(file))) return;
     files.push_back(OriginalPath(file));
   }

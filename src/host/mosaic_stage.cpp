@@ -12,6 +12,7 @@
 
 #include "core/numeric.h"
 #include "core/rect_ops.h"
+#include "host/job_faults.h"
 #include "host/job_state.h"
 #include "host/mosaic_tile.h"
 #include "host/surface_limit.h"
@@ -275,6 +276,8 @@ bool Publish(const std::vector<MosaicPhoto>& photos, const MosaicReport& report,
   for (const MosaicPhoto& photo : photos) table.emplace_back(photo.number, photo.name);
   char seen[64];
   std::snprintf(seen, sizeof seen, "%lld", static_cast<long long>(report.seen));
+  // A tile goes on without a layer that could not be read; the older mosaic is better than that.
+  if (!AllDone(options.workDir, error)) return false;
   return outputs.product.Finish(table, {{"CELLS_SEEN", seen}}, error);
 }
 

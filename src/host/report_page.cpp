@@ -8,6 +8,7 @@
 #include "host/report_data.h"
 #include "host/report_layers.h"
 #include "host/report_text.h"
+#include "internal/safe_file.h"
 #include "internal/staged_path.h"
 
 namespace tqtortho::host {
@@ -62,8 +63,7 @@ bool WriteReportPage(const ReportInput& input, const std::string& path, std::str
     std::ofstream out(staged, std::ios::binary);
     WritePage(out, input.title.empty() ? "True orthophoto report" : input.title, data, encoded);
     out.close();
-    if (out) std::filesystem::rename(staged, path, failure);
-    if (out && !failure) return true;
+    if (out && PublishFile(staged, path)) return true;
     error = path + ": cannot be written; is the disk full?";
   } catch (const std::bad_alloc&) {
     error = path + ": cannot be made; memory is short";

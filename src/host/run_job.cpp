@@ -13,6 +13,7 @@
 #include "geo/Vector.h"
 #include "host/border_mask_maker.h"
 #include "host/directory_lock.h"
+#include "host/job_faults.h"
 #include "host/job_paths.h"
 #include "host/job_state.h"
 #include "host/photo_outcomes.h"
@@ -104,7 +105,8 @@ bool MakeOrKeepMosaic(const MosaicInput& input, const JobPaths& paths, const Run
     }
     return relay.Progress(percent);
   };
-  if (!MakeMosaic(input, mosaic, progress, report.mosaic, error)) return false;
+  if (!MakeMosaic(input, mosaic, progress, report.mosaic, error) || !AllDone(paths.work, error))
+    return false;
   state.FinishStage("mosaic", fingerprint,
                     {paths.out + "/mosaic.tif", paths.out + "/source.tif",
                      paths.out + "/quality.tif", PixMapPath(), TexturePath()},
@@ -130,6 +132,7 @@ bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options
   WriteTakeAlong(input, paths, options, ofMosaic, state, relay, report, observer);
   if (relay.Stopped()) return false;
   if (finished) return true;
+  ForgetFaults();  // those of the stages above are told
   if (options.finish == Finish::kFill) {
     relay.share = 0.5;
     (void)job.UpdateOrthoImages(std::string(), paths.ortho, &StageRelay::Callback, &relay);
@@ -137,7 +140,7 @@ bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options
     (void)job.UpdateOrthoImagesMarkOcc(std::string(), paths.ortho, &StageRelay::Callback, &relay);
   }
   relay.End();
-  if (relay.Stopped()) return false;
+  if (relay.Stopped() || !AllDone(paths.work, error)) return false;
   std::vector<std::string> orthos;
   for (const auto& photo : report.photos) {
     if (photo.done)
@@ -158,13 +161,17 @@ void WriteOverview(const RunOptions& options, RunReport& report, RunObserver& ob
   report.previewPath = options.outDir + "/preview.png";
   std::vector<std::uint8_t> pixels;
   int width = 0, height = 0, bands = 0;
-  if (!geo::BuildVrt(report.vrtPath, orthos, 0) ||
-      !geo::ReadReduced(report.mosaicPath.empty() ? report.vrtPath : report.mosaicPath, 2000,
-                        pixels, width, height, bands) ||
+  const auto warn = [&](std::string& path) {
+    observer.Warn(path + ": could not be made (the ortho images are complete)");
+    path.clear();
+  };
+  const bool whole = geo::BuildVrt(report.vrtPath, orthos, 0);
+  const std::string& picture = report.mosaicPath.empty() ? report.vrtPath : report.mosaicPath;
+  if (!geo::ReadReduced(picture, 2000, pixels, width, height, bands) ||
       !geo::WritePng(report.previewPath, pixels.data(), width, height, bands)) {
-    observer.Warn(report.previewPath + ": could not be made (the ortho images are complete)");
-    report.previewPath.clear();
+    warn(report.previewPath);
   }
+  if (!whole) warn(report.vrtPath);
 }
 
 bool WriteLists(Survey& survey, const JobPaths& paths, std::string& error) {
@@ -235,6 +242,7 @@ bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& 
                                                       : BorderCode::kSmoothOnly;
   const auto progress = [&](double share) { return relay.Progress(100 * share); };
   if (!WriteBorderMask(paths.dsm, paths.border, border, error, nullptr, progress)) return false;
+  if (!AllDone(paths.work, error)) return false;
   state.FinishStage("dsm", fingerprint, {paths.dsm, paths.origin, paths.border},
                     ToRecord(report.dsm));
   return true;
@@ -334,10 +342,14 @@ RunStatus Rectify(HostJob& job, const RunOptions& options, const JobPaths& paths
   report.photosKept = state.PhotosKept();
   if (!ok) {
     relay.End();
-    error = JobFailure(paths);
+    if (AllDone(paths.work, error)) error = JobFailure(paths);
     return RunStatus::kFailed;
   }
   report.gsd = heightPair[0];
+  if (!AllDone(paths.work, error)) {
+    relay.End();
+    return RunStatus::kFailed;
+  }
   CollectOutcomes(job.Blocks(), paths, options, withoutFootprint, relay, report, observer);
   relay.End();
   if (!options.sizingOnly) {
@@ -366,6 +378,7 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& watcher,
   if (!TakeDirectories(options, paths, outLock, workLock, error)) return RunStatus::kBadInput;
   RemoveUnfinishedFiles(paths.out);
   RemoveUnfinishedFiles(paths.work);
+  ForgetFaults();
   JobState state(paths.work, paths.ortho, paths.data + "/ortho_data/orParam.txt");
   const JobSettings settings(paths, options, state);
   status = Prepare(survey, options, paths, state, relay, report, error);

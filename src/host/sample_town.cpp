@@ -17,6 +17,7 @@
 #include "host/town_flight.h"
 #include "host/town_render.h"
 #include "host/town_scene.h"
+#include "internal/safe_file.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -151,10 +152,7 @@ bool WriteDescription(const std::string& path, const SampleOptions& o, const Tow
   j["top_m"] = scene.Top();
   j["solids"] = scene.Plan().solids.size();
   for (const SurveyPhoto& p : survey.blocks.front().photos) j["photos"].push_back(p.name);
-  std::ofstream out(path, std::ios::binary);
-  out << j.dump(1) << "\n";
-  out.close();
-  return static_cast<bool>(out);
+  return WriteWholeFile(path, j.dump(1) + "\n");
 }
 
 /// Everything below the output directory. False when stopped or when `path` could not be written.

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "host/number_text.h"
+#include "internal/safe_file.h"
 
 namespace tqtortho::host {
 namespace {
@@ -32,21 +33,6 @@ bool IsListablePath(const std::string& path) {
 
 bool AllFinite(std::initializer_list<double> values) {
   return std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); });
-}
-
-// Complete under its name or not there: a list cut short by a full disk would still read.
-bool WriteWhole(const std::string& path, const std::string& text) {
-  const std::string beside = path + ".part";
-  std::error_code failed;
-  {
-    std::ofstream out(beside, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (out) std::filesystem::rename(beside, path, failed);
-    if (out && !failed) return true;
-  }
-  std::filesystem::remove(beside, failed);
-  return false;
 }
 
 }  // namespace
@@ -74,7 +60,7 @@ bool WriteCameraFile(const std::string& path, const Survey& survey) {
     for (const double v : c.coefficients) text += " " + Exact(v);
     text += "\n";
   }
-  return WriteWhole(path, text);
+  return WriteWholeFile(path, text);
 }
 
 bool WritePhotoList(const std::string& path, const Survey& survey) {
@@ -92,7 +78,7 @@ bool WritePhotoList(const std::string& path, const Survey& survey) {
       text += " " + std::to_string(p.cameraId) + "\n";
     }
   }
-  return WriteWhole(path, text);
+  return WriteWholeFile(path, text);
 }
 
 }  // namespace tqtortho::host

@@ -9,6 +9,7 @@
 #include "core/fingerprint.h"
 #include "geo/WebTiles.h"
 #include "host/seams_file.h"
+#include "internal/safe_file.h"
 #include "tqtortho/Version.h"
 
 namespace tqtortho::host {
@@ -27,10 +28,7 @@ bool WriteTileJson(const std::string& path, const geo::WebTileReport& report) {
       {"bounds", {report.west, report.south, report.east, report.north}},
       {"center",
        {(report.west + report.east) / 2, (report.south + report.north) / 2, report.minZoom}}};
-  std::ofstream out(path);
-  out << json.dump(2) << "\n";
-  out.close();
-  return out.good();
+  return WriteWholeFile(path, json.dump(2) + "\n");
 }
 
 /// How each photo stands, in the order of their numbers.
