@@ -259,6 +259,8 @@ void AddRun(CLI::App& app, int& status) {
   command->add_flag("--reduced", a->run.reducedCopies,
                     "also write a reduced copy of every ortho (OUT/rs)");
   command->add_flag("--sizing-only", a->run.sizingOnly, "georeference sidecars only, no rasters");
+  command->add_flag("--full-paths", a->run.fullPaths,
+                    "the report names directories too; without it only files, as it is passed on");
   command->add_flag("--fresh", a->run.fresh,
                     "start over; without it a run goes on where an earlier one in OUT stopped");
   command->add_option("--work", a->run.workDir, "the job's own state (default OUT/work)")

@@ -12,6 +12,7 @@
 #include "core/stop_flag.h"
 #include "geo/RasterTools.h"
 #include "host/surface_limit.h"
+#include "rectify/photo_outputs.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -248,7 +249,7 @@ bool BlankWithoutHeight(const std::string& orthoPath, const std::string& originP
       }
     }
   }
-  if (changed && !TqImage::QuickWriteImage(orthoPath, ortho, &at, true)) {
+  if (changed && !WriteOrthoImage(orthoPath, ortho, at)) {
     error = orthoPath + ": cannot be written; is the disk full?";
     return false;
   }

@@ -13,6 +13,7 @@
 #include "driver/param_file.h"
 #include "host/job_faults.h"
 #include "host/json_text.h"
+#include "host/ortho_names.h"
 #include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "job/photo_files.h"
@@ -64,17 +65,6 @@ bool Agrees(const Json& record, const std::string& fingerprint) {
 /// Files that later stages rewrite.
 std::vector<std::string> Rewritten(const std::string& orthoName) {
   return {orthoName, OwnershipMaskName(orthoName), OwnershipMaskCopyName(orthoName)};
-}
-
-/// Makes `to` the same file as `from`, else a copy of it. Never leaves half a file.
-bool LinkOver(const std::string& from, const std::string& to) {
-  std::error_code failed, ignored;
-  fs::create_directories(fs::path(to).parent_path(), ignored);
-  const std::string beside = StagedPath(to);
-  fs::remove(beside, ignored);
-  fs::create_hard_link(from, beside, failed);
-  if (!failed) return PublishFile(beside, to);
-  return CopyWholeFile(from, to);
 }
 
 }  // namespace
@@ -217,7 +207,7 @@ void JobState::Record(const std::string& orthoName, const std::string& fingerpri
   std::vector<std::string> files = {ObscuredMaskName(orthoName), OrthoSidecarName(orthoName),
                                     ObscuredSidecarName(orthoName)};
   for (const auto& file : Rewritten(orthoName)) {
-    if (!LinkOver(file, OriginalPath(file))) return;
+    if (!LinkOrCopyFile(file, OriginalPath(file))) return;
     files.push_back(OriginalPath(file));
   }
   for (const auto& file : files) {
@@ -244,7 +234,7 @@ bool JobState::RestoreOriginals(const std::string& orthoName, std::string& error
     const std::string original = OriginalPath(file);
     std::error_code failed;
     if (fs::equivalent(original, file, failed)) continue;
-    if (LinkOver(original, file)) continue;
+    if (LinkOrCopyFile(original, file)) continue;
     error = file + ": cannot be written; is the disk full?";
     return false;
   }
@@ -267,6 +257,7 @@ void JobState::RemoveOthers(const std::set<std::string>& orthoNames) {
       fs::remove(file, failed);
     }
     for (const auto& file : Rewritten(name)) fs::remove(file, failed);
+    for (const auto& file : NamesOfOrtho(name)) fs::remove(file, failed);
     Forget(name);
   }
 }

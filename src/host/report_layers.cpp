@@ -46,7 +46,7 @@ void ReadMosaic(const std::string& path, ReportLayers& layers) {
       layers.mosaic[3 * i + static_cast<std::size_t>(b)] = band[i];
     }
   }
-  if (!ReadOnGrid<std::uint8_t>(path, 4, grid, geo::Scaling::kNearest, 0, layers.alpha)) {
+  if (!ReadOnGrid<std::uint8_t>(path, 0, grid, geo::Scaling::kNearest, 0, layers.alpha)) {
     layers.alpha.clear();
   }
 }

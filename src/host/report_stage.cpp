@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/report_stage.h"
 
+#include "core/fingerprint.h"
 #include "host/number_text.h"
 #include "host/report_page.h"
+#include "host/short_paths.h"
 #include "tqtortho/Version.h"
 
 namespace tqtortho::host {
@@ -22,6 +24,14 @@ std::vector<std::pair<std::string, std::string>> SettingsOf(const RunOptions& op
           {"products", options.outDir}};
 }
 
+/// The page is passed on: it names files, not where they lie.
+void ShortenPaths(ReportInput& page, RunReport& shown) {
+  page.title = WithShortPaths(page.title);
+  for (auto& [name, value] : page.settings) value = WithShortPaths(value);
+  for (std::string& note : page.notes) note = WithShortPaths(note);
+  for (PhotoOutcome& photo : shown.photos) photo.reason = WithShortPaths(photo.reason);
+}
+
 }  // namespace
 
 void WriteReport(const MosaicInput& input, const JobPaths& paths, const RunOptions& options,
@@ -30,7 +40,8 @@ void WriteReport(const MosaicInput& input, const JobPaths& paths, const RunOptio
                  RunReport& report, RunObserver& observer) {
   const std::string path = paths.out + "/report.html";
   report.reportPath = options.outDir + "/report.html";
-  if (state.Stage("report", fingerprint)) return;
+  const std::string own = Fingerprint().Add(fingerprint).Add(int{options.fullPaths}).Text();
+  if (state.Stage("report", own)) return;
   // The page tells of the job up to here, not of itself.
   relay.End();
   RunReport shown = report;
@@ -48,11 +59,12 @@ void WriteReport(const MosaicInput& input, const JobPaths& paths, const RunOptio
   for (const auto& stage : shown.stages) {
     page.stagePeakMemoryBytes.push_back(stage.peakMemoryBytes);
   }
+  if (!options.fullPaths) ShortenPaths(page, shown);
   std::string error;
   const bool written = WriteReportPage(page, path, error);
   relay.End();
   if (written) {
-    state.FinishStage("report", fingerprint, {path}, nlohmann::json::object());
+    state.FinishStage("report", own, {path}, nlohmann::json::object());
     return;
   }
   report.reportPath.clear();

@@ -10,12 +10,14 @@
 
 #include "core/fingerprint.h"
 #include "geo/RasterTools.h"
+#include "geo/ScaledRead.h"
 #include "geo/Vector.h"
 #include "host/border_mask_maker.h"
 #include "host/directory_lock.h"
 #include "host/job_faults.h"
 #include "host/job_paths.h"
 #include "host/job_state.h"
+#include "host/ortho_names.h"
 #include "host/photo_outcomes.h"
 #include "host/photo_staging.h"
 #include "host/report_stage.h"
@@ -150,13 +152,33 @@ bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options
   return true;
 }
 
-/// One picture and one virtual raster over all orthos, so that a person can look at once.
-void WriteOverview(const RunOptions& options, RunReport& report, RunObserver& observer) {
-  std::vector<std::string> orthos;
-  for (const auto& photo : report.photos) {
-    if (photo.done) orthos.push_back(photo.orthoPath);
+/// Gives a colour picture of a raster an alpha band, so that what the raster does not show is
+/// transparent, not black.
+bool CutOut(const std::string& raster, int width, int height, int& bands,
+            std::vector<std::uint8_t>& pixels) {
+  if (bands != 3) return true;
+  geo::RasterSummary file;
+  std::string ignored;
+  std::vector<std::uint8_t> valid;
+  if (!geo::DescribeRaster(raster, file, ignored)) return false;
+  const auto cols = static_cast<double>(file.width), rows = static_cast<double>(file.height);
+  if (!geo::ReadScaled(raster, 0, {0, 0, cols, rows, width, height}, geo::Scaling::kNearest,
+                       valid)) {
+    return false;
   }
-  if (orthos.empty()) return;
+  std::vector<std::uint8_t> cut(4 * valid.size());
+  for (std::size_t i = 0; i < valid.size(); ++i) {
+    std::copy_n(&pixels[3 * i], 3, &cut[4 * i]);
+    cut[4 * i + 3] = valid[i];
+  }
+  pixels.swap(cut);
+  bands = 4;
+  return true;
+}
+
+/// One picture and one virtual raster over all orthos, so that a person can look at once.
+void WriteOverview(const std::vector<std::string>& orthos, const RunOptions& options,
+                   RunReport& report, RunObserver& observer) {
   report.vrtPath = options.outDir + "/orthos.vrt";
   report.previewPath = options.outDir + "/preview.png";
   std::vector<std::uint8_t> pixels;
@@ -168,6 +190,7 @@ void WriteOverview(const RunOptions& options, RunReport& report, RunObserver& ob
   const bool whole = geo::BuildVrt(report.vrtPath, orthos, 0);
   const std::string& picture = report.mosaicPath.empty() ? report.vrtPath : report.mosaicPath;
   if (!geo::ReadReduced(picture, 2000, pixels, width, height, bands) ||
+      !CutOut(picture, width, height, bands, pixels) ||
       !geo::WritePng(report.previewPath, pixels.data(), width, height, bands)) {
     warn(report.previewPath);
   }
@@ -401,7 +424,15 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& watcher,
       return relay.Stopped() ? Stopped(error) : RunStatus::kFailed;
     }
     for (const auto& line : report.mosaic.leftOut) observer.Warn(line);
-    WriteOverview(options, report, observer);
+    std::vector<std::string> orthos;
+    for (const auto& photo : report.photos) {
+      if (photo.done) orthos.push_back(photo.orthoPath);
+    }
+    if (!NameOrthosForPeople(orthos, orthos)) {
+      (void)AllDone(paths.work, error);
+      return RunStatus::kFailed;
+    }
+    WriteOverview(orthos, options, report, observer);
     notes.insert(notes.end(), observer.Lines().begin(), observer.Lines().end());
     WriteReport({job.Blocks(), job.Cameras(), paths.ortho, report.gsd}, paths, options, title,
                 products, notes, state, relay, report, observer);

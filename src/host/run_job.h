@@ -44,6 +44,7 @@ struct RunOptions {
   Finish finish = Finish::kFill;
   MosaicFormat format;      ///< of the mosaic
   bool webTiles = false;    ///< also OUT/tiles
+  bool fullPaths = false;   ///< the report tells the directories of inputs and products
   bool fresh = false;       ///< forget what an earlier run in workDir finished
   bool sizingOnly = false;  ///< georeference sidecars only, no rasters
   int threads = 0;          ///< 0: all cores

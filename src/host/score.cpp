@@ -14,6 +14,7 @@
 #include "core/grid_view.h"
 #include "core/numeric.h"
 #include "core/stop_flag.h"
+#include "geo/ScaledRead.h"
 #include "host/patch_registration.h"
 #include "job/photo_files.h"
 #include "tqimage/TqImage.h"
@@ -195,6 +196,16 @@ bool CompareColours(const std::string& truthDir, const std::string& stem,
   c.cols = ortho.width;
   c.cellM = geo.GetResolution().x;
   const std::size_t count = static_cast<std::size_t>(c.rows) * static_cast<std::size_t>(c.cols);
+  // A mosaic tells its cells by mask or alpha, an ortho by the codes 0 (no data) and 1 (the sample
+  // lies outside the photo).
+  std::vector<std::uint8_t> valid;
+  if (stem.empty()) {
+    const auto cols = static_cast<double>(c.cols), rows = static_cast<double>(c.rows);
+    if (!geo::ReadScaled(orthoPath, 0, {0, 0, cols, rows, c.cols, c.rows}, geo::Scaling::kNearest,
+                         valid)) {
+      return false;
+    }
+  }
   c.truthGrey.assign(count, 0);
   c.orthoGrey.assign(count, 0);
   c.seen.assign(count, 0);
@@ -211,8 +222,8 @@ bool CompareColours(const std::string& truthDir, const std::string& stem,
       std::array<double, 3> truth{};
       if (!colour.Bilinear(at.x, at.y, truth)) continue;
       c.inside += 1;
-      // 0 and 1 are the codes for no data and for a sample outside the photo.
-      if (pixel[0] <= 1 || (!stem.empty() && visibility.Nearest(at.x, at.y, kOutside) != kSeen)) {
+      if (stem.empty() ? valid[i] == 0
+                       : pixel[0] <= 1 || visibility.Nearest(at.x, at.y, kOutside) != kSeen) {
         continue;
       }
       c.facades += IsFacade(pixel) ? 1 : 0;

@@ -80,7 +80,7 @@ void SetOrthoGrid(const tqorkit::PhotoInfo& ortho, tqorkit::tqExtOri& photo) {
 bool WriteOrtho(const std::string& orthoName, const tqorkit::PhotoInfo& ortho,
                 const std::string& projection) {
   const auto coefficients = GeoreferenceOf(ortho, projection);
-  return TqImage::QuickWriteImage(orthoName, ortho, &coefficients, true) &&
+  return WriteOrthoImage(orthoName, ortho, coefficients) &&
          WriteOwnershipMask(orthoName, ortho, coefficients);
 }
 

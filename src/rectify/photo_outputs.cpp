@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "internal/interleaved_writer.h"
 #include "job/cv_bridge.h"
 #include "job/photo_files.h"
 #include "rectify/sidecar.h"
@@ -50,18 +51,37 @@ void MarkData(GridView<const std::uint8_t> pixels, int bands, GridView<std::uint
   }
 }
 
+bool WriteOrthoImage(const std::string& orthoName, const tqorkit::PhotoInfo& ortho,
+                     const tqimage::GeoCoefficients& coefficients) {
+  if (ortho.dataType > tqimage::kByte) {
+    return TqImage::QuickWriteImage(orthoName, ortho, &coefficients, true);
+  }
+  tqimage::InterleavedRaster raster;
+  raster.data = ortho.data.data();
+  raster.width = ortho.width;
+  raster.height = ortho.height;
+  raster.bands = ortho.bands;
+  raster.hasNoData = true;  // 0: sampling gives 1 to black pixels
+  raster.description = "one photo on the surface model; 0 in all bands: no data";
+  const auto cells = static_cast<std::size_t>(ortho.width) * static_cast<std::size_t>(ortho.height);
+  return ortho.data.size() >= cells * static_cast<std::size_t>(ortho.bands) &&
+         tqimage::WriteInterleaved(orthoName, raster, &coefficients, true);
+}
+
 bool WriteOwnershipMask(const std::string& orthoName, const tqorkit::PhotoInfo& ortho,
                         const tqimage::GeoCoefficients& coefficients) {
   std::vector<std::uint8_t> mask(static_cast<std::size_t>(ortho.width) * ortho.height);
   MarkData({ortho.data.data(), ortho.height, ortho.width * ortho.bands}, ortho.bands,
            {mask.data(), ortho.height, ortho.width});
+  tqimage::InterleavedRaster raster;
+  raster.data = mask.data();
+  raster.width = ortho.width;
+  raster.height = ortho.height;
+  raster.bands = 1;
+  raster.description = "255: the ortho image as rectified has data in this cell";
   const std::string name = OwnershipMaskName(orthoName);
-  TqImage image;
-  return image.Create(name, ortho.width, ortho.height, 1, tqimage::kByte, tqimage::kGeoTiff,
-                      true) &&
-         image.SetGeoCoefficients(coefficients) &&
-         image.WriteImage(0, {0, 0, ortho.width, ortho.height}, tqimage::kByte, mask.data()) &&
-         image.Close() && PathHelper::CopyFile2(name, OwnershipMaskCopyName(orthoName));
+  return tqimage::WriteInterleaved(name, raster, &coefficients, true) &&
+         PathHelper::CopyFile2(name, OwnershipMaskCopyName(orthoName));
 }
 
 bool WriteReducedCopy(const std::string& orthoName, const std::string& outputDir,

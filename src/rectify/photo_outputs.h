@@ -27,6 +27,11 @@ void RemoveLeftovers(const std::string& orthoName);
 /// @param mask    rows x cols
 void MarkData(GridView<const std::uint8_t> pixels, int bands, GridView<std::uint8_t> mask);
 
+/// Writes an ortho image, as rectified or as an update has changed it: its file names 0 as no data
+/// and says what it is.
+[[nodiscard]] bool WriteOrthoImage(const std::string& orthoName, const tqorkit::PhotoInfo& ortho,
+                                   const tqimage::GeoCoefficients& coefficients);
+
 /// Writes the ownership mask of an ortho (its data cells until the mosaic is divided) and the
 /// mask's copy for programs that know a TIFF by its name.
 [[nodiscard]] bool WriteOwnershipMask(const std::string& orthoName, const tqorkit::PhotoInfo& ortho,

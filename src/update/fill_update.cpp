@@ -8,6 +8,7 @@
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "job/progress.h"
+#include "rectify/photo_outputs.h"
 #include "tqimage/TqImage.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/fill_cells.h"
@@ -128,7 +129,7 @@ bool tqTORProc::UpdateOrthoImagesEx(std::string /*ignored*/, std::string orthoDi
           return !name.empty() && ReadOrtho(name, ortho, geo) &&
                  ReadMask(ObscuredMaskName(name), hidden) && ReadTextureUnder(geo, ortho, under) &&
                  FillImgObscure(hidden, under, ortho) && FillImgInvalidHoles(under, ortho) &&
-                 TqImage::QuickWriteImage(name, ortho, &geo, true);
+                 WriteOrthoImage(name, ortho, geo);
         });
         if (done) stage.FinishOne();
       }

@@ -3,7 +3,7 @@
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "job/progress.h"
-#include "tqimage/TqImage.h"
+#include "rectify/photo_outputs.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/mark_occluded.h"
 #include "update/mosaic_grid.h"
@@ -27,7 +27,7 @@ bool MarkPhoto(const std::string& orthoName) {
   MarkOccluded(mask.data, mask.width, hidden.data, ortho.height, ortho.width, ortho.bands,
                ortho.data.data());
   // An image that cannot be written stays as it was; the photo counts as done like any other.
-  (void)tqimage::TqImage::QuickWriteImage(orthoName, ortho, &geo, true);
+  (void)WriteOrthoImage(orthoName, ortho, geo);
   return true;
 }
 

@@ -3,13 +3,14 @@
 #include <cstdio>
 
 #include "core/rect_ops.h"
+#include "internal/interleaved_writer.h"
 #include "job/call_guard.h"
 #include "job/messages.h"
 #include "job/photo_files.h"
 #include "job/progress.h"
+#include "rectify/photo_outputs.h"
 #include "tqfd/StringConverter.h"
 #include "tqimage/TqImage.h"
-#include "tqorkit/TqFSManager.h"
 #include "tqorkit/tqBinaryData.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/feather_blend.h"
@@ -117,8 +118,15 @@ void OwnPhoto(const UpdateJob& job, const tqExtOri& photo, int label,
     const std::string ortho = OrthoName(job.orthoDir, photo.GetPhotoName(), photo.GetImgBlkId());
     if (ortho.empty()) return false;
     const auto grown = GrowOwnership(GridView<const std::uint8_t>(mask.data(), height, width));
-    return tqorkit::TqFSManager::SaveImageFile(grown.data(), width + 1, height + 1, 1,
-                                               OwnershipMaskName(ortho), true, &geo);
+    tqimage::InterleavedRaster raster;
+    raster.data = grown.data();
+    raster.width = width + 1;
+    raster.height = height + 1;
+    raster.bands = 1;
+    raster.description =
+        "255: by the last update the photo owns this cell or nobody does; one column and row more "
+        "than the ortho image";
+    return tqimage::WriteInterleaved(OwnershipMaskName(ortho), raster, &geo, true);
   });
 }
 
@@ -174,7 +182,7 @@ bool FillPhoto(const UpdateJob& job, const tqExtOri& photo, const TextureStrip& 
                {texture.data(), ortho.height, ortho.width, strip.bands},
                {ortho.data.data(), ortho.height, ortho.width, ortho.bands});
   // An image that cannot be written stays as it was; the photo counts as done like any other.
-  (void)TqImage::QuickWriteImage(name, ortho, &geo, true);
+  (void)WriteOrthoImage(name, ortho, geo);
   return true;
 }
 

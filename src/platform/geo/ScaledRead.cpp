@@ -18,7 +18,7 @@ bool Read(const std::string& path, int band, const ScaledWindow& window, Scaling
   constexpr double kSlack = 1e-6;  // of a cell: windows are quotients of ground coordinates
   tqimage::GdalScope scope;
   const tqimage::DatasetPtr file = tqimage::OpenRaster(path, false);
-  if (!file || band < 1 || band > file->GetRasterCount()) return false;
+  if (!file || band < 0 || band > file->GetRasterCount()) return false;
   const double fileCols = file->GetRasterXSize();
   const double fileRows = file->GetRasterYSize();
   if (!(window.cols > 0 && window.rows > 0 && window.outCols > 0 && window.outRows > 0 &&
@@ -52,10 +52,11 @@ bool Read(const std::string& path, int band, const ScaledWindow& window, Scaling
   const int row = std::min(tqtortho::FloorToInt(how.dfYOff), file->GetRasterYSize() - 1);
   const int cols = std::max(tqtortho::TruncToInt(std::ceil(how.dfXOff + how.dfXSize)) - col, 1);
   const int rows = std::max(tqtortho::TruncToInt(std::ceil(how.dfYOff + how.dfYSize)) - row, 1);
-  return file->GetRasterBand(band)->RasterIO(
-             GF_Read, col, row, std::min(cols, file->GetRasterXSize() - col),
-             std::min(rows, file->GetRasterYSize() - row), cells.data(), window.outCols,
-             window.outRows, type, 0, 0, &how) == CE_None &&
+  GDALRasterBand* const first = file->GetRasterBand(std::max(band, 1));
+  GDALRasterBand* const source = band == 0 ? first->GetMaskBand() : first;
+  return source->RasterIO(GF_Read, col, row, std::min(cols, file->GetRasterXSize() - col),
+                          std::min(rows, file->GetRasterYSize() - row), cells.data(),
+                          window.outCols, window.outRows, type, 0, 0, &how) == CE_None &&
          !scope.Failed();
 }
 

@@ -23,10 +23,13 @@ enum class Scaling {
   kSmooth,   ///< mean when cells get larger, bilinear when they get smaller
 };
 
-/// Reads one band (counted from 1) of a raster of any size at another scale. Takes the file's
-/// overviews where they are fine enough, so that it costs what the output costs; without them the
-/// file is read block by block and never held whole. Empty cells take no part in means; where there
-/// is nothing else the file's no-data value comes back.
+/// Reads one band (counted from 1, 0: see below) of a raster of any size at another scale. Takes
+/// the file's overviews where they are fine enough, so that it costs what the output costs; without
+/// them the file is read block by block and never held whole. Empty cells take no part in means;
+/// where there is nothing else the file's no-data value comes back.
+///
+/// Band 0 is the raster's validity: 255 where there is something to see, by alpha, mask or no-data
+/// value, whichever the file has.
 ///
 /// @return false when the raster cannot be read, or the window reaches outside it
 [[nodiscard]] bool ReadScaled(const std::string& path, int band, const ScaledWindow& window,

@@ -16,6 +16,7 @@ struct InterleavedRaster {
   int dataType = 1;  ///< DataType code
   bool hasNoData = false;
   double noData = 0;
+  const char* description = nullptr;  ///< what the cells mean, for whoever opens the file
 };
 
 /// Writes a whole raster as a GeoTIFF, complete or not at all. With null `coefficients` the file

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "internal/staged_path.h"
+#include "tqfd/PathHelper.h"
 
 namespace tqtortho {
 namespace {
@@ -362,6 +363,14 @@ bool CopyWholeFile(const std::string& from, const std::string& to) {
   if (copied) return PublishFile(staged, to);
   if (target >= 0) ::unlink(staged.c_str());
   return Failed(to, error);
+}
+
+bool LinkOrCopyFile(const std::string& from, const std::string& to) {
+  tqfd::PathHelper::MakeParentDirectory(to);
+  const std::string staged = StagedPath(to);
+  ::unlink(staged.c_str());
+  return ::link(from.c_str(), staged.c_str()) == 0 ? PublishFile(staged, to)
+                                                   : CopyWholeFile(from, to);
 }
 
 }  // namespace tqtortho

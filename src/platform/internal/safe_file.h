@@ -62,4 +62,8 @@ void NoteFailedRead(const std::string& path);
 /// Copies a whole file under the same rules.
 [[nodiscard]] bool CopyWholeFile(const std::string& from, const std::string& to);
 
+/// Makes `to` a second name of the file `from`, else, where the file system has no hard links, a
+/// copy of it.
+[[nodiscard]] bool LinkOrCopyFile(const std::string& from, const std::string& to);
+
 }  // namespace tqtortho

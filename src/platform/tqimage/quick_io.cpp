@@ -174,6 +174,9 @@ bool WriteInterleaved(const std::string& path, const InterleavedRaster& raster,
   if (raster.hasNoData && dataset.GetRasterBand(1)->SetNoDataValue(raster.noData) != CE_None) {
     return false;
   }
+  if (raster.description != nullptr) {
+    dataset.SetMetadataItem("TIFFTAG_IMAGEDESCRIPTION", raster.description);
+  }
   const auto sample = static_cast<GSpacing>(sampleSize);
   const GSpacing pixel = sample * raster.bands;
   if (!TransferStrips(dataset, GF_Write, 0, 0, raster.width, raster.height,
