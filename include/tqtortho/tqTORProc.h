@@ -45,6 +45,10 @@ class TQTORTHO_API tqTORProc {
   /// @param rectifyOption  resampling: 0 nearest neighbour, 1 bilinear
   /// @param flagA          write a reduced copy of every ortho image
   /// @param flagB          sizing run: sidecars only, no rasters
+  /// @return false (logged) when a stage fails or is stopped, and when no photo got an ortho image,
+  ///         or a sidecar in a sizing run. A photo that fails alone is named in the log with its
+  ///         cause and fails nothing. Relative paths, also those in the photo list, are looked up
+  ///         in the process's working directory.
   bool TrueOrthoPhotoProc(const char* dsmPath, const char* cameraFile, const char* photoListFile,
                           double* heightPair, const char* outputDir,
                           std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
@@ -80,7 +84,7 @@ class TQTORTHO_API tqTORProc {
   ///
   /// @param orthoDir  prefix of the ortho images' names, as given to TrueOrthoPhotoProc
   /// @return false without photos, parameter file or resolution, for more than 65,535 photos, when
-  ///         a file cannot be written, and after a stop.
+  ///         no ortho image can be read (logged), a file cannot be written, and after a stop.
   bool GennerateFillTexture(std::string orthoDir, tqfd::ProgressCallback progress,
                             void* user);  // name is fixed by callers
   /// Puts the job's fill texture into every ortho image wherever the texture has a colour, cells
@@ -92,8 +96,9 @@ class TQTORTHO_API tqTORProc {
   ///
   /// @param ignored    not used
   /// @param orthoDir   prefix of the ortho images' names, as given to TrueOrthoPhotoProc
-  /// @return false without photos, parameter file, resolution or texture, and after a stop. A photo
-  ///         that cannot be read and a map that is missing (logged) are no failure.
+  /// @return false without photos, parameter file, resolution or texture (logged), and after a
+  ///         stop. A photo that cannot be read and a map that is missing (logged) are no failure,
+  ///         nor is it when no ortho image at all can be read (logged).
   bool UpdateOrthoImages(std::string ignored, std::string orthoDir, tqfd::ProgressCallback progress,
                          void* user);
   /// The sparing update: puts the texture into hidden cells (FillImgObscure) and holes
@@ -104,8 +109,9 @@ class TQTORTHO_API tqTORProc {
   /// the texture under its own ortho in memory. One step of progress per photo.
   ///
   /// @param ignored, orthoDir  as for UpdateOrthoImages
-  /// @return false without photos, parameter file, resolution or texture, and after a stop. A photo
-  ///         that cannot be read or written is no failure; it stays and reports no progress.
+  /// @return false without photos, parameter file, resolution or texture (logged), when no ortho
+  ///         image can be read (logged), and after a stop. A photo that cannot be read or written
+  ///         is no failure; it stays and reports no progress.
   bool UpdateOrthoImagesEx(std::string ignored, std::string orthoDir,
                            tqfd::ProgressCallback progress, void* user);
   /// Sets to 0 the cells of every ortho image that the photo must not supply: outside its ownership
@@ -128,7 +134,8 @@ class TQTORTHO_API tqTORProc {
                       double* heightPair, const char* outputDir,
                       std::vector<tqfd::Point2_T<double>>* areaPolygon, int rectifyOption,
                       bool flagA, bool flagB, tqfd::ProgressCallback progress, void* user);
-  /// Builds the masks that decide which photo supplies each part of the mosaic.
+  /// Builds the masks that decide which photo supplies each part of the mosaic. Unless a host has
+  /// put in a maker of its own, false (logged) when no photo has a footprint.
   bool MosaicMskProc(tqfd::ProgressCallback progress, void* user);
   /// Traces the occlusion mask of every photo again, photos of a block in parallel. For a derived
   /// driver, between rectification and update. A photo whose trace fails keeps the mask it had.

@@ -21,8 +21,8 @@ namespace {
 
 using Rect = tqfd::Rect2_T<double>;
 
-bool Fail(std::string_view detail) {
-  LogMessage(std::string(message::kEstimateAbnormal) + std::string(detail));
+bool Fail(std::string_view detail, std::string_view path = {}) {
+  LogMessage(std::string(message::kEstimateAbnormal) + std::string(detail) + std::string(path));
   return false;
 }
 
@@ -223,15 +223,17 @@ bool tqTORectify::OrthoRectifyEstSize(
     tqimage::GeoCoefficients dsm;
     {
       tqimage::TqImage image;
-      if (!image.Open(dsmPath, true)) return Fail(dsmPath);
+      if (!image.Open(dsmPath, true)) return Fail(message::kDsmUnreadable, dsmPath);
       dsm = image.GetGeoCoefficients();
     }
     const double step = JobResolution(heightPair[0], dsm.GetResolution().x);
-    if (!IsNorthUp(dsm) || step == 0) return Fail(dsmPath);
+    if (!IsNorthUp(dsm) || step == 0) return Fail(message::kDsmUnplaced, dsmPath);
     HeightPyramid surface;
     {
       tqorkit::PhotoInfo ranges;
-      if (!ReadAndStrechDSM(dsmPath, kMaxSurfacePatches, ranges)) return Fail(dsmPath);
+      if (!ReadAndStrechDSM(dsmPath, kMaxSurfacePatches, ranges)) {
+        return Fail(message::kDsmUnreadable, dsmPath);
+      }
       surface = PyramidOf(ranges);
     }
     heightPair[0] = step;
@@ -239,6 +241,7 @@ bool tqTORectify::OrthoRectifyEstSize(
     const JobArea area = AreaOf(dsm, areaPolygon);
 
     std::vector<PhotoOfJob> photos = AllPhotos(*photoBlocks);
+    if (photos.empty()) return Fail(message::kNoPhotos);
     if (!EstimateAll(photos, *cameras, surface, lattice, area, progress, user)) return false;
     Rect job;
     std::vector<KeyedFootprint> footprints;
@@ -251,7 +254,7 @@ bool tqTORectify::OrthoRectifyEstSize(
         (void)Fail(p.photo->GetPhotoName());
       }
     }
-    if (footprints.empty()) return Fail(dsmPath);
+    if (footprints.empty()) return Fail(message::kNoFootprint, dsmPath);
     photoNeighbours = OverlappingPhotos(std::move(footprints));
     const int left = lattice.ColumnOf(job.minX);
     const int right = lattice.ColumnOf(job.maxX);

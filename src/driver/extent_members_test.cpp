@@ -200,7 +200,8 @@ TEST(OrthoRectifyEstSizeTest, FailsWithItsOwnLogLine) {
   std::filesystem::remove(job.Dsm());
   const Estimate e = EstimateOf(job, 0.5);
   EXPECT_FALSE(e.done);
-  EXPECT_THAT(e.log, ElementsAre(ToGbk(message::kEstimateAbnormal) + job.Dsm()));
+  EXPECT_THAT(e.log, ElementsAre(ToGbk(message::kEstimateAbnormal) +
+                                 ToGbk(message::kDsmUnreadable) + job.Dsm()));
 
   const TinyJob noPhotos;
   const Estimate none = EstimateOf(noPhotos, 0.5);

@@ -11,6 +11,7 @@
 #include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
+#include "driver/missing_orthos.h"
 #include "driver/param_file.h"
 #include "job/call_guard.h"
 #include "job/messages.h"
@@ -158,7 +159,12 @@ bool MakeMosaicMasks(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
                      tqfd::ProgressCallback progress, void* user) {
   std::ifstream file = tqfd::OpenInputFile(ParamFilePath(), limits::kListBytes);
   ParamHeader header;
-  if (!file || !ParamFileReader(file).ReadHeader(header) || header.flagB) return true;
+  if (!file || !ParamFileReader(file).ReadHeader(header)) {
+    LogMessage(message::kParamFileError);
+    return false;
+  }
+  if (!TellOfMissingOrthos(photoBlocks, header.outputDir)) return false;
+  if (header.flagB) return true;
   Grid grid;
   if (!PlaceGrid(photoBlocks, header.heightPair[0], grid)) return true;
   const auto photos = PlacePhotos(photoBlocks, grid, header.outputDir);

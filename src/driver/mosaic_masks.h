@@ -18,8 +18,12 @@ namespace tqtortho {
 /// Photos without a footprint, and those whose masks cannot be read, supply nothing. A sizing run
 /// has no masks and gets no map.
 ///
+/// Photos without a footprint are named in the log with what kept them from one; where no photo has
+/// one the job has made nothing, and fails here.
+///
 /// Works in strips of rows, on OpenMP's threads; memory is that of a strip per thread.
-/// @return false when the map cannot be written, and after a stop.
+/// @return false when no photo has a footprint, without parameter file, when the map cannot be
+/// written, and after a stop.
 bool MakeMosaicMasks(std::vector<tqorkit::tqPhotoCategory>& photoBlocks,
                      tqfd::ProgressCallback progress, void* user);
 

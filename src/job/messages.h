@@ -36,6 +36,27 @@ inline constexpr std::string_view kTexturing = "正在生成填充纹理...";
 inline constexpr std::string_view kUpdating = "正在更新正射影像.....";
 /// "error opening pix_map.bin"
 inline constexpr std::string_view kPixMapError = "打开pix_map.bin文件出错！";
+/// "cannot open textures.tif: "
+inline constexpr std::string_view kTextureError = "打开textures.tif文件出错：";
+/// "no ortho image could be read, the first: "
+inline constexpr std::string_view kNoOrthoReadable = "没有可读取的正射影像，首个：";
+/// "no photo has an ortho image; nothing was made"
+inline constexpr std::string_view kNothingMade = "没有任何像片生成正射影像！";
+/// "without ortho image, cannot read the photo: "
+inline constexpr std::string_view kPhotoUnreadable = "未生成正射影像，无法读取像片：";
+/// "without ortho image, samples are not 8 bits wide: "
+inline constexpr std::string_view kPhotoNotBytes = "未生成正射影像，像片不是8位影像：";
+/// "without ortho image, the output directory cannot be written to: "
+inline constexpr std::string_view kOutputUnwritable = "未生成正射影像，无法写入输出目录：";
+/// "without ortho image, sees nothing of the DSM or has no camera: "
+inline constexpr std::string_view kPhotoSeesNothing = "未生成正射影像，看不到DSM或没有相机参数：";
+/// What the estimation fails for, after kEstimateAbnormal: "no photo in the photo list, or the list
+/// cannot be read", "cannot read the DSM ", "no usable georeference or cell size: ", "no photo has
+/// ground on the DSM, or a known camera: "
+inline constexpr std::string_view kNoPhotos = "像片列表为空或无法读取";
+inline constexpr std::string_view kDsmUnreadable = "无法读取DSM ";
+inline constexpr std::string_view kDsmUnplaced = "DSM的地理参考或像元大小不可用 ";
+inline constexpr std::string_view kNoFootprint = "没有像片覆盖DSM或相机参数未知 ";
 /// Debug lines of the update, with their line ends.
 inline constexpr std::string_view kSizeError = "size error！\n";
 inline constexpr std::string_view kMapReadError = "readed error!\n";

@@ -23,11 +23,15 @@ TEST(MessagesTest, TextsLeaveTheLibraryAsGbk) {
 
 TEST(MessagesTest, EveryTextHasAGbkForm) {
   for (const std::string_view text :
-       {message::kScaleAbnormal, message::kParamFileError, message::kExtentError,
-        message::kRectifyError, message::kRectifying, message::kEstimating,
+       {message::kScaleAbnormal,    message::kParamFileError,    message::kExtentError,
+        message::kRectifyError,     message::kRectifying,        message::kEstimating,
         message::kEstimateAbnormal, message::kImageSizeAbnormal, message::kObscuring,
-        message::kWeighting, message::kUpdating, message::kPixMapError, message::kSizeError,
-        message::kRectifySeconds, message::kUpdateSeconds, message::kMosaicSeconds}) {
+        message::kWeighting,        message::kUpdating,          message::kPixMapError,
+        message::kSizeError,        message::kRectifySeconds,    message::kUpdateSeconds,
+        message::kMosaicSeconds,    message::kTextureError,      message::kNoOrthoReadable,
+        message::kNothingMade,      message::kPhotoUnreadable,   message::kPhotoNotBytes,
+        message::kOutputUnwritable, message::kPhotoSeesNothing,  message::kNoPhotos,
+        message::kDsmUnreadable,    message::kDsmUnplaced,       message::kNoFootprint}) {
     EXPECT_EQ(tqfd::StringConverter::GbkToUtf8(ToGbk(text)), text);
   }
 }

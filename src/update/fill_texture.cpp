@@ -6,6 +6,7 @@
 #include <cmath>
 #include <fstream>
 #include <limits>
+#include <optional>
 
 #include "core/limits.h"
 #include "core/numeric.h"
@@ -22,6 +23,7 @@
 #include "tqorkit/tqBinaryData.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/mosaic_grid.h"
+#include "update/photo_rasters.h"
 #include "update/texture_block.h"
 
 namespace tqtortho {
@@ -134,16 +136,9 @@ bool tqTORProc::GennerateFillTexture(std::string orthoDir, tqfd::ProgressCallbac
     const std::int64_t down = (std::int64_t{grid.GetHeight()} + kBlockSide - 1) / kBlockSide;
     if (across < 1 || down < 1 || across > kMostBlocks / down) return false;
     const int count = static_cast<int>(across * down);
-    for (const PhotoRef ref : photoList) {
-      const auto& photo =
-          photoBlocks[static_cast<std::size_t>(ref.x)].GetPhotos()[static_cast<std::size_t>(ref.y)];
-      TqImage ortho;
-      if (!ortho.Open(OrthoName(orthoDir, photo.GetPhotoName(), photo.GetImgBlkId()), true)) {
-        continue;
-      }
-      grid.SetProjection(ortho.GetGeoCoefficients().GetProjection());
-      break;
-    }
+    const std::optional<std::string> projection = OrthoProjection(photoBlocks, orthoDir);
+    if (!projection) return false;
+    grid.SetProjection(*projection);
     TextureFiles files;
     if (!files.Start(grid)) return false;
     StageProgress stage(count, message::kTexturing, progress, user, ProgressLock::kUpdateLoops);

@@ -109,9 +109,12 @@ bool tqTORProc::UpdateOrthoImagesEx(std::string /*ignored*/, std::string orthoDi
     std::vector<GroundRect> regions;
     std::map<std::uint64_t, std::vector<PhotoRef>> regionPhotos;
     TqImage texture;
-    if (!ImageRegionPartition(regions, 0, regionPhotos) || !texture.Open(TexturePath(), true)) {
+    if (!ImageRegionPartition(regions, 0, regionPhotos)) return false;
+    if (!texture.Open(TexturePath(), true)) {
+      LogMessage(std::string(message::kTextureError) + TexturePath());
       return false;
     }
+    if (!OrthoProjection(photoBlocks, orthoDir)) return false;
     StageProgress stage(total, message::kUpdating, progress, user, ProgressLock::kUpdateLoops);
     for (std::size_t k = 0; k < regions.size() && !stage.Stopped(); ++k) {
       const auto& photos = regionPhotos[k];

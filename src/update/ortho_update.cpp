@@ -198,7 +198,12 @@ bool tqTORProc::UpdateOrthoImages(std::string /*ignored*/, std::string orthoDir,
     std::vector<GroundRect> stripRects;
     if (!PlaceMosaic(&stripPhotos, &stripRects)) return false;
     TqImage texture;
-    if (!texture.Open(TexturePath(), true)) return false;
+    if (!texture.Open(TexturePath(), true)) {
+      LogMessage(std::string(message::kTextureError) + TexturePath());
+      return false;
+    }
+    // Without any ortho image there is nothing to do, and still no failure; the log tells.
+    (void)OrthoProjection(photoBlocks, orthoDir);
     const UpdateJob job{orthoDir, GetGeoCoeff(), texture.GetGeoCoefficients()};
     tqorkit::tqBinaryData map;
     if (!map.Open(tqfd::StringConverter::Convert(PixMapPath()))) {
