@@ -63,41 +63,6 @@ class Stages {
   std::atomic<bool> stopped_{false};
 };
 
-/// The grid of the mosaic: the fold of the footprints, first to last cell centre.
-bool FindGrid(const MosaicInput& input, const std::string& dsmPath, MosaicGrid& grid,
-              std::string& error) {
-  constexpr double kLargest = std::numeric_limits<double>::max();
-  tqfd::Rect2_T<double> all{kLargest, kLargest, -kLargest, -kLargest};
-  for (const auto& block : input.blocks) {
-    for (const auto& photo : block.GetPhotos()) {
-      if (HasArea(photo.GetGeoRect())) FoldInto(all, photo.GetGeoRect());
-    }
-  }
-  if (!HasArea(all) || !(input.gsd > kZeroTolerance)) {
-    error = "no photo of the job has an ortho image; run the job again";
-    return false;
-  }
-  grid.minX = all.minX;
-  grid.maxY = all.maxY;
-  grid.step = input.gsd;
-  grid.cols = TruncToInt((all.maxX - all.minX) / input.gsd + 0.5);
-  grid.rows = TruncToInt((all.maxY - all.minY) / input.gsd + 0.5);
-  if (grid.cols >= kMostCells || grid.rows >= kMostCells) {
-    error = "the photos lie too far apart for one mosaic; check their positions";
-    return false;
-  }
-  ++grid.cols;
-  ++grid.rows;
-  TqImage dsm;
-  if (!dsm.Open(dsmPath, true)) {
-    error = dsmPath + ": cannot be read; --work must be the work directory of a finished run";
-    return false;
-  }
-  error = SurfaceTooLarge(dsmPath, dsm.GetWidth(), dsm.GetHeight());
-  grid.projection = dsm.GetGeoCoefficients().GetProjection();
-  return error.empty();
-}
-
 std::vector<MosaicPhoto> ListPhotos(const MosaicInput& input, const std::string& workDir) {
   std::vector<MosaicPhoto> photos;
   std::error_code ignored;
@@ -265,23 +230,64 @@ bool MakeTiles(const MosaicGrid& grid, const std::vector<MosaicPhoto>& photos,
   return true;
 }
 
-bool Publish(const std::vector<MosaicPhoto>& photos, const MosaicReport& report, Outputs& outputs,
+bool Publish(const MosaicInput& input, const MosaicReport& report, Outputs& outputs,
              const MosaicOptions& options, std::string& error) {
   if (!outputs.map.Close() || !outputs.textures.Close()) {
     error = options.workDir + "/tmp/ot: cannot be written to; is the disk full?";
     return false;
   }
-  std::vector<std::pair<int, std::string>> table;
-  table.reserve(photos.size());
-  for (const MosaicPhoto& photo : photos) table.emplace_back(photo.number, photo.name);
-  char seen[64];
-  std::snprintf(seen, sizeof seen, "%lld", static_cast<long long>(report.seen));
   // A tile goes on without a layer that could not be read; the older mosaic is better than that.
-  if (!AllDone(options.workDir, error)) return false;
-  return outputs.product.Finish(table, {{"CELLS_SEEN", seen}}, error);
+  return AllDone(options.workDir, error) &&
+         FinishMosaic(input, report.seen, outputs.product, error);
 }
 
 }  // namespace
+
+bool FindMosaicGrid(const MosaicInput& input, const std::string& workDir, MosaicGrid& grid,
+                    std::string& error) {
+  const std::string dsmPath = workDir + "/dsm.tif";
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  tqfd::Rect2_T<double> all{kLargest, kLargest, -kLargest, -kLargest};
+  for (const auto& block : input.blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      if (HasArea(photo.GetGeoRect())) FoldInto(all, photo.GetGeoRect());
+    }
+  }
+  if (!HasArea(all) || !(input.gsd > kZeroTolerance)) {
+    error = "no photo of the job has an ortho image; run the job again";
+    return false;
+  }
+  grid.minX = all.minX;
+  grid.maxY = all.maxY;
+  grid.step = input.gsd;
+  grid.cols = TruncToInt((all.maxX - all.minX) / input.gsd + 0.5);
+  grid.rows = TruncToInt((all.maxY - all.minY) / input.gsd + 0.5);
+  if (grid.cols >= kMostCells || grid.rows >= kMostCells) {
+    error = "the photos lie too far apart for one mosaic; check their positions";
+    return false;
+  }
+  ++grid.cols;
+  ++grid.rows;
+  TqImage dsm;
+  if (!dsm.Open(dsmPath, true)) {
+    error = dsmPath + ": cannot be read; --work must be the work directory of a finished run";
+    return false;
+  }
+  error = SurfaceTooLarge(dsmPath, dsm.GetWidth(), dsm.GetHeight());
+  grid.projection = dsm.GetGeoCoefficients().GetProjection();
+  return error.empty();
+}
+
+bool FinishMosaic(const MosaicInput& input, std::int64_t seen, MosaicWriter& product,
+                  std::string& error) {
+  std::vector<std::pair<int, std::string>> table;
+  for (const auto& block : input.blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      table.emplace_back(static_cast<int>(table.size()) + 1, photo.GetPhotoName());
+    }
+  }
+  return product.Finish(table, {{"CELLS_SEEN", std::to_string(seen)}}, error);
+}
 
 bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
                 const MosaicProgress& progress, MosaicReport& report, std::string& error) {
@@ -289,7 +295,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   Stages stages(progress, report);
   const std::string dsmPath = options.workDir + "/dsm.tif";
   MosaicGrid grid;
-  if (!FindGrid(input, dsmPath, grid, error)) return false;
+  if (!FindMosaicGrid(input, options.workDir, grid, error)) return false;
   report.cells = static_cast<std::int64_t>(grid.cols) * grid.rows;
 
   std::vector<MosaicPhoto> photos = ListPhotos(input, options.workDir);
@@ -327,7 +333,7 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   }
   if (stopped()) return false;
   stages.Begin("write");
-  if (!Publish(photos, report, outputs, options, error)) return false;
+  if (!Publish(input, report, outputs, options, error)) return false;
   stages.Tell(100);
   stages.End();
   return true;

@@ -72,6 +72,24 @@ using MosaicProgress = std::function<bool(const char* stage, double percent)>;
                               const MosaicProgress& progress, MosaicReport& report,
                               std::string& error);
 
+/// Writes OUT/mosaic.tif, source.tif and quality.tif of a finished mosaic anew, as `options.format`
+/// says and cell for cell the same: colours come from WORK/tmp/ot/textures.tif, which nothing lossy
+/// has touched, the rest from the three files themselves. They stay until the new ones are whole.
+///
+/// @param seen  cells that a photo sees, as the mosaic's report tells
+/// @return false with one line in `error`; after a stop by `progress` the line is "interrupted".
+[[nodiscard]] bool CompressMosaic(const MosaicInput& input, const MosaicOptions& options,
+                                  const MosaicProgress& progress, std::int64_t seen,
+                                  std::string& error);
+
+/// The grid of a job's mosaic: the fold of the footprints, first to last cell centre. False with
+/// one line in `error` when the job has none that a mosaic can be made of.
+[[nodiscard]] bool FindMosaicGrid(const MosaicInput& input, const std::string& workDir,
+                                  MosaicGrid& grid, std::string& error);
+/// What the files of a mosaic say of themselves: numbers and names of the job's photos, and notes.
+[[nodiscard]] bool FinishMosaic(const MosaicInput& input, std::int64_t seen, MosaicWriter& product,
+                                std::string& error);
+
 /// The same input from what a job left in its work directory: WORK/ortho_data/orParam.txt, and
 /// WORK/photos.txt for the order of the photos, which decides their numbers.
 [[nodiscard]] bool LoadMosaicInput(const std::string& workDir, MosaicInput& input,

@@ -73,26 +73,35 @@ class JobSettings {
   bool ownMaker_ = false;
 };
 
-/// What a mosaic is made from: the orthos in their order, and its options.
-std::string MosaicFingerprint(const RunReport& report, const RunOptions& options, JobState& state,
+/// What a mosaic's cells are made from: the orthos in their order, and the area. How they are
+/// stored is not among it.
+std::string MosaicFingerprint(const RunReport& report, JobState& state,
                               const std::vector<tqfd::Point2_T<double>>& ring) {
   Fingerprint print;
   for (const auto& photo : report.photos) {
     print.Add(photo.done ? state.PhotoFingerprint(photo.orthoPath) : std::string("failed"));
   }
-  print.Add(options.format.compression).Add(options.format.jpegQuality);
   for (const auto& p : ring) print.Add(std::to_string(p.x)).Add(std::to_string(p.y));
   return print.Text();
 }
 
-/// Makes the mosaic unless an earlier run has.
+/// How a mosaic is stored, as its stage's record and the report's fingerprint hold it.
+std::string FormatText(const MosaicFormat& format) {
+  const bool jpeg = format.compression == "jpeg";
+  return format.compression + (jpeg ? " " + std::to_string(format.jpegQuality) : "");
+}
+
+/// Makes the mosaic unless an earlier run has, and stores it anew when only its compression is to
+/// be another.
 bool MakeOrKeepMosaic(const MosaicInput& input, const JobPaths& paths, const RunOptions& options,
                       const std::vector<tqfd::Point2_T<double>>& ring,
                       const std::string& fingerprint, JobState& state, StageRelay& relay,
                       RunReport& report, std::string& error) {
   report.mosaicPath = options.outDir + "/mosaic.tif";
   const auto said = state.Stage("mosaic", fingerprint);
-  if (said && FromRecord(*said, report.mosaic)) return true;
+  const bool made = said && FromRecord(*said, report.mosaic);
+  const std::string format = FormatText(options.format);
+  if (made && said->contains("format") && (*said)["format"] == nlohmann::json(format)) return true;
   MosaicOptions mosaic;
   mosaic.outDir = paths.out;
   mosaic.workDir = paths.work;
@@ -107,12 +116,15 @@ bool MakeOrKeepMosaic(const MosaicInput& input, const JobPaths& paths, const Run
     }
     return relay.Progress(percent);
   };
-  if (!MakeMosaic(input, mosaic, progress, report.mosaic, error) || !AllDone(paths.work, error))
-    return false;
+  const bool done = made ? CompressMosaic(input, mosaic, progress, report.mosaic.seen, error)
+                         : MakeMosaic(input, mosaic, progress, report.mosaic, error);
+  if (!done || !AllDone(paths.work, error)) return false;
+  nlohmann::json record = ToRecord(report.mosaic);
+  record["format"] = format;
   state.FinishStage("mosaic", fingerprint,
                     {paths.out + "/mosaic.tif", paths.out + "/source.tif",
                      paths.out + "/quality.tif", PixMapPath(), TexturePath()},
-                    ToRecord(report.mosaic));
+                    record);
   return true;
 }
 
@@ -121,10 +133,11 @@ bool MakeProducts(HostJob& job, const JobPaths& paths, const RunOptions& options
                   const std::vector<tqfd::Point2_T<double>>& ring, JobState& state,
                   StageRelay& relay, RunReport& report, RunObserver& observer,
                   std::string& ofProducts, std::string& error) {
-  const std::string ofMosaic = MosaicFingerprint(report, options, state, ring);
+  const std::string ofMosaic = MosaicFingerprint(report, state, ring);
   const std::string ofFinish =
       Fingerprint().Add(ofMosaic).Add(static_cast<int>(options.finish)).Text();
-  ofProducts = ofFinish;
+  // The report shows the mosaic as it is stored.
+  ofProducts = Fingerprint().Add(ofFinish).Add(FormatText(options.format)).Text();
   const bool finished = state.Stage("finish", ofFinish).has_value();
   if (!finished) PrepareOrthos(paths, state, report, observer);
   const MosaicInput input{job.Blocks(), job.Cameras(), paths.ortho, gsd};

@@ -67,9 +67,10 @@ void WriteTakeAlong(const MosaicInput& input, const JobPaths& paths, const RunOp
                     const std::string& mosaicFingerprint, JobState& state, StageRelay& relay,
                     const RunReport& report, RunObserver& observer) {
   const auto progress = [&](double percent) { return relay.Progress(percent); };
-  const auto make = [&](const char* stage, const std::string& file, const auto& write) {
+  const auto make = [&](const char* stage, const std::string& file, const std::string& form,
+                        const auto& write) {
     const std::string fingerprint =
-        Fingerprint().Add(TQTORTHO_VERSION).Add(mosaicFingerprint).Text();
+        Fingerprint().Add(TQTORTHO_VERSION).Add(mosaicFingerprint).Add(form).Text();
     if (relay.Stopped() || state.Stage(stage, fingerprint)) return;
     relay.Begin(stage);
     std::string error;
@@ -80,12 +81,16 @@ void WriteTakeAlong(const MosaicInput& input, const JobPaths& paths, const RunOp
     }
     relay.End();
   };
-  make("seams", paths.out + "/seams.gpkg", [&](std::string& error) {
+  make("seams", paths.out + "/seams.gpkg", "", [&](std::string& error) {
     return WriteSeamsFile(input, paths.out, paths.work, StandingsOf(input, report), progress,
                           error);
   });
   if (!options.webTiles) return;
-  make("tiles", paths.out + "/tiles/tiles.json", [&](std::string& error) {
+  // Tiles show what JPEG has left of the mosaic.
+  const MosaicFormat& stored = options.format;
+  const std::string lossy =
+      stored.compression == "jpeg" ? "jpeg " + std::to_string(stored.jpegQuality) : std::string();
+  make("tiles", paths.out + "/tiles/tiles.json", lossy, [&](std::string& error) {
     return WriteTileFolder(
         paths.out, [&](double share) { return progress(100 * share); }, error);
   });
