@@ -60,7 +60,8 @@ for threads in 1 5; do
 done
 state=out/work
 # The mosaic again from what the job left: the same bytes; cut to a polygon: others.
-expect 0 "seams" "$tqtortho" mosaic --work out/work --out again --threads 2
+"$tqtortho" mosaic --work out/work --out again --threads 2 2>again.txt
+check '[ "$(grep ^mosaic: again.txt)" = "$(run "${lists[@]}" --out out --reduced --finish none --quiet 2>/dev/null | grep ^mosaic:)" ]'
 check 'cmp -s out/mosaic.tif again/mosaic.tif && cmp -s out/source.tif again/source.tif'
 read -r west south < <(awk 'NR==4 {print $2, $3}' town/photos.txt)
 cat >area.geojson <<GEOJSON
@@ -118,13 +119,13 @@ expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 
 # One truncated and one missing photo: named, the others done.
 cp -r town broken; head -c 3000 "town/photos/$first" >"broken/photos/$first"
 bad=(--dsm broken/dsm.tif --cameras broken/cameras.txt --photos broken/photos.txt)
-expect 0 "2 of 2 photos done" run "${bad[@]}" --out partly --quiet
+expect 0 "2 of 3 photos done, 1 left out: $first" run "${bad[@]}" --out partly --quiet
 expect 0 "$first: the file ends before the picture does" run "${bad[@]}" --out partly --quiet
 rm "broken/photos/$first"
-expect 0 "2 of 2 photos done" run "${bad[@]}" --out missing --quiet
+expect 0 "2 of 3 photos done, 1 left out: $first" run "${bad[@]}" --out missing --quiet
 
 # What is said before work, and what a mosaic is handed out as.
-expect 0 "each place on about" "$tqtortho" info "${lists[@]}"
+expect 0 "each place in about" "$tqtortho" info "${lists[@]}"
 expect 0 "on disk (mosaic" run "${lists[@]}" --out said --sizing-only
 awk 'NR>3 {$4=$4+6000} {print}' town/photos.txt >town/high.txt
 expect 0 "geoid" "$tqtortho" info --dsm town/dsm.tif --cameras town/cameras.txt --photos town/high.txt

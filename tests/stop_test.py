@@ -176,7 +176,7 @@ def main():
     check(filecmp.cmp("whole/mosaic.tif", "again/mosaic.tif", False), "the mosaic's bytes")
 
     # Photos of many million cells, in a job and in a block of it: given up, not finished.
-    fine = ["run", *lists, "--gsd", "0.005", "--threads", "1", "--out", "fine", "--quiet"]
+    fine = ["run", *lists, "--gsd", "0.005", "--allow-large-job", "--threads", "1", "--out", "fine", "--quiet"]
     for pause in (1.2, 2.0, 3.5):
         check(stop("run, fine", fine, pause), "a fine job lasts")
     block = ["block", "--param", "fine/work/ortho_data/orParam_plan.txt", "--number", "1", "--tmp",
@@ -247,7 +247,7 @@ def main():
     orderly = {"TQTORTHO_STOP_WATCHDOG": "off"}
     check(stop("polling alone", border, 0.5, env=orderly), "border lasts")
     # A photo of 100 million cells: some seconds in one kernel.
-    finest = ["run", *lists, "--gsd", "0.0025", "--threads", "1", "--out", "finest", "--json"]
+    finest = ["run", *lists, "--gsd", "0.0025", "--allow-large-job", "--threads", "1", "--out", "finest", "--json"]
     check(stop("polling alone, photo", finest, "rectify", env=orderly, later=0.7), "a fine job lasts")
 
 

@@ -61,7 +61,9 @@ int Info(const SourceOptions& source) {
     const std::int64_t room = host::FreeSpace(".");
     Print(host::DescribeJob(*survey, check.facts, estimate, room));
     std::printf("         a job would use --gsd %.3g\n", gsd);
-    host::CheckRoom(estimate, "this directory", room, host::MachineMemory(), check.findings);
+    // Whether a job would run is told, and is no fault of the survey.
+    host::CheckCost(estimate, check.facts.photoResolution, "this directory",
+                    {room, host::MachineMemory()}, true, check.findings);
   }
   return PrintFindings(check.findings);
 }

@@ -15,6 +15,7 @@
 #include "host/take_along.h"
 #include "option_checks.h"
 #include "progress_printer.h"
+#include "summary.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::app {
@@ -33,16 +34,7 @@ struct MosaicCommand {
 };
 
 void PrintReport(const host::MosaicReport& report, const std::string& outDir) {
-  const auto share = [&](std::int64_t cells) {
-    return report.cells > 0 ? 100.0 * static_cast<double>(cells) / report.cells : 0.0;
-  };
-  std::fprintf(stderr, "cells           %14lld\n", static_cast<long long>(report.cells));
-  std::fprintf(stderr, "  seen          %13.3f %%\n", share(report.seen));
-  std::fprintf(stderr, "  by one photo  %13.3f %%\n", share(report.seenByOne));
-  std::fprintf(stderr, "  filled        %13.3f %%\n", share(report.filled));
-  std::fprintf(stderr, "  never covered %13.3f %%\n", share(report.neverCovered));
-  std::fprintf(stderr, "seams           %12.1f m, colour step %.2f, balanced %.2f grey values\n",
-               report.seamLength, report.colourStepBefore, report.colourStepAfter);
+  for (const auto& line : MosaicLines(report)) std::fprintf(stderr, "%s\n", line.c_str());
   std::fprintf(stderr, "open %s/mosaic.tif in QGIS\n", outDir.c_str());
 }
 

@@ -8,10 +8,12 @@
 #include "commands.h"
 #include "core/limits.h"
 #include "format_options.h"
+#include "host/number_text.h"
 #include "host/run_job.h"
 #include "option_checks.h"
 #include "progress_printer.h"
 #include "source_options.h"
+#include "summary.h"
 #include "tqfd/FileInput.h"
 
 namespace tqtortho::app {
@@ -57,7 +59,12 @@ nlohmann::json ToJson(const host::RunReport& report) {
           {"gsd", report.gsd},
           {"photos", photos},
           {"stages", stages},
+          {"estimate",
+           {{"memoryBytes", report.estimate.memoryBytes},
+            {"diskBytes", report.estimate.diskBytes},
+            {"seconds", report.estimate.seconds}}},
           {"photosKept", report.photosKept},
+          {"leftOut", report.leftOut},
           {"cells", report.cells},
           {"seconds", report.seconds},
           {"peakMemoryBytes", report.peakMemoryBytes},
@@ -76,9 +83,8 @@ nlohmann::json ToJson(const host::RunReport& report) {
 }
 
 void PrintTable(const host::RunReport& report) {
-  std::size_t done = 0, width = 5;
+  std::size_t width = 5;
   for (const auto& p : report.photos) {
-    done += p.done ? 1 : 0;
     width = std::max(width, p.name.size());
   }
   std::printf("\n%-*s %12s %9s %11s\n", static_cast<int>(width), "photo", "cells", "hidden %",
@@ -97,24 +103,14 @@ void PrintTable(const host::RunReport& report) {
     std::printf("\n%d photos were finished by an earlier run and kept (--fresh makes them anew)",
                 report.photosKept);
   }
-  std::printf("\n%zu of %zu photos done, %.1f million cells of %.3g m\n", done,
-              report.photos.size(), static_cast<double>(report.cells) / 1e6, report.gsd);
+  std::printf("\northo images of %s, %s m each\n",
+              host::Cells(static_cast<double>(report.cells)).c_str(),
+              host::ShortNumber(report.gsd).c_str());
   for (const auto& s : report.stages) std::printf("  %-14s %8.1f s\n", s.name.c_str(), s.seconds);
   std::printf("  %-14s %8.1f s, peak memory %.0f MB\n", "all", report.seconds,
               static_cast<double>(report.peakMemoryBytes) / 1e6);
   if (!report.mosaicPath.empty()) {
-    const host::MosaicReport& m = report.mosaic;
-    // The corners of the grid that lie in no photo's frame would make every survey look worse.
-    const std::int64_t framed = m.seen + m.filled + m.neverCovered;
-    const double percent = framed > 0 ? 100.0 / static_cast<double>(framed) : 0;
-    std::printf(
-        "mosaic: %.1f million cells in the photos; %.2f %% seen, %.2f %% by one photo only, "
-        "%.2f %% filled, %.2f %% never covered\n",
-        static_cast<double>(framed) / 1e6, percent * static_cast<double>(m.seen),
-        percent * static_cast<double>(m.seenByOne), percent * static_cast<double>(m.filled),
-        percent * static_cast<double>(m.neverCovered));
-    std::printf("        %.0f m of seams, colour step %.2f before, %.2f after balancing\n",
-                m.seamLength, m.colourStepBefore, m.colourStepAfter);
+    for (const auto& line : MosaicLines(report.mosaic)) std::printf("%s\n", line.c_str());
   }
   if (!report.reportPath.empty()) {
     std::printf("open %s in a browser, %s in QGIS\n", report.reportPath.c_str(),
@@ -123,6 +119,7 @@ void PrintTable(const host::RunReport& report) {
     std::printf("look at %s, open %s in QGIS\n", report.previewPath.c_str(),
                 report.mosaicPath.empty() ? report.vrtPath.c_str() : report.mosaicPath.c_str());
   }
+  std::printf("%s\n", PhotosLine(report).c_str());
 }
 
 bool ReadBandChoice(const RunArguments& arguments, host::BandChoice& choice) {
@@ -269,6 +266,9 @@ void AddRun(CLI::App& app, int& status) {
   command->add_option("--threads", a->run.threads, "threads; default: all cores")
       ->check(CLI::Range(1, 1024))
       ->type_name("N");
+  command->add_flag("--allow-large-job", a->run.allowLargeJob,
+                    "run a job although it needs more memory or disk than there is, or more than "
+                    "two minutes because --gsd is far finer than the photos");
   command->add_flag("--json", a->json, "progress and result as JSON lines on standard output");
   command->add_flag("--quiet", a->quiet, "no progress");
   command->footer(

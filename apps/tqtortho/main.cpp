@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "geo/InputPolicy.h"
+#include "internal/process_memory.h"
 #include "stop_watch.h"
 #include "tqtortho/Version.h"
 
@@ -11,6 +12,7 @@ int main(int argc, char** argv) {
   using namespace tqtortho::app;
   WatchForStops();
   geo::UseLocalFilesOnly();
+  tqimage::BoundRasterCache();
   CLI::App app{
       "True orthophotos from oriented photos and a surface model.\n\n"
       "  tqtortho sample --out town                       a synthetic town to try it on\n"

@@ -26,7 +26,8 @@ struct ProjectOption {
 };
 
 const ProjectOption kProjectOptions[] = {
-    {"--project", std::nullopt, "PATH", "a survey of any known tool; what it is shows by itself"},
+    {"--project", std::nullopt, "PATH",
+     "directory or file of another tool's survey; which tool made it is recognised by content"},
     {"--odm", ProjectKind::kOdm, "DIR", "OpenDroneMap project, as it lies on disk"},
     {"--opensfm", ProjectKind::kOpenSfm, "PATH", "OpenSfM project or its reconstruction.json"},
     {"--colmap", ProjectKind::kColmap, "DIR",

@@ -77,8 +77,9 @@ struct LeftOut {
   std::string reason;
   std::vector<std::string> names;
 
-  void AddTo(std::vector<std::string>& notes) const {
+  void AddTo(Survey& survey) const {
     if (names.empty()) return;
+    survey.leftOut.insert(survey.leftOut.end(), names.begin(), names.end());
     constexpr std::size_t kNamed = 5;
     std::string line = std::to_string(names.size()) +
                        (names.size() == 1 ? " photo left out: " : " photos left out: ") + reason +
@@ -87,7 +88,7 @@ struct LeftOut {
       line += (i > 0 ? ", " : "") + names[i];
     }
     if (names.size() > kNamed) line += " ...";
-    notes.push_back(line);
+    survey.notes.push_back(line);
   }
 };
 
@@ -95,7 +96,7 @@ struct LeftOut {
 SurveyBlock CollectPhotos(const PlacedProject& project, const std::string& camera,
                           const SurveyCamera& converted, const fs::path& folder,
                           const PhotoFolder& photos, const std::map<std::string, int>& claims,
-                          std::vector<std::string>& notes) {
+                          Survey& survey) {
   SurveyBlock block;
   block.path = folder.string();
   LeftOut missing{"no such file in " + block.path + " (--images names another folder)", {}};
@@ -125,7 +126,7 @@ SurveyBlock CollectPhotos(const PlacedProject& project, const std::string& camer
                               angles.phi, angles.kappa, converted.id});
     }
   }
-  for (const LeftOut& left : {missing, twice, unreadable, otherSize}) left.AddTo(notes);
+  for (const LeftOut& left : {missing, twice, unreadable, otherSize}) left.AddTo(survey);
   return block;
 }
 
@@ -199,14 +200,13 @@ bool AssembleSurvey(const PlacedProject& project, Survey& survey, std::string& e
     const auto fit =
         FitLens(camera->second.lens, static_cast<int>(survey.cameras.size()) + 1, error);
     if (!fit) return false;
-    SurveyBlock block =
-        CollectPhotos(project, name, fit->camera, folder, photos, claims, survey.notes);
+    SurveyBlock block = CollectPhotos(project, name, fit->camera, folder, photos, claims, survey);
     if (block.photos.empty()) continue;
     survey.notes.push_back(DescribeFit(camera->second.lens, *fit));
     survey.cameras.push_back(fit->camera);
     survey.blocks.push_back(std::move(block));
   }
-  LeftOut{"outside the DSM's coordinate system", project.unplaced}.AddTo(survey.notes);
+  LeftOut{"outside the DSM's coordinate system", project.unplaced}.AddTo(survey);
   if (survey.blocks.empty()) {
     error = "none of its " + std::to_string(project.shots.size() + project.unplaced.size()) +
             " photos can be used" +

@@ -285,6 +285,7 @@ CheckResult CheckSurvey(Survey& survey, const std::string& dsmPath) {
       if (fault.empty()) fault = PlaceFault(photo, dsm, heights);
       if (!fault.empty()) {
         warnings.LeftOut(fault);
+        survey.leftOut.push_back(photo.name);
         continue;
       }
       const double height = photo.z - dsm.meanHeight;

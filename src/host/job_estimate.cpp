@@ -13,6 +13,8 @@
 
 #include "core/numeric.h"
 #include "core/rect_ops.h"
+#include "host/job_needs.h"
+#include "host/number_text.h"
 #include "host/photo_outline.h"
 
 namespace tqtortho::host {
@@ -21,42 +23,54 @@ namespace {
 using Box = tqfd::Rect2_T<double>;
 using Point = tqfd::Point2_T<double>;
 
-// Measured on finished jobs: a town of 150 m, one of 300 m, fields with a village. Bytes are those
-// of files on disk; an ortho lies there twice, as rectified and as finished.
-constexpr double kBytesPerOrthoCell = 3.0;
-constexpr double kBytesPerMosaicCell = 4.2;  // mosaic, texture, numbers, regions
-constexpr double kMosaicTifBytes = 2.0;      // of a mosaic cell
-constexpr double kBytesPerDsmCell = 4.5;
-constexpr double kBaseMemory = 150e6;
-constexpr double kMemoryPerOrthoCell = 25;  // and thread
-constexpr double kMemoryPerDsmCell = 22;    // while holes are filled
-// Seconds of one core.
-constexpr double kSecondsPerOrthoCell = 6e-7;
-constexpr double kSecondsPerMosaicCell = 8e-7;
-constexpr double kSecondsPerDsmCell = 1.5e-7;
-constexpr double kSecondsBase = 1;
-
 constexpr int kGridSide = 100;  // of the coarse grid that overlap is counted on
 
 struct View {
-  std::vector<Point> ring;  ///< empty: the frame reaches the horizon
-  Box box;                  ///< cut to the DSM; without area when they do not meet
+  std::vector<Point> ring;  ///< cut to the ground; empty: the frame reaches the horizon
+  Box box;                  ///< without area when frame and ground do not meet
 };
 
-View ViewOf(const SurveyCamera& camera, const SurveyPhoto& photo, const DsmFacts& dsm,
+/// The part of a ring on one side of an upright or level line: `sign` times the coordinate is at
+/// least `sign` times `limit`.
+std::vector<Point> CutAt(const std::vector<Point>& ring, double Point::*axis, double sign,
+                         double limit) {
+  std::vector<Point> kept;
+  for (std::size_t i = 0; i < ring.size(); ++i) {
+    const Point& p = ring[i];
+    const Point& q = ring[(i + 1) % ring.size()];
+    const double a = sign * (p.*axis - limit);
+    const double b = sign * (q.*axis - limit);
+    if (a >= 0) kept.push_back(p);
+    if ((a >= 0) != (b >= 0)) {
+      const double t = a / (a - b);
+      kept.push_back({p.x + t * (q.x - p.x), p.y + t * (q.y - p.y)});
+    }
+  }
+  return kept;
+}
+
+/// What a frame shows of the ground, on the plane of its mean height.
+View ViewOf(const SurveyCamera& camera, const SurveyPhoto& photo, double height,
             const Box& ground) {
   View view;
-  view.ring = PhotoOutline(CameraOfSurvey(camera, photo), camera.rasterWidth, camera.rasterHeight,
-                           dsm.meanHeight);
+  view.ring =
+      PhotoOutline(CameraOfSurvey(camera, photo), camera.rasterWidth, camera.rasterHeight, height);
   if (view.ring.empty()) {
     // Toward the horizon: what is near enough to be of use.
-    const double reach = 3 * std::max(photo.z - dsm.meanHeight, 1.0);
-    view.box = {photo.x - reach, photo.y - reach, photo.x + reach, photo.y + reach};
-  } else {
-    view.box = {view.ring[0].x, view.ring[0].y, view.ring[0].x, view.ring[0].y};
-    for (const Point& p : view.ring) FoldInto(view.box, Box{p.x, p.y, p.x, p.y});
+    const double reach = 3 * std::max(photo.z - height, 1.0);
+    view.box = Intersection(Box{photo.x - reach, photo.y - reach, photo.x + reach, photo.y + reach},
+                            ground);
+    return view;
   }
-  view.box = Intersection(view.box, ground);
+  // The frame is cut before its box is taken: a tilted frame's box holds corners it never shows.
+  view.ring = CutAt(view.ring, &Point::x, 1, ground.minX);
+  view.ring = CutAt(view.ring, &Point::x, -1, ground.maxX);
+  view.ring = CutAt(view.ring, &Point::y, 1, ground.minY);
+  view.ring = CutAt(view.ring, &Point::y, -1, ground.maxY);
+  view.box = {1, 1, -1, -1};
+  if (view.ring.size() < 3) return view;
+  view.box = {view.ring[0].x, view.ring[0].y, view.ring[0].x, view.ring[0].y};
+  for (const Point& p : view.ring) FoldInto(view.box, Box{p.x, p.y, p.x, p.y});
   return view;
 }
 
@@ -95,18 +109,21 @@ __attribute__((format(printf, 1, 2))) std::string Line(const char* format, ...) 
   return text;
 }
 
-/// Two digits are all that an estimate knows.
+/// Two digits, rounded up.
 std::string Size(double bytes) {
   if (bytes < 0) return "unknown";
-  if (bytes < 1e9) return Line("%.0f MB", std::max(RoundUpTwoDigits(bytes / 1e6), 1.0));
-  return Line("%.3g GB", RoundUpTwoDigits(bytes / 1e9));
+  const double rounded = std::max(RoundUpTwoDigits(bytes / 1e6), 1.0);
+  if (rounded < 1e3) return Readable(rounded) + " MB";
+  if (rounded < 1e6) return Readable(rounded / 1e3) + " GB";
+  return Readable(rounded / 1e6) + " TB";
 }
 
 std::string Time(double seconds) {
   const double s = std::max(RoundUpTwoDigits(seconds), 1.0);
   if (s < 90) return Line("%.0f s", s);
   if (s < 5400) return Line("%.0f min", s / 60);
-  return Line("%.2g h", s / 3600);
+  if (s < 48 * 3600.0) return Line("%.2g h", s / 3600);
+  return Readable(std::ceil(s / 86400)) + " days";
 }
 
 std::string Count(std::size_t number, const std::string& thing) {
@@ -115,49 +132,56 @@ std::string Count(std::size_t number, const std::string& thing) {
 
 }  // namespace
 
-JobEstimate EstimateJob(const Survey& survey, const DsmFacts& dsm, double gsd, int threads) {
+JobEstimate EstimateJob(const Survey& survey, const DsmFacts& dsm, double gsd, int threads,
+                        const std::vector<Point>& area) {
   JobEstimate estimate;
   estimate.gsd = gsd;
   if (!(gsd > 0) || dsm.cols < 1) return estimate;
   const auto first = dsm.coefficients.Raster2World(0, 0);
   const auto last = dsm.coefficients.Raster2World(dsm.cols - 1, dsm.rows - 1);
-  const Box ground{first.x, last.y, last.x, first.y};
+  Box ground{first.x, last.y, last.x, first.y};
+  if (!area.empty()) {
+    Box part{area[0].x, area[0].y, area[0].x, area[0].y};
+    for (const Point& p : area) FoldInto(part, Box{p.x, p.y, p.x, p.y});
+    ground = Intersection(ground, part);
+  }
   std::map<int, const SurveyCamera*> cameras;
   for (const auto& camera : survey.cameras) cameras.emplace(camera.id, &camera);
   std::vector<View> views;
+  JobSizes sizes;
   Box all{1e300, 1e300, -1e300, -1e300};
   for (const auto& block : survey.blocks) {
     for (const auto& photo : block.photos) {
       const auto camera = cameras.find(photo.cameraId);
       if (camera == cameras.end()) continue;
-      views.push_back(ViewOf(*camera->second, photo, dsm, ground));
+      const SurveyCamera& c = *camera->second;
+      views.push_back(ViewOf(c, photo, dsm.meanHeight, ground));
       const Box& box = views.back().box;
       if (!HasArea(box)) {
         estimate.outside.push_back(photo.name);
         continue;
       }
       const double cells = (box.maxX - box.minX) / gsd * ((box.maxY - box.minY) / gsd);
+      const double pixels = c.rasterWidth > 0 && c.rasterHeight > 0
+                                ? static_cast<double>(c.rasterWidth) * c.rasterHeight
+                                : c.width * c.height;
+      sizes.photos.push_back({pixels, cells});
       estimate.orthoCells += cells;
-      estimate.largestOrthoCells = std::max(estimate.largestOrthoCells, cells);
       FoldInto(all, box);
     }
   }
   if (!HasArea(all)) return estimate;
   estimate.overlap = MedianOverlap(views, all);
   estimate.mosaicCells = (all.maxX - all.minX) / gsd * ((all.maxY - all.minY) / gsd);
-  const double dsmCells = static_cast<double>(dsm.cols) * dsm.rows;
-  const int workers = threads > 0 ? threads : omp_get_num_procs();
-  estimate.mosaicBytes = kMosaicTifBytes * estimate.mosaicCells;
-  estimate.diskBytes = kBytesPerOrthoCell * estimate.orthoCells +
-                       kBytesPerMosaicCell * estimate.mosaicCells + kBytesPerDsmCell * dsmCells;
-  estimate.memoryBytes =
-      kBaseMemory + std::max(kMemoryPerOrthoCell * workers * estimate.largestOrthoCells,
-                             kMemoryPerDsmCell * dsmCells);
-  const double useful = std::min(workers, omp_get_num_procs());
-  estimate.seconds =
-      kSecondsBase + kSecondsPerDsmCell * dsmCells +
-      (kSecondsPerOrthoCell * estimate.orthoCells + kSecondsPerMosaicCell * estimate.mosaicCells) /
-          useful;
+  sizes.orthoCells = estimate.orthoCells;
+  sizes.mosaicCells = estimate.mosaicCells;
+  sizes.dsmCells = static_cast<double>(dsm.cols) * dsm.rows;
+  sizes.overlap = estimate.overlap;
+  sizes.workers = threads > 0 ? threads : omp_get_max_threads();
+  estimate.mosaicBytes = MosaicFileBytes(sizes);
+  estimate.diskBytes = DiskNeeded(sizes);
+  estimate.memoryBytes = MemoryNeeded(sizes);
+  estimate.seconds = SecondsNeeded(sizes);
   return estimate;
 }
 
@@ -184,35 +208,38 @@ std::vector<std::string> DescribeJob(const Survey& survey, const SurveyFacts& fa
   return {Line("photos   %d usable in %s of %s, lens model %s", facts.photos,
                Count(survey.blocks.size(), "block").c_str(), Count(used.size(), "camera").c_str(),
                lenses.c_str()),
-          Line("         %.1f m above ground, ground resolution %.3g m, each place on about %s",
+          Line("         %.1f m above ground, ground resolution %.3g m, each place in about %s",
                facts.meanHeightAboveGround, facts.photoResolution,
                Count(static_cast<std::size_t>(FloorToInt(std::max(e.overlap, 0.0) + 0.5)), "photo")
                    .c_str()),
-          Line("job      --gsd %.3g: mosaic of %.3g million cells, orthos of %.3g million", e.gsd,
-               e.mosaicCells / 1e6, e.orthoCells / 1e6),
+          Line("job      --gsd %s: mosaic of %s, orthos of %s", ShortNumber(e.gsd).c_str(),
+               Cells(e.mosaicCells).c_str(), Cells(e.orthoCells).c_str()),
           Line("         about %s on disk (mosaic %s; %s free), %s of memory, %s of time",
                Size(e.diskBytes).c_str(), Size(e.mosaicBytes).c_str(),
                Size(static_cast<double>(freeBytes)).c_str(), Size(e.memoryBytes).c_str(),
                Time(e.seconds).c_str())};
 }
 
-void CheckRoom(const JobEstimate& estimate, const std::string& directory, std::int64_t freeBytes,
-               std::int64_t machineBytes, std::vector<Finding>& findings) {
-  const auto room = static_cast<double>(freeBytes);
-  if (freeBytes >= 0 && room < estimate.diskBytes) {
-    const bool clearly = room < estimate.diskBytes / 3;
-    findings.push_back({clearly ? Finding::Level::kError : Finding::Level::kWarning,
-                        directory + ": the job needs about " + Size(estimate.diskBytes) +
-                            " there, " + Size(room) +
-                            " are free; choose another --out, free some space or give a coarser "
-                            "--gsd"});
+void CheckCost(const JobEstimate& estimate, double photoResolution, const std::string& directory,
+               const Machine& machine, bool allowed, std::vector<Finding>& findings) {
+  const auto level = allowed ? Finding::Level::kWarning : Finding::Level::kError;
+  const std::string goOn = allowed ? "" : "; to run it all the same, give --allow-large-job";
+  const auto add = [&](const std::string& text) { findings.push_back({level, text + goOn}); };
+  const auto room = static_cast<double>(machine.freeBytes);
+  if (machine.freeBytes >= 0 && room < estimate.diskBytes) {
+    add(directory + ": the job needs about " + Size(estimate.diskBytes) + " there, " + Size(room) +
+        " are free; choose another --out, free some space or give a coarser --gsd");
   }
-  if (machineBytes > 0 && estimate.memoryBytes > static_cast<double>(machineBytes)) {
-    findings.push_back({Finding::Level::kWarning,
-                        "the job needs about " + Size(estimate.memoryBytes) +
-                            " of memory, this machine has " +
-                            Size(static_cast<double>(machineBytes)) +
-                            "; give fewer --threads or a coarser --gsd, or a coarser DSM"});
+  const auto memory = static_cast<double>(machine.memoryBytes);
+  if (machine.memoryBytes > 0 && memory < estimate.memoryBytes) {
+    add("the job needs about " + Size(estimate.memoryBytes) + " of memory, this machine has " +
+        Size(memory) + "; give fewer --threads or a coarser --gsd, or a coarser DSM");
+  }
+  if (estimate.seconds > kLongJob && estimate.gsd < kFarFiner * photoResolution) {
+    add("the job would take about " + Time(estimate.seconds) + ", because --gsd " +
+        ShortNumber(estimate.gsd) + " is far finer than the photos (" +
+        ShortNumber(RoundUpTwoDigits(photoResolution)) +
+        "), which hold no more detail; leave --gsd out");
   }
 }
 

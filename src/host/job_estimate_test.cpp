@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace tqtortho::host {
 namespace {
 
@@ -53,23 +55,70 @@ TEST(EstimateJobTest, CellsAndOverlapOfLevelViewsFollowFromTheirFrames) {
   EXPECT_GT(EstimateJob(Views({200}), Flat(), 0.1, 1).seconds, one.seconds);
 }
 
-TEST(CheckRoomTest, OnlyAClearlyTooSmallDiskIsRefused) {
+// A frame turned by 45 degrees on the surface's corner shows a triangle of it, whose box is smaller
+// than what frame's box and surface share.
+TEST(EstimateJobTest, AFrameIsCutToTheSurfaceBeforeItsBoxIsTaken) {
+  Survey survey = Views({-20});
+  survey.blocks[0].photos[0].kappa = -0.7853981633974483;
+  const double whole = (60 + 40) * std::sqrt(0.5);
+  const JobEstimate cut = EstimateJob(survey, Flat(), 1, 1);
+  EXPECT_LT(cut.orthoCells, (whole / 2 - 20) * whole - 50);
+  EXPECT_GT(cut.orthoCells, 0);
+  EXPECT_NEAR(EstimateJob(Views({200}), Flat(), 1, 1, {{1190, 1790}, {1210, 1790}, {1200, 1810}})
+                  .orthoCells,
+              20 * 20, 1e-6);
+}
+
+TEST(DescribeJobTest, NumbersAreReadable) {
+  const auto job = [](double cells, double bytes, double seconds) {
+    JobEstimate e;
+    e.gsd = 0.031;
+    e.mosaicCells = cells;
+    e.orthoCells = 4 * cells;
+    e.diskBytes = e.mosaicBytes = e.memoryBytes = bytes;
+    e.seconds = seconds;
+    const auto lines = DescribeJob({}, {}, e, -1);
+    return lines[2] + lines[3];
+  };
+  EXPECT_EQ(job(1.38e9, 1.234e9, 700),
+            "job      --gsd 0.031: mosaic of 1,380 million cells, orthos of 5,520 million cells"
+            "         about 1.3 GB on disk (mosaic 1.3 GB; unknown free), 1.3 GB of memory, 12 min "
+            "of time");
+  EXPECT_EQ(job(89300, 84.1e6, 3e5),
+            "job      --gsd 0.031: mosaic of 89,300 cells, orthos of 357,000 cells"
+            "         about 85 MB on disk (mosaic 85 MB; unknown free), 85 MB of memory, 4 days of "
+            "time");
+  EXPECT_EQ(job(4.444e6, 1.21e15, 0), job(4.444e6, 1.3e15, 0));
+  EXPECT_NE(job(4.444e6, 1.21e15, 0).find("4.44 million cells"), std::string::npos);
+  EXPECT_NE(job(4.444e6, 1.21e15, 0).find("1,300 TB"), std::string::npos);
+}
+
+TEST(CheckCostTest, WhatExceedsTheMachineOrIsFarTooFineIsRefusedUnlessAllowed) {
   JobEstimate estimate;
   estimate.diskBytes = 9e9;
   estimate.memoryBytes = 4e9;
-  const auto levels = [&](double room, double memory) {
+  const auto levels = [&](double room, double memory, double gsd, double hours, bool allowed) {
+    estimate.gsd = gsd;
+    estimate.seconds = 3600 * hours;
     std::vector<Finding> findings;
-    CheckRoom(estimate, "out", static_cast<std::int64_t>(room), static_cast<std::int64_t>(memory),
+    CheckCost(estimate, 0.1, "out",
+              {static_cast<std::int64_t>(room), static_cast<std::int64_t>(memory)}, allowed,
               findings);
     std::string text;
-    for (const auto& f : findings) text += f.level == Finding::Level::kError ? 'E' : 'W';
+    for (const auto& f : findings) {
+      text += f.level == Finding::Level::kError ? 'E' : 'W';
+      EXPECT_EQ(f.text.find("--allow-large-job") != std::string::npos, !allowed);
+    }
     return text;
   };
-  EXPECT_EQ(levels(10e9, 8e9), "");
-  EXPECT_EQ(levels(8e9, 8e9), "W");
-  EXPECT_EQ(levels(2.9e9, 8e9), "E");
-  EXPECT_EQ(levels(-1, 2e9), "W");
-  EXPECT_EQ(levels(0, -1), "E");
+  EXPECT_EQ(levels(10e9, 8e9, 0.1, 30, false), "");  // long, but as fine as the photos
+  EXPECT_EQ(levels(10e9, 8e9, 0.024, 0.03, false), "");
+  EXPECT_EQ(levels(10e9, 8e9, 0.024, 0.04, false), "E");
+  EXPECT_EQ(levels(10e9, 8e9, 0.026, 1.1, false), "");
+  EXPECT_EQ(levels(8e9, 8e9, 0.1, 0, false), "E");
+  EXPECT_EQ(levels(10e9, 3e9, 0.1, 0, false), "E");
+  EXPECT_EQ(levels(8e9, 3e9, 0.01, 2, true), "WWW");
+  EXPECT_EQ(levels(-1, -1, 0.1, 0, false), "");
 }
 
 }  // namespace

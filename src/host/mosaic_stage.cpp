@@ -309,11 +309,12 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   };
   stages.Begin("views");
   std::vector<PhotoColours> samples;
-  LayerStore store(options.workDir + "/tmp/ot/layers", photos.size() + 1, options.layerMemory);
-  MakeLayers(grid, dsmPath, photos, store, samples, stages, report);
+  std::optional<LayerStore> store;
+  store.emplace(options.workDir + "/tmp/ot/layers", photos.size() + 1, options.layerMemory);
+  MakeLayers(grid, dsmPath, photos, *store, samples, stages, report);
   if (stopped()) return false;
-  if (store.Failed()) {
-    error = store.Directory() + ": cannot be written to; is the disk full?";
+  if (store->Failed()) {
+    error = store->Directory() + ": cannot be written to; is the disk full?";
     return false;
   }
   if (std::none_of(photos.begin(), photos.end(), [](const MosaicPhoto& p) { return p.usable; })) {
@@ -328,10 +329,11 @@ bool MakeMosaic(const MosaicInput& input, const MosaicOptions& options,
   stages.Begin("mosaic");
   Outputs outputs;
   if (!outputs.Start(options, grid, error) ||
-      !MakeTiles(grid, photos, store, colours, options, outputs, stages, report, error)) {
+      !MakeTiles(grid, photos, *store, colours, options, outputs, stages, report, error)) {
     return false;
   }
   if (stopped()) return false;
+  store.reset();  // overviews and the final copies need the room
   stages.Begin("write");
   if (!Publish(input, report, outputs, options, error)) return false;
   stages.Tell(100);

@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "internal/gdal_raster.h"
+#include "internal/process_memory.h"
 #include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/PathHelper.h"
@@ -31,9 +32,6 @@ bool HasZstd(GDALDriver* driver) {
 constexpr double kMostPlainCells = 4e8;
 
 constexpr const char* kNames[3] = {"mosaic", "source", "quality"};
-
-/// Bytes of file tiles that are held at a time.
-constexpr GIntBig kMostCache = 512 << 20;
 
 /// A working raster: written once, read once, so fast and without overviews.
 DatasetPtr CreateWorking(const std::string& path, const MosaicGrid& grid, int bands,
@@ -179,8 +177,9 @@ struct MosaicWriter::Impl {
   DatasetPtr quality;
   const GIntBig cacheBefore = GDALGetCacheMax64();
 
-  /// GDAL's cache grows with the machine's memory, and fills: files are far larger than it.
-  Impl() { GDALSetCacheMax64(std::min(cacheBefore, kMostCache)); }
+  /// In a process that has not bounded GDAL's cache it grows with the machine's memory, and fills:
+  /// files are far larger than it.
+  Impl() { GDALSetCacheMax64(std::min(cacheBefore, GIntBig{tqimage::kRasterCacheBytes})); }
   ~Impl() {
     GDALSetCacheMax64(cacheBefore);
     const GdalScope scope;

@@ -2,6 +2,7 @@
 #include "host/number_text.h"
 
 #include <charconv>
+#include <cmath>
 #include <system_error>
 
 namespace tqtortho::host {
@@ -33,6 +34,18 @@ std::string Fixed(double value, int digits) {
 }
 std::string Scientific(double value, int digits) {
   return ToText(value, std::chars_format::scientific, digits);
+}
+std::string Readable(double value) {
+  if (!(value >= 0 && value < 1e15)) return "very many";
+  if (value < 100) return ToText(value, std::chars_format::general, 3);
+  double unit = 1;
+  while (value / unit >= 1000) unit *= 10;
+  std::string digits = Fixed(std::round(value / unit) * unit, 0);
+  for (std::size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
+  return digits;
+}
+std::string Cells(double count) {
+  return count < 1e6 ? Readable(count) + " cells" : Readable(count / 1e6) + " million cells";
 }
 std::string Exact(double value) { return ToText(value); }
 

@@ -14,6 +14,10 @@ namespace tqtortho::host {
 [[nodiscard]] std::string Fixed(double value, int digits);
 /// With `digits` decimals and an exponent, as "%.{digits}e".
 [[nodiscard]] std::string Scientific(double value, int digits);
+/// For people, three digits: "1,380" or "56" or "4.44", never with an exponent.
+[[nodiscard]] std::string Readable(double value);
+/// "17,400 cells", "12.6 million cells"
+[[nodiscard]] std::string Cells(double count);
 /// The shortest text that reads back as the same double.
 [[nodiscard]] std::string Exact(double value);
 

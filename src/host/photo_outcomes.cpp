@@ -80,7 +80,10 @@ void CollectOutcomes(const std::vector<tqorkit::tqPhotoCategory>& blocks, const 
       if (!out.done) observer.Warn("photo " + out.name + ": " + out.reason);
     }
   }
-  for (const auto& out : report.photos) report.cells += out.cells;
+  for (const auto& out : report.photos) {
+    report.cells += out.cells;
+    if (!out.done) report.leftOut.push_back(out.name);
+  }
 }
 
 void PrepareOrthos(const JobPaths& paths, JobState& state, RunReport& report,

@@ -311,19 +311,24 @@ RunStatus Prepare(Survey& survey, const RunOptions& options, const JobPaths& pat
   return relay.Stopped() ? Stopped(error) : RunStatus::kDone;
 }
 
-/// What the job will make and need; notes it, and warns of a lack of room.
+/// What the job will make and need; notes it, and finds fault with what is too much.
 void Estimate(const Survey& survey, const RunOptions& options, const JobPaths& paths,
               CheckResult& check, RunReport& report, RunObserver& observer) {
+  std::vector<tqfd::Point2_T<double>> ring;
+  std::string toldLater;
+  (void)ReadArea(options, check.facts, ring, toldLater);
   report.estimate =
-      EstimateJob(survey, check.facts.dsm, GsdOf(options, check.facts), options.threads);
+      EstimateJob(survey, check.facts.dsm, GsdOf(options, check.facts), options.threads, ring);
   const std::int64_t room = FreeSpace(paths.work);
   for (const auto& line : DescribeDsm(options.dsmPath, check.facts.dsm)) observer.Note(line);
   for (const auto& line : DescribeJob(survey, check.facts, report.estimate, room)) {
     observer.Note(line);
   }
   // A job that goes on has most of its files already; where nothing is free, writing tells best.
-  if (!options.sizingOnly && room > 0 && !fs::exists(paths.work + "/state")) {
-    CheckRoom(report.estimate, paths.work, room, MachineMemory(), check.findings);
+  const bool askDisk = room > 0 && !fs::exists(paths.work + "/state");
+  if (!options.sizingOnly) {
+    CheckCost(report.estimate, check.facts.photoResolution, paths.work,
+              {askDisk ? room : -1, MachineMemory()}, options.allowLargeJob, check.findings);
   }
 }
 
@@ -333,6 +338,7 @@ RunStatus CheckInputs(Survey& survey, const RunOptions& options, const JobPaths&
   relay.Begin("check inputs");
   CheckResult check = CheckSurvey(survey, options.dsmPath);
   report.facts = check.facts;
+  report.leftOut = survey.leftOut;
   if (check.Usable()) Estimate(survey, options, paths, check, report, observer);
   for (const auto& finding : check.findings) {
     if (finding.level == Finding::Level::kWarning) observer.Warn(finding.text);

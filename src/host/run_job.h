@@ -42,12 +42,13 @@ struct RunOptions {
   bool reducedCopies = false;
   Occlusion occlusion = Occlusion::kSight;
   Finish finish = Finish::kFill;
-  MosaicFormat format;      ///< of the mosaic
-  bool webTiles = false;    ///< also OUT/tiles
-  bool fullPaths = false;   ///< the report tells the directories of inputs and products
-  bool fresh = false;       ///< forget what an earlier run in workDir finished
-  bool sizingOnly = false;  ///< georeference sidecars only, no rasters
-  int threads = 0;          ///< 0: all cores
+  MosaicFormat format;         ///< of the mosaic
+  bool webTiles = false;       ///< also OUT/tiles
+  bool fullPaths = false;      ///< the report tells the directories of inputs and products
+  bool fresh = false;          ///< forget what an earlier run in workDir finished
+  bool sizingOnly = false;     ///< georeference sidecars only, no rasters
+  int threads = 0;             ///< 0: all cores
+  bool allowLargeJob = false;  ///< although CheckCost would refuse it
 };
 
 /// What became of one photo.
@@ -73,6 +74,7 @@ struct RunReport {
   double gsd = 0;
   DsmPrepareReport dsm;
   std::vector<PhotoOutcome> photos;
+  std::vector<std::string> leftOut;  ///< names of the survey's photos that took no part or failed
   std::vector<StageTime> stages;
   int photosKept = 0;  ///< photos whose files an earlier run had finished
   std::int64_t cells = 0;

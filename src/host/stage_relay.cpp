@@ -3,6 +3,7 @@
 
 #include <sys/resource.h>
 
+#include "internal/process_memory.h"
 #include "job/messages.h"
 #include "tqfd/StringConverter.h"
 
@@ -40,6 +41,7 @@ void StageRelay::End() {
   timer_.Stop();
   report_.stages.back().seconds = timer_.ElapsedSeconds();
   report_.stages.back().peakMemoryBytes = PeakMemory();
+  tqimage::ReleaseFreeMemory();
   observer_.EndStage(report_.stages.back().seconds);
   open_ = false;
 }

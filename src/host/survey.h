@@ -45,6 +45,7 @@ struct Survey {
   std::string crs;      ///< of the photos' positions and angles where it is not the DSM's
   std::vector<SurveyCamera> cameras;
   std::vector<SurveyBlock> blocks;
+  std::vector<std::string> leftOut;  ///< names of photos that were listed and take no part
   bool bandsChosen = false;  ///< photos are virtual rasters of ours over those of the survey
   std::vector<std::string>
       notes;  ///< what a user should know (residuals, photos left out), a line each
