@@ -15,8 +15,9 @@ namespace tqtortho::host {
 /// loosely; docs/accuracy.md has the figures.
 struct JobEstimate {
   double gsd = 0;
-  double overlap = 0;  ///< median number of photos whose frame holds a place, over the places in
-                       ///< any frame; whether something hides the place is not asked
+  /// Median number of photos whose frame holds a place, over the places in any frame; whether
+  /// something hides the place there is not asked.
+  double overlap = 0;
   double orthoCells = 0;   ///< of all photos
   double mosaicCells = 0;  ///< of the mosaic's box
   double mosaicBytes = 0;  ///< mosaic.tif alone
