@@ -72,6 +72,12 @@ awk -v n="$((photos - 1))" 'NR == 2 {print n; next} NR < 3 + n + 1' town/photos.
 list=town/fewer.txt run --out whole
 list=town/fewer.txt run --out fewer
 check 'same fewer whole'
+# Another surface under the same name makes everything anew.
+"$tqtortho" sample --out other --seed 2 --size 40 --photos 8 --photo-gsd 0.15 --quiet >/dev/null
+cp town/dsm.tif first_dsm.tif; cp other/dsm.tif town/dsm.tif
+list=town/fewer.txt run --out whole; check '! same fewer whole >/dev/null'
+list=town/fewer.txt run --out surfaced; check 'same surfaced whole'
+cp first_dsm.tif town/dsm.tif; list=town/fewer.txt run --out whole
 # Never two jobs in one directory, and no sizing run over a finished one.
 exec 9>>"$work/.tqtortho.lock"; flock 9
 run --out whole; check 'holds "another job is at work in it"'

@@ -21,7 +21,7 @@ namespace {
 constexpr double kMega = 1e6;
 
 // Program, libraries, coordinate systems, survey.
-constexpr double kBase = 70 * kMega;
+constexpr double kBase = 62 * kMega;
 // Surface preparation: heights in two copies, fill, origin, border mask.
 constexpr double kPreparedDsmCell = 22;
 // One photo on its way into the mosaic: decoded pixels of three bands; for each ortho cell colour
