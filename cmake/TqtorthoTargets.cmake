@@ -50,7 +50,7 @@ endfunction()
 # One test program per room, from the foo_test.cpp files that stand beside their foo.cpp.
 function(tqtortho_room_tests)
   include(GoogleTest)
-  foreach(name core platform job occlusion rectify driver update host)
+  foreach(name core platform job occlusion rectify driver update walls host)
     file(GLOB_RECURSE tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${name}/*_test.cpp)
     if(tests)
       add_executable(${name}_test ${tests})

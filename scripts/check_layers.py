@@ -9,7 +9,7 @@ import pathlib
 import re
 import sys
 
-ROOMS = ["core", "platform", "job", "occlusion", "rectify", "driver", "update", "host", "apps"]
+ROOMS = ["core", "platform", "job", "occlusion", "rectify", "driver", "update", "walls", "host", "apps"]
 PLATFORM = {"tqfd", "tqimage", "tqorkit", "tqraster", "geo"}
 PRIVATE = re.compile(r"^(gdal|ogr|cpl_|geos|iconv|spdlog|vrt)", re.I)
 PRIVATE_ALLOWED = {"src/host/mosaic_writer.cpp"}

@@ -27,6 +27,7 @@ struct RunArguments {
   std::vector<double> range;
   std::string resampling = "bilinear";
   std::string occlusion = "sight";
+  std::string walls = "keep";
   std::string finish = "fill";
   std::string format = "cog";
   bool json = false;
@@ -162,6 +163,9 @@ int Run(RunArguments& arguments) {
   run.occlusion = arguments.occlusion == "rays"    ? host::Occlusion::kRays
                   : arguments.occlusion == "depth" ? host::Occlusion::kDepth
                                                    : host::Occlusion::kSight;
+  run.walls = arguments.walls == "photos"    ? host::Walls::kPhotos
+              : arguments.walls == "surface" ? host::Walls::kSurface
+                                             : host::Walls::kKeep;
   if (arguments.format == "jpeg") run.format.compression = "jpeg";
   run.webTiles = arguments.format == "png-tiles";
   if (!ReadBandChoice(arguments, run.bands)) return kBadInput;
@@ -225,6 +229,12 @@ void AddRun(CLI::App& app, int& status) {
           "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
           "which finds little")
       ->check(CLI::IsMember({"sight", "rays", "depth"}))
+      ->capture_default_str();
+  command
+      ->add_option("--walls", a->walls,
+                   "walls that the DSM draws as ramps or in the wrong place: made upright where the "
+                   "photos agree best, or at half their height by the surface alone, or kept")
+      ->check(CLI::IsMember({"photos", "surface", "keep"}))
       ->capture_default_str();
   command
       ->add_option("--finish", a->finish,

@@ -257,19 +257,25 @@ RunStatus Stopped(std::string& error) {
 }
 
 /// The working copy of the DSM and its border mask, unless an earlier run has made them.
-bool PrepareSurface(const RunOptions& options, const JobPaths& paths, JobState& state,
+bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPaths& paths, JobState& state,
                     StageRelay& relay, RunReport& report, std::string& error) {
   const std::string fingerprint = Fingerprint()
                                       .Add(TQTORTHO_VERSION)
                                       .Add(options.dsmPath)
                                       .Add(FileStamp(options.dsmPath))
                                       .Add(static_cast<int>(options.occlusion))
+                                      .Add(static_cast<int>(options.walls))
                                       .Text();
   state.SetBase(fingerprint);
   const auto said = state.Stage("dsm", fingerprint);
   if (said && FromRecord(*said, report.dsm)) return true;
   relay.Begin("prepare DSM");
   if (!PrepareDsm(options.dsmPath, paths.dsm, paths.origin, {}, report.dsm, error)) return false;
+  if (options.walls != Walls::kKeep) {
+    relay.Begin("walls");
+    const auto walls = [&](double share) { return relay.Progress(100 * share); };
+    if (!SharpenWalls(survey, paths.dsm, options.walls, walls, report.walls, error)) return false;
+  }
   relay.Begin("border mask");
   BorderMaskOptions border;
   // Ray tracing finds more the more ground it is told to look at. Otherwise the borders only say
@@ -305,7 +311,7 @@ RunStatus Prepare(Survey& survey, const RunOptions& options, const JobPaths& pat
     return RunStatus::kBadInput;
   }
   if (!WriteLists(survey, paths, error)) return RunStatus::kFailed;
-  if (!PrepareSurface(options, paths, state, relay, report, error) && !relay.Stopped()) {
+  if (!PrepareSurface(survey, options, paths, state, relay, report, error) && !relay.Stopped()) {
     return RunStatus::kFailed;
   }
   return relay.Stopped() ? Stopped(error) : RunStatus::kDone;

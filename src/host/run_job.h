@@ -12,6 +12,7 @@
 #include "host/job_estimate.h"
 #include "host/mosaic_stage.h"
 #include "host/survey.h"
+#include "host/wall_stage.h"
 
 namespace tqtortho::host {
 
@@ -41,6 +42,7 @@ struct RunOptions {
   std::string areaPath;       ///< polygon file of the area to produce; empty: everything
   bool reducedCopies = false;
   Occlusion occlusion = Occlusion::kSight;
+  Walls walls = Walls::kKeep;  ///< how they are made upright before the job
   Finish finish = Finish::kFill;
   MosaicFormat format;         ///< of the mosaic
   bool webTiles = false;       ///< also OUT/tiles
@@ -73,6 +75,7 @@ struct RunReport {
   JobEstimate estimate;
   double gsd = 0;
   DsmPrepareReport dsm;
+  WallReport walls;
   std::vector<PhotoOutcome> photos;
   std::vector<std::string> leftOut;  ///< names of the survey's photos that took no part or failed
   std::vector<StageTime> stages;

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "host/survey.h"
+#include "host/walls_choice.h"
+
+namespace tqtortho::host {
+
+/// What was done to the walls of a surface.
+struct WallReport {
+  std::int64_t wallCells = 0;     ///< half cells on which a wall may stand
+  std::int64_t changedCells = 0;  ///< of them, whose height was changed
+  std::int64_t judgedCells = 0;   ///< of them, on which at least two photos judged both sides
+  double displacement = 0;        ///< where walls stand outside the line half way up, ground units
+  bool photosTell = false;        ///< enough cells on which photos were sure
+};
+
+/// Writes the working copy of a surface anew, on cells of half the size, with its walls where they
+/// stand (see walls/wall_zone.h), by the surface alone or by what the photos show. The file keeps
+/// its name, no-data value and coordinate system, and its first cell's centre.
+///
+/// Holds the heights once (four bytes a cell), a row of tiles on half cells, a few dozen bytes for
+/// each cell beside walls, and of the photos a few at a time. Uses OpenMP's thread number; the
+/// result does not depend on it.
+///
+/// @param survey  photos, as staged; their positions in the surface's coordinate system
+/// @param progress  gets the share done, 0 to 1; false stops
+/// @return false with one line in `error`
+[[nodiscard]] bool SharpenWalls(const Survey& survey, const std::string& dsmPath, Walls walls,
+                                const std::function<bool(double)>& progress, WallReport& report,
+                                std::string& error);
+
+}  // namespace tqtortho::host
