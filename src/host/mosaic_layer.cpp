@@ -7,6 +7,7 @@
 
 #include "core/grid_view.h"
 #include "core/numeric.h"
+#include "host/measured_cell.h"
 #include "job/call_guard.h"
 #include "rectify/photo_visibility.h"
 #include "rectify/samplers.h"
@@ -102,7 +103,10 @@ void DropEmptyCells(Layer& layer) {
 }
 
 /// Heights of all cells, and where walls are.
-void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, Layer& layer) {
+void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, double known,
+                 Layer& layer) {
+  // Walls are known to a measured cell, on half cells as well.
+  const int reach = kWallReach * (known > 1.5 * placement.cellX ? 2 : 1);
   const int quadRows = surface.QuadRows();
   const int quadCols = surface.QuadCols();
   std::vector<std::uint8_t> nearWall(
@@ -113,8 +117,8 @@ void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, 
         surface.Quads() + static_cast<std::size_t>(r) * static_cast<std::size_t>(quadCols);
     for (int c = 0; c < quadCols; ++c) {
       if (StepSurface::KindOf(quads[c]) != StepSurface::kSplit) continue;
-      for (int i = std::max(r - kWallReach, 0); i <= std::min(r + kWallReach, quadRows - 1); ++i) {
-        for (int j = std::max(c - kWallReach, 0); j <= std::min(c + kWallReach, quadCols - 1);
+      for (int i = std::max(r - reach, 0); i <= std::min(r + reach, quadRows - 1); ++i) {
+        for (int j = std::max(c - reach, 0); j <= std::min(c + reach, quadCols - 1);
              ++j) {
           walls.At(i, j) = 1;
         }
@@ -304,17 +308,18 @@ bool Make(const MosaicGrid& grid, const std::string& dsmPath, MosaicPhoto& photo
   DropEmptyCells(layer);
   const int orthoBands = layer.ortho.bands;
   MakeThreeBands(layer);
-  FindHeights(surface, placement, layer);
+  const double known = MeasuredCell(dsmPath, cell.x);
+  FindHeights(surface, placement, known, layer);
   CollectColours(grid, photo, layer, colours);
   ResampleWalls(photo, orthoBands, layer);
   ViewRatingOptions options;
   options.cellSize = grid.step;
   options.stop = &processStop;
-  options.hiddenMargin = 1 + cell.x / grid.step;
+  options.hiddenMargin = 1 + known / grid.step;
   RateView(photo.camera, lattice,
            GridView<const float>(layer.heights.data(), lattice.rows, lattice.cols), options,
            rating);
-  AvoidWallTops(photo, cell.x, layer);
+  AvoidWallTops(photo, known, layer);
   if (!store.Put(static_cast<std::size_t>(photo.number), rating, layer.replaced.data(),
                  layer.ortho.data)) {
     error = store.Directory() + ": cannot be written to; is the disk full?";

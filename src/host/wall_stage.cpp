@@ -122,7 +122,8 @@ class WallWork {
   void Learn() {
     std::array<std::int64_t, WallPrior::kBins> upper{};
     std::array<std::int64_t, WallPrior::kBins> lower{};
-    for (const auto& cells : cells_) CountSureCells(cells, upper, lower);
+    cut_.agreement = SpreadOfAgreement(cells_);
+    for (const auto& cells : cells_) CountSureCells(cells, cut_.agreement, upper, lower);
     prior_ = WallPrior(upper, lower);
   }
 
@@ -151,6 +152,7 @@ class WallWork {
     return !failed;
   }
 
+  WallCutOptions cut_;
   [[nodiscard]] const WallPrior& Prior() const { return prior_; }
 
  private:
@@ -219,11 +221,11 @@ class WallWork {
     const std::vector<WallCell>& cells = cells_[static_cast<std::size_t>(index)];
     std::vector<std::uint8_t> isUpper;
     if (walls_ == Walls::kPhotos) {
-      isUpper = CutWalls(tile.View(), cells, prior_, {});
+      isUpper = CutWalls(tile.View(), cells, prior_, cut_);
     } else {
       isUpper.resize(cells.size());
       std::transform(cells.begin(), cells.end(), isUpper.begin(), [](const WallCell& cell) {
-        return IsUpperByHeight(cell.height, cell.upper, cell.lower) ? 1 : 0;
+        return IsUpperByHeight(cell.height, cell.upper, cell.lower, cell.level) ? 1 : 0;
       });
     }
     const int shiftRow = 2 * (tile.own.minY - tile.wide.minY);
@@ -241,6 +243,12 @@ class WallWork {
       if (!own) continue;
       ++all;
       if (height != cell.height) ++changed;
+      if (getenv("WDBG")) {
+#pragma omp critical
+        { static FILE* dbg = fopen("/tmp/walls/cells.bin", "wb");
+        float v[14] = {float(2 * tile.wide.minY + cell.row), float(2 * tile.wide.minX + cell.col), cell.height, cell.upper, cell.lower, cell.offset, cell.onUpper.spread, float(cell.onUpper.photos), float(cell.onUpper.across), cell.onLower.spread, float(cell.onLower.photos), float(cell.onLower.across), float(isUpper[k]), PhotosFavourUpper(cell, cut_.agreement)};
+        fwrite(v, 4, 14, dbg); fflush(dbg); }
+      }
       if (cell.onUpper.photos >= 2 && cell.onLower.photos >= 2) ++judged;
     }
     for (int row = 0; row < rows; ++row) {
@@ -306,6 +314,7 @@ bool SharpenWalls(const Survey& survey, const std::string& dsmPath, Walls walls,
     if (walls == Walls::kPhotos) work.Learn();
     report.photosTell = work.Prior().Learned();
     report.displacement = work.Prior().Displacement();
+    if (getenv("WDBG")) { fprintf(stderr, "agree %.2f disp %.3f:", work.cut_.agreement, report.displacement); for (double o=-1.5;o<=1.5;o+=.125) fprintf(stderr," %.2f", work.Prior().Upper(o)); fprintf(stderr,"\n"); }
     return WriteSurface(
         dsmPath, surface, work, [&](double share) { return progress(0.8 + 0.2 * share); }, report,
         error);

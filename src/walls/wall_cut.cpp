@@ -15,16 +15,23 @@ namespace {
 /// Neighbours that follow a cell in row order, each pair once.
 constexpr std::array<std::pair<int, int>, 4> kFollowing{{{0, 1}, {1, 0}, {1, 1}, {1, -1}}};
 
-/// What it costs that a wall stands between the upper cell `a` and the lower cell `b`.
-float WallBetween(const WallCell& a, const WallCell& b) {
-  constexpr float kContrast = 20;
-  if (a.onUpper.photos == 0 || b.onLower.photos == 0) return 1;
+float Contrast(const SideEvidence& a, const SideEvidence& b) {
+  if (a.photos == 0 || b.photos == 0) return 0;
   float sum = 0;
   for (std::size_t k = 0; k < 3; ++k) {
-    const float d = static_cast<float>(a.onUpper.colour[k]) - b.onLower.colour[k];
+    const float d = static_cast<float>(a.colour[k]) - static_cast<float>(b.colour[k]);
     sum += d * d;
   }
-  return 0.35F + 0.65F * std::exp(-sum / (3 * kContrast * kContrast));
+  return sum / 3;
+}
+
+/// What it costs that a wall stands between two cells. Seen at roof height, the roof ends there;
+/// seen at ground height, the ground does: where the wall stands, both pictures have an edge.
+float WallBetween(const WallCell& a, const WallCell& b) {
+  constexpr float kContrast = 15;
+  const float upper = std::exp(-Contrast(a.onUpper, b.onUpper) / (kContrast * kContrast));
+  const float lower = std::exp(-Contrast(a.onLower, b.onLower) / (kContrast * kContrast));
+  return 0.3F + 0.35F * (upper + lower);
 }
 
 float Logit(float share) {
@@ -51,7 +58,7 @@ std::vector<std::uint8_t> CutWalls(GridView<const float> part, const std::vector
   for (std::size_t k = 0; k < cells.size(); ++k) {
     const WallCell& cell = cells[k];
     const int node = static_cast<int>(k);
-    const float favour = options.photoWeight * PhotosFavourUpper(cell) + Logit(prior.Upper(cell.offset));
+    const float favour = options.photoWeight * PhotosFavourUpper(cell, options.agreement) + Logit(prior.Upper(cell.offset));
     flow.AddSourceSideCost(node, favour);
     for (const auto& [dr, dc] : kFollowing) {
       const float weight = options.edgeWeight * (dr != 0 && dc != 0 ? 0.354F : 0.5F);
@@ -64,13 +71,12 @@ std::vector<std::uint8_t> CutWalls(GridView<const float> part, const std::vector
           // What lies beyond the zone is level, and known.
           const float height = part.At(row, col);
           if (!std::isfinite(height)) continue;
-          const bool upper = IsUpperByHeight(height, cell.upper, cell.lower);
+          const bool upper = IsUpperByHeight(height, cell.upper, cell.lower, cell.level);
           flow.AddSourceSideCost(node, upper ? 2 * weight : -2 * weight);
         } else if (sense == 1) {
           const WallCell& next = cells[static_cast<std::size_t>(other)];
-          // From source (lower) to sink (upper).
-          flow.AddEdge(node, other, weight * WallBetween(next, cell),
-                       weight * WallBetween(cell, next));
+          const float cost = weight * WallBetween(cell, next);
+          flow.AddEdge(node, other, cost, cost);
         }
       }
     }

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 
 #include "core/numeric.h"
 
@@ -55,7 +56,7 @@ SideEvidence Judge(std::array<PhotoColour, kMostPhotos>& colours, int count) {
 
 /// The least spread of a cell and its four neighbours, on one side.
 void TakeLeastOfNeighbours(const WallGround& ground, std::vector<WallCell>& cells,
-                           SideEvidence WallCell::*side) {
+                           SideEvidence WallCell::*side, float share) {
   std::vector<float> spread(ground.part.CellCount(), -1);
   for (const WallCell& cell : cells) {
     const SideEvidence& evidence = cell.*side;
@@ -64,14 +65,35 @@ void TakeLeastOfNeighbours(const WallGround& ground, std::vector<WallCell>& cell
   for (WallCell& cell : cells) {
     SideEvidence& evidence = cell.*side;
     if (evidence.photos < 2) continue;
+    float least = evidence.spread;
     const auto look = [&](int row, int col) {
       if (!ground.part.Contains(row, col)) return;
       const float other = spread[IndexOf(ground, row, col)];
-      if (other >= 0 && other < evidence.spread) evidence.spread = other;
+      if (other >= 0 && other < least) least = other;
     };
     look(cell.row - 1, cell.col), look(cell.row + 1, cell.col);
     look(cell.row, cell.col - 1), look(cell.row, cell.col + 1);
+    evidence.spread += share * (least - evidence.spread);
   }
+}
+
+/// The way from the upper to the lower side at a cell, of any length; (0, 0) where it is unknown.
+tqfd::Point2_T<double> Outwards(const WallGround& ground, const WallZone& zone, int row, int col) {
+  constexpr int kReach = 2;
+  tqfd::Point2_T<double> way{0, 0};
+  const auto offset = [&](int r, int c) {
+    return ground.part.Contains(r, c) ? zone.offset[IndexOf(ground, r, c)]
+                                      : std::numeric_limits<float>::quiet_NaN();
+  };
+  for (int r = -kReach; r <= kReach; ++r) {
+    for (int c = -kReach; c <= kReach; ++c) {
+      const double difference = offset(row + r, col + c) - offset(row - r, col - c);
+      if (std::isnan(difference)) continue;
+      way.x += c * difference;
+      way.y -= r * difference;
+    }
+  }
+  return way;
 }
 
 }  // namespace
@@ -88,6 +110,7 @@ std::vector<WallCell> ListWallCells(GridView<const float> part, const WallZone& 
       cell.height = part.At(row, col);
       cell.upper = zone.upper[i];
       cell.lower = zone.lower[i];
+      cell.level = zone.level[i];
       cell.offset = zone.offset[i];
       cells.push_back(cell);
     }
@@ -144,10 +167,12 @@ void AskPhotos(const WallGround& ground, const WallZone& zone,
   for (WallCell& cell : cells) {
     if (cell.row != lastRow) GiveUpIfRaised(stop);
     lastRow = cell.row;
+    const tqfd::Point2_T<double> outwards = Outwards(ground, zone, cell.row, cell.col);
     for (const bool upper : {true, false}) {
       const double z = upper ? HeightOnSide(cell.height, cell.upper, cell.lower, true)
                              : HeightOnSide(cell.height, cell.upper, cell.lower, false);
       int count = 0;
+      int across = 0;
       for (std::size_t k = 0; k < photos.size() && count < kMostPhotos; ++k) {
         PhotoColour& colour = colours[static_cast<std::size_t>(count)];
         if (!ColourOfGround(photos[k], ground.X(cell.col), ground.Y(cell.row), z, colour) ||
@@ -156,12 +181,19 @@ void AskPhotos(const WallGround& ground, const WallZone& zone,
         }
         for (float& band : colour.band) band *= gains[k];
         ++count;
+        const auto& centre = photos[k].camera.centre;
+        if (outwards.x * (centre.x - ground.X(cell.col)) +
+                outwards.y * (centre.y - ground.Y(cell.row)) < 0) {
+          ++across;
+        }
       }
-      (upper ? cell.onUpper : cell.onLower) = Judge(colours, count);
+      SideEvidence& evidence = upper ? cell.onUpper : cell.onLower;
+      evidence = Judge(colours, count);
+      evidence.across = static_cast<std::uint8_t>(across);
     }
   }
-  TakeLeastOfNeighbours(ground, cells, &WallCell::onUpper);
-  TakeLeastOfNeighbours(ground, cells, &WallCell::onLower);
+  TakeLeastOfNeighbours(ground, cells, &WallCell::onUpper, 0.75F);
+  TakeLeastOfNeighbours(ground, cells, &WallCell::onLower, 1);
 }
 
 }  // namespace tqtortho

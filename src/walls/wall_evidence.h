@@ -14,6 +14,7 @@ namespace tqtortho {
 struct SideEvidence {
   float spread = 0;         ///< how much the photos' colours differ there, grey values
   std::uint8_t photos = 0;  ///< that would see the cell; fewer than two say nothing
+  std::uint8_t across = 0;  ///< of them, that look over the wall from its upper side
   std::uint8_t colour[3] = {0, 0, 0};
 };
 
@@ -24,6 +25,7 @@ struct WallCell {
   float height = 0;
   float upper = 0;
   float lower = 0;
+  float level = 0.5F;
   float offset = 0;
   SideEvidence onUpper;
   SideEvidence onLower;

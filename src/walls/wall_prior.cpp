@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <vector>
 
 #include "core/numeric.h"
 
@@ -79,24 +80,43 @@ double WallPrior::Displacement() const {
   return 0;
 }
 
-float PhotosFavourUpper(const WallCell& cell) {
-  constexpr float kSure = 12;   // grey values
-  constexpr float kNoise = 3;   // below this spread photos agree
-  const bool upperKnown = cell.onUpper.photos >= 2;
-  const bool lowerKnown = cell.onLower.photos >= 2;
-  if (!upperKnown || !lowerKnown) return 0;
-  const float upper = std::max(cell.onUpper.spread, kNoise);
-  const float lower = std::max(cell.onLower.spread, kNoise);
-  return std::clamp((lower - upper) / kSure, -1.0F, 1.0F);
+float SpreadOfAgreement(const std::vector<std::vector<WallCell>>& parts) {
+  constexpr float kLeast = 1.5F;
+  constexpr float kMost = 10;
+  std::vector<float> spreads;
+  for (const auto& cells : parts) {
+    for (const WallCell& cell : cells) {
+      if (cell.onUpper.photos < 3 || cell.onLower.photos < 3) continue;
+      spreads.push_back(std::min(cell.onUpper.spread, cell.onLower.spread));
+    }
+  }
+  if (spreads.empty()) return kLeast;
+  const auto half = spreads.begin() + static_cast<std::ptrdiff_t>(spreads.size() / 2);
+  std::nth_element(spreads.begin(), half, spreads.end());
+  return std::clamp(*half, kLeast, kMost);
 }
 
-void CountSureCells(const std::vector<WallCell>& cells,
+float PhotosFavourUpper(const WallCell& cell, float agreement) {
+  if (cell.onUpper.photos < 2) return 0;
+  const float upper = std::max(cell.onUpper.spread, agreement);
+  const float lower = std::max(cell.onLower.spread, agreement);
+  const float scale = 4 * agreement;
+  // Against what agreement looks like; less sure where only one side's photos take part.
+  const bool around = cell.onUpper.across >= 1 && cell.onUpper.across < cell.onUpper.photos;
+  const float absolute = (2.5F * agreement - upper) / (1.5F * agreement);
+  const float own = std::clamp(absolute, -1.0F, around ? 1.0F : 0.3F);
+  if (cell.onLower.photos < 2) return 0.7F * own;
+  return std::clamp(0.6F * own + 0.6F * std::clamp((lower - upper) / scale, -1.0F, 1.0F), -1.0F,
+                    1.0F);
+}
+
+void CountSureCells(const std::vector<WallCell>& cells, float agreement,
                     std::array<std::int64_t, WallPrior::kBins>& upper,
                     std::array<std::int64_t, WallPrior::kBins>& lower) {
-  constexpr float kSure = 0.6F;
+  constexpr float kSure = 0.4F;
   for (const WallCell& cell : cells) {
-    if (cell.onUpper.photos < 3 || cell.onLower.photos < 3) continue;
-    const float favour = PhotosFavourUpper(cell);
+    if (cell.onUpper.photos < 3 || cell.onUpper.across < 1) continue;
+    const float favour = PhotosFavourUpper(cell, agreement);
     const auto bin = static_cast<std::size_t>(WallPrior::BinOf(cell.offset));
     if (favour > kSure) ++upper[bin];
     if (favour < -kSure) ++lower[bin];

@@ -36,11 +36,19 @@ class WallPrior {
   bool learned_ = false;
 };
 
+/// The spread that colours have where all photos show the same place: what noise, sampling and
+/// uneven brightness leave.
+[[nodiscard]] float SpreadOfAgreement(const std::vector<std::vector<WallCell>>& parts);
+
 /// How strongly photos favour the upper side, -1 to 1; 0 when they do not know.
-[[nodiscard]] float PhotosFavourUpper(const WallCell& cell);
+///
+/// Photos that look at a wall's outside show its facade, of one colour all over, wherever the cell
+/// is tried behind it. So agreement on the lower side proves little, and agreement on the upper side
+/// proves it only when photos from across the roof take part; disagreement always tells.
+[[nodiscard]] float PhotosFavourUpper(const WallCell& cell, float agreement);
 
 /// Adds the cells of which the photos are sure to the counts.
-void CountSureCells(const std::vector<WallCell>& cells,
+void CountSureCells(const std::vector<WallCell>& cells, float agreement,
                     std::array<std::int64_t, WallPrior::kBins>& upper,
                     std::array<std::int64_t, WallPrior::kBins>& lower);
 

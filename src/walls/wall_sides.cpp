@@ -44,6 +44,7 @@ class SideFinder {
     WallSides sides;
     sides.upper.assign(heights_.size(), -1);
     sides.lower.assign(heights_.size(), -1);
+    sides.level.assign(heights_.size(), 0.5F);
     Smooth();
     MarkSteep();
     planeOf_.assign(heights_.size(), -1);
@@ -124,6 +125,22 @@ class SideFinder {
     }
   }
 
+  /// From a steep cell that no neighbour lies beyond: the furthest level cell near it.
+  [[nodiscard]] std::size_t LevelCellNear(std::size_t from, int sense) const {
+    constexpr int kNear = 3;
+    const int row = RowOf(from);
+    const int col = ColOf(from);
+    std::size_t found = from;
+    for (int r = std::max(row - kNear, 0); r <= std::min(row + kNear, rows_ - 1); ++r) {
+      for (int c = std::max(col - kNear, 0); c <= std::min(col + kNear, cols_ - 1); ++c) {
+        const std::size_t i = At(r, c);
+        if (steep_[i] != 0 || std::isnan(smooth_[i])) continue;
+        if (sense * (smooth_[i] - smooth_[found]) >= 0) found = i;
+      }
+    }
+    return found;
+  }
+
   /// Follows the steepest way; notes the middle of the steepest step on it.
   Way Follow(std::size_t from, int sense, float& steepest, float& middle) const {
     const int most = std::max(4, TruncToInt(options_.reach / options_.cell));
@@ -145,7 +162,10 @@ class SideFinder {
           next = At(r, c);
         }
       }
-      if (next == way.end) return way;
+      if (next == way.end) {
+        next = LevelCellNear(way.end, sense);
+        if (next == way.end) return way;
+      }
       const float drop = std::fabs(heights_[next] - heights_[way.end]);
       if (drop > steepest) {
         steepest = drop;
@@ -226,7 +246,20 @@ class SideFinder {
     if (planes_[upper].roughness > 0.25F) return;
     sides.upper[i] = upper;
     sides.lower[i] = lower;
+    sides.level[i] = LevelOf(up.end, down.end);
     centre[i] = (middle - low) / (high - low);
+  }
+
+  /// Blurred walls are upright in their middle. A ramp of many cells was filled in by
+  /// interpolation, from the roof's edge, which matching did find, to the first ground that two
+  /// photos saw: its wall stands near the top.
+  [[nodiscard]] float LevelOf(std::size_t up, std::size_t down) const {
+    constexpr double kBlurred = 8;  // cells
+    constexpr double kFilled = 12;
+    constexpr double kTop = 0.9;
+    const double length = std::hypot(RowOf(up) - RowOf(down), ColOf(up) - ColOf(down));
+    const double filled = std::clamp((length - kBlurred) / (kFilled - kBlurred), 0.0, 1.0);
+    return NarrowToFloat(0.5 + (kTop - 0.5) * filled);
   }
 
   void DropCanopies(const std::vector<float>& centre, WallSides& sides) const {

@@ -22,6 +22,7 @@ struct WallSides {
   std::vector<LevelPlane> planes;
   std::vector<std::int32_t> upper;
   std::vector<std::int32_t> lower;
+  std::vector<float> level;  ///< relative height where the wall is looked for first
 };
 
 [[nodiscard]] WallSides FindWallSides(GridView<const float> heights,

@@ -49,6 +49,7 @@ void SpreadSides(const WallSides& sides, GridView<const float> heights, GridView
           const bool apart = high - low >= options.leastWall;
           zone.upper[k] = apart ? high : kNone;
           zone.lower[k] = apart ? low : kNone;
+          zone.level[k] = sides.level[i];
         }
       }
     }
@@ -66,7 +67,7 @@ void MeasureOffsets(GridView<const float> fine, const WallZoneOptions& options, 
   away.assign(zone.upper.size(), kFar);
   const auto inZone = [&](std::size_t i) { return !std::isnan(zone.upper[i]); };
   const auto isUpper = [&](std::size_t i, float height) {
-    return IsUpperByHeight(height, zone.upper[i], zone.lower[i]);
+    return IsUpperByHeight(height, zone.upper[i], zone.lower[i], zone.level[i]);
   };
   for (int row = 0; row < rows; ++row) {
     for (int col = 0; col < cols; ++col) {
@@ -122,6 +123,7 @@ WallZone FindWallZone(GridView<const float> heights, GridView<const float> fine,
   WallZone zone;
   zone.upper.assign(fine.CellCount(), kNone);
   zone.lower.assign(fine.CellCount(), kNone);
+  zone.level.assign(fine.CellCount(), 0.5F);
   zone.offset.assign(fine.CellCount(), kNone);
   if (heights.Empty() || fine.Empty() || !(options.cell > 0)) return zone;
   const WallSides sides = FindWallSides(heights, options);

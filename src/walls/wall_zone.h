@@ -13,7 +13,7 @@ struct WallZoneOptions {
   double noData = 0;          ///< of cells without a height
   double steepSlope = 1.2;    ///< rise over run from which on a cell may belong to a wall
   double leastWall = 1.5;     ///< upper and lower side differ by this at least
-  double reach = 6;           ///< a wall drawn as a ramp is no longer than this
+  double reach = 8;           ///< a wall drawn as a ramp is no longer than this
   double band = 0.6;          ///< ground beside steep cells that may belong to the other side
   double mostExtension = 1;   ///< a side's plane rises or falls by no more than this
   double leastLength = 3;     ///< steep pieces shorter than this are no walls
@@ -25,7 +25,8 @@ struct WallZoneOptions {
 struct WallZone {
   std::vector<float> upper;   ///< NaN outside the zone
   std::vector<float> lower;   ///< NaN outside the zone
-  std::vector<float> offset;  ///< distance from the line half way up, positive on the lower side
+  std::vector<float> level;   ///< relative height of the line that the offset is measured from
+  std::vector<float> offset;  ///< distance from that line, positive on the lower side
 };
 
 /// Finds where surfaces step from one level to another.
@@ -44,8 +45,8 @@ struct WallZone {
                                     const WallZoneOptions& options);
 
 /// The side of a cell by its height alone.
-[[nodiscard]] inline bool IsUpperByHeight(float height, float upper, float lower) {
-  return height > 0.5F * (upper + lower);
+[[nodiscard]] inline bool IsUpperByHeight(float height, float upper, float lower, float level) {
+  return height > lower + level * (upper - lower);
 }
 
 /// A cell's height on the given side. Heights that already belong to that side stay as measured.
