@@ -231,9 +231,10 @@ void AddRun(CLI::App& app, int& status) {
       ->check(CLI::IsMember({"sight", "rays", "depth"}))
       ->capture_default_str();
   command
-      ->add_option("--walls", a->walls,
-                   "walls that the DSM draws as ramps or in the wrong place: made upright where the "
-                   "photos agree best, or at half their height by the surface alone, or kept")
+      ->add_option(
+          "--walls", a->walls,
+          "walls that the DSM draws as ramps or in the wrong place: made upright where the "
+          "photos agree best, or at half their height by the surface alone, or kept")
       ->check(CLI::IsMember({"photos", "surface", "keep"}))
       ->capture_default_str();
   command

@@ -118,8 +118,7 @@ void FindHeights(const StepSurface& surface, const SurfacePlacement& placement, 
     for (int c = 0; c < quadCols; ++c) {
       if (StepSurface::KindOf(quads[c]) != StepSurface::kSplit) continue;
       for (int i = std::max(r - reach, 0); i <= std::min(r + reach, quadRows - 1); ++i) {
-        for (int j = std::max(c - reach, 0); j <= std::min(c + reach, quadCols - 1);
-             ++j) {
+        for (int j = std::max(c - reach, 0); j <= std::min(c + reach, quadCols - 1); ++j) {
           walls.At(i, j) = 1;
         }
       }

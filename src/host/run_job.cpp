@@ -257,8 +257,8 @@ RunStatus Stopped(std::string& error) {
 }
 
 /// The working copy of the DSM and its border mask, unless an earlier run has made them.
-bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPaths& paths, JobState& state,
-                    StageRelay& relay, RunReport& report, std::string& error) {
+bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPaths& paths,
+                    JobState& state, StageRelay& relay, RunReport& report, std::string& error) {
   const std::string fingerprint = Fingerprint()
                                       .Add(TQTORTHO_VERSION)
                                       .Add(options.dsmPath)

@@ -20,6 +20,7 @@
 #include "walls/half_cells.h"
 #include "walls/wall_cut.h"
 #include "walls/wall_prior.h"
+#include "walls/wall_veto.h"
 #include "walls/wall_zone.h"
 
 namespace tqtortho::host {
@@ -192,10 +193,9 @@ class WallWork {
     std::vector<WallCell> cells = ListWallCells(tile.View(), tile.zone);
     if (walls_ == Walls::kPhotos && !cells.empty()) {
       const WallGround ground = GroundOf(tile);
-      tqfd::Rect2_T<double> rect{std::numeric_limits<double>::max(),
-                                 std::numeric_limits<double>::max(),
-                                 std::numeric_limits<double>::lowest(),
-                                 std::numeric_limits<double>::lowest()};
+      tqfd::Rect2_T<double> rect{
+          std::numeric_limits<double>::max(), std::numeric_limits<double>::max(),
+          std::numeric_limits<double>::lowest(), std::numeric_limits<double>::lowest()};
       double lowest = std::numeric_limits<double>::max();
       double highest = std::numeric_limits<double>::lowest();
       for (const WallCell& cell : cells) {
@@ -222,6 +222,7 @@ class WallWork {
     std::vector<std::uint8_t> isUpper;
     if (walls_ == Walls::kPhotos) {
       isUpper = CutWalls(tile.View(), cells, prior_, cut_);
+      TakeBackUnsupported(tile.View(), cells, prior_, cut_.agreement, isUpper);
     } else {
       isUpper.resize(cells.size());
       std::transform(cells.begin(), cells.end(), isUpper.begin(), [](const WallCell& cell) {
@@ -231,24 +232,17 @@ class WallWork {
     const int shiftRow = 2 * (tile.own.minY - tile.wide.minY);
     const int shiftCol = 2 * (tile.own.minX - tile.wide.minX);
     const int rows = std::min(out.rows, 2 * (tile.own.maxY - tile.own.minY));
-    const int cols =
-        std::min(2 * (tile.own.maxX - tile.own.minX), out.cols - 2 * tile.own.minX);
+    const int cols = std::min(2 * (tile.own.maxX - tile.own.minX), out.cols - 2 * tile.own.minX);
     const GridView<float> heights(tile.heights.data(), tile.Rows(), tile.Cols());
     for (std::size_t k = 0; k < cells.size(); ++k) {
       const WallCell& cell = cells[k];
       const float height = HeightOnSide(cell.height, cell.upper, cell.lower, isUpper[k] != 0);
       heights.At(cell.row, cell.col) = height;
-      const bool own = cell.row >= shiftRow && cell.row < shiftRow + rows &&
-                       cell.col >= shiftCol && cell.col < shiftCol + cols;
+      const bool own = cell.row >= shiftRow && cell.row < shiftRow + rows && cell.col >= shiftCol &&
+                       cell.col < shiftCol + cols;
       if (!own) continue;
       ++all;
       if (height != cell.height) ++changed;
-      if (getenv("WDBG")) {
-#pragma omp critical
-        { static FILE* dbg = fopen("/tmp/walls/cells.bin", "wb");
-        float v[14] = {float(2 * tile.wide.minY + cell.row), float(2 * tile.wide.minX + cell.col), cell.height, cell.upper, cell.lower, cell.offset, cell.onUpper.spread, float(cell.onUpper.photos), float(cell.onUpper.across), cell.onLower.spread, float(cell.onLower.photos), float(cell.onLower.across), float(isUpper[k]), PhotosFavourUpper(cell, cut_.agreement)};
-        fwrite(v, 4, 14, dbg); fflush(dbg); }
-      }
       if (cell.onUpper.photos >= 2 && cell.onLower.photos >= 2) ++judged;
     }
     for (int row = 0; row < rows; ++row) {
@@ -314,7 +308,6 @@ bool SharpenWalls(const Survey& survey, const std::string& dsmPath, Walls walls,
     if (walls == Walls::kPhotos) work.Learn();
     report.photosTell = work.Prior().Learned();
     report.displacement = work.Prior().Displacement();
-    if (getenv("WDBG")) { fprintf(stderr, "agree %.2f disp %.3f:", work.cut_.agreement, report.displacement); for (double o=-1.5;o<=1.5;o+=.125) fprintf(stderr," %.2f", work.Prior().Upper(o)); fprintf(stderr,"\n"); }
     return WriteSurface(
         dsmPath, surface, work, [&](double share) { return progress(0.8 + 0.2 * share); }, report,
         error);

@@ -58,7 +58,8 @@ std::vector<std::uint8_t> CutWalls(GridView<const float> part, const std::vector
   for (std::size_t k = 0; k < cells.size(); ++k) {
     const WallCell& cell = cells[k];
     const int node = static_cast<int>(k);
-    const float favour = options.photoWeight * PhotosFavourUpper(cell, options.agreement) + Logit(prior.Upper(cell.offset));
+    const float favour = options.photoWeight * PhotosFavourUpper(cell, options.agreement) +
+                         Logit(prior.Upper(cell.offset));
     flow.AddSourceSideCost(node, favour);
     for (const auto& [dr, dc] : kFollowing) {
       const float weight = options.edgeWeight * (dr != 0 && dc != 0 ? 0.354F : 0.5F);

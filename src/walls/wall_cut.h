@@ -11,7 +11,7 @@ namespace tqtortho {
 
 struct WallCutOptions {
   float agreement = 3;      ///< see SpreadOfAgreement
-  float photoWeight = 3;  ///< of photos that are sure, against the prior's log odds
+  float photoWeight = 3;    ///< of photos that are sure, against the prior's log odds
   float edgeWeight = 1.2F;  ///< of a wall's length, for each cell of it
 };
 

@@ -183,7 +183,8 @@ void AskPhotos(const WallGround& ground, const WallZone& zone,
         ++count;
         const auto& centre = photos[k].camera.centre;
         if (outwards.x * (centre.x - ground.X(cell.col)) +
-                outwards.y * (centre.y - ground.Y(cell.row)) < 0) {
+                outwards.y * (centre.y - ground.Y(cell.row)) <
+            0) {
           ++across;
         }
       }

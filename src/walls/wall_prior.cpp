@@ -41,7 +41,8 @@ WallPrior::WallPrior(const std::array<std::int64_t, kBins>& upper,
   std::vector<Pool> pools;
   for (int bin = 0; bin < kBins; ++bin) {
     const double weight = static_cast<double>(upper[bin] + lower[bin]) + kWeight;
-    pools.push_back({(static_cast<double>(upper[bin]) + kWeight * upper_[bin]) / weight, weight, 1});
+    pools.push_back(
+        {(static_cast<double>(upper[bin]) + kWeight * upper_[bin]) / weight, weight, 1});
     while (pools.size() > 1 && pools[pools.size() - 2].share < pools.back().share) {
       const Pool last = pools.back();
       pools.pop_back();

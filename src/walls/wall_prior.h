@@ -43,8 +43,8 @@ class WallPrior {
 /// How strongly photos favour the upper side, -1 to 1; 0 when they do not know.
 ///
 /// Photos that look at a wall's outside show its facade, of one colour all over, wherever the cell
-/// is tried behind it. So agreement on the lower side proves little, and agreement on the upper side
-/// proves it only when photos from across the roof take part; disagreement always tells.
+/// is tried behind it. So agreement on the lower side proves little, and agreement on the upper
+/// side proves it only when photos from across the roof take part; disagreement always tells.
 [[nodiscard]] float PhotosFavourUpper(const WallCell& cell, float agreement);
 
 /// Adds the cells of which the photos are sure to the counts.

@@ -33,8 +33,8 @@ class SideFinder {
     for (int row = 0; row < rows_; ++row) {
       for (int col = 0; col < cols_; ++col) {
         const float height = heights.At(row, col);
-        const bool known = std::isfinite(height) && std::fabs(height - options.noData) >=
-                                                        kRectifyNoDataTolerance;
+        const bool known =
+            std::isfinite(height) && std::fabs(height - options.noData) >= kRectifyNoDataTolerance;
         heights_[At(row, col)] = known ? height : kNone;
       }
     }
@@ -183,7 +183,7 @@ class SideFinder {
   /// The plane through the level cells around a way's end; fitted once for each cell.
   std::int32_t PlaneAt(std::size_t cell) {
     if (planeOf_[cell] >= 0) return planeOf_[cell];
-    constexpr double kReach = 1.4;    // ground units
+    constexpr double kReach = 1.4;  // ground units
     constexpr double kSameLevel = 1.5;
     const int reach = std::clamp(TruncToInt(kReach / options_.cell + 0.5), 3, 8);
     const int row = RowOf(cell);
@@ -231,6 +231,12 @@ class SideFinder {
     return planeOf_[cell];
   }
 
+  static constexpr float kRough = 0.25F;  ///< mean distance from its plane, ground units
+  static constexpr float kSmooth = 0.1F;  ///< of a level roof
+  static constexpr double kLevel = 0.3;   ///< slope of a level roof
+  static constexpr float kStrip = 0.8F;   ///< level from which on a ramp counts as a filled strip
+  static constexpr float kEven = 0.35F;   ///< steepest step of an even ramp, of its whole height
+
   void FindFor(std::size_t i, WallSides& sides, std::vector<float>& centre) {
     float steepest = 0;
     float middle = heights_[i];
@@ -243,10 +249,19 @@ class SideFinder {
     const float low = PlaneHeight(planes_[lower], RowOf(i), ColOf(i), options_);
     if (!(high - low >= options_.leastWall)) return;
     // No plane fits the top of a tree.
-    if (planes_[upper].roughness > 0.25F) return;
+    const LevelPlane& top = planes_[upper];
+    if (top.roughness > kRough) return;
     sides.upper[i] = upper;
     sides.lower[i] = lower;
     sides.level[i] = LevelOf(up.end, down.end);
+    // The steepest step of an even ramp may lie anywhere; beside a level roof it is a wall.
+    const bool even = steepest < kEven * (high - low);
+    const bool levelRoof =
+        std::hypot(top.perRow, top.perCol) < kLevel * options_.cell && top.roughness < kSmooth;
+    if (sides.level[i] > kStrip && even && levelRoof) {
+      centre[i] = 0.5F;
+      return;
+    }
     centre[i] = (middle - low) / (high - low);
   }
 
@@ -328,8 +343,7 @@ WallSides FindWallSides(GridView<const float> heights, const WallZoneOptions& op
   return SideFinder(heights, options).Find();
 }
 
-float PlaneHeight(const LevelPlane& plane, double row, double col,
-                  const WallZoneOptions& options) {
+float PlaneHeight(const LevelPlane& plane, double row, double col, const WallZoneOptions& options) {
   const double rise = plane.perRow * (row - plane.row) + plane.perCol * (col - plane.col);
   return NarrowToFloat(plane.height +
                        std::clamp(rise, -options.mostExtension, options.mostExtension));

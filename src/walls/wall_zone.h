@@ -9,15 +9,15 @@ namespace tqtortho {
 
 /// What counts as a wall. Lengths are ground units.
 struct WallZoneOptions {
-  double cell = 1;            ///< of the surface model
-  double noData = 0;          ///< of cells without a height
-  double steepSlope = 1.2;    ///< rise over run from which on a cell may belong to a wall
-  double leastWall = 1.5;     ///< upper and lower side differ by this at least
-  double reach = 8;           ///< a wall drawn as a ramp is no longer than this
-  double band = 0.6;          ///< ground beside steep cells that may belong to the other side
-  double mostExtension = 1;   ///< a side's plane rises or falls by no more than this
-  double leastLength = 3;     ///< steep pieces shorter than this are no walls
-  double lowestCentre = 0.4;  ///< relative height of the steepest step; canopies lie below
+  double cell = 1;             ///< of the surface model
+  double noData = 0;           ///< of cells without a height
+  double steepSlope = 1.2;     ///< rise over run from which on a cell may belong to a wall
+  double leastWall = 1.5;      ///< upper and lower side differ by this at least
+  double reach = 8;            ///< a wall drawn as a ramp is no longer than this
+  double band = 0.6;           ///< ground beside steep cells that may belong to the other side
+  double mostExtension = 1;    ///< a side's plane rises or falls by no more than this
+  double leastLength = 3;      ///< steep pieces shorter than this are no walls
+  double lowestCentre = 0.40;  ///< relative height of the steepest step; canopies lie below
 };
 
 /// The cells of a finer grid (see OnHalfCells) on which a wall may stand, and the two heights that
