@@ -69,6 +69,10 @@ nlohmann::json ToJson(const host::RunReport& report) {
           {"cells", report.cells},
           {"seconds", report.seconds},
           {"peakMemoryBytes", report.peakMemoryBytes},
+          {"wallCells", report.walls.wallCells},
+          {"wallCellsChanged", report.walls.changedCells},
+          {"wallCellsJudged", report.walls.judgedCells},
+          {"wallDisplacement", report.walls.displacement},
           {"mosaic", report.mosaicPath},
           {"mosaicCells", report.mosaic.cells},
           {"seen", report.mosaic.seen},
@@ -110,6 +114,15 @@ void PrintTable(const host::RunReport& report) {
   for (const auto& s : report.stages) std::printf("  %-14s %8.1f s\n", s.name.c_str(), s.seconds);
   std::printf("  %-14s %8.1f s, peak memory %.0f MB\n", "all", report.seconds,
               static_cast<double>(report.peakMemoryBytes) / 1e6);
+  if (report.walls.wallCells > 0) {
+    const auto cells = static_cast<double>(report.walls.wallCells);
+    std::printf(
+        "walls: %.2f million half cells beside them, %.1f %% changed, %.1f %% judged by photos; "
+        "they "
+        "stand %.2f m outside the line half way up\n",
+        cells / 1e6, 100 * static_cast<double>(report.walls.changedCells) / cells,
+        100 * static_cast<double>(report.walls.judgedCells) / cells, report.walls.displacement);
+  }
   if (!report.mosaicPath.empty()) {
     for (const auto& line : MosaicLines(report.mosaic)) std::printf("%s\n", line.c_str());
   }

@@ -256,6 +256,50 @@ RunStatus Stopped(std::string& error) {
   return RunStatus::kInterrupted;
 }
 
+/// Makes the walls of the working copy upright and delivers what came of it, or takes away what an
+/// earlier run delivered.
+bool SharpenSurface(const Survey& survey, const RunOptions& options, const JobPaths& paths,
+                    StageRelay& relay, std::vector<std::string>& files, RunReport& report,
+                    std::string& error) {
+  const std::string surface = paths.out + "/surface.tif";
+  const std::string codes = paths.out + "/walls.tif";
+  std::error_code ignored;
+  fs::remove(surface, ignored);
+  fs::remove(codes, ignored);
+  report.walls = {};
+  if (options.walls == Walls::kKeep) return true;
+  relay.Begin("walls");
+  const auto progress = [&](double share) { return relay.Progress(100 * share); };
+  if (!SharpenWalls(survey, paths.dsm, codes, options.walls, progress, report.walls, error)) {
+    return false;
+  }
+  if (!tqfd::PathHelper::CopyFile2(paths.dsm, surface)) {
+    error = surface + ": cannot be written; is the disk full?";
+    return false;
+  }
+  files.insert(files.end(), {surface, codes});
+  return true;
+}
+
+/// A word where the photos did not decide what they were asked.
+void WarnOfWalls(const RunOptions& options, const WallReport& walls, RunObserver& observer) {
+  if (options.walls != Walls::kPhotos || walls.wallCells == 0) return;
+  const double judged =
+      100.0 * static_cast<double>(walls.judgedCells) / static_cast<double>(walls.wallCells);
+  char text[200];
+  if (!walls.photosTell) {
+    observer.Warn(
+        "walls: the photos could not tell where walls stand; they stand half way up, by the "
+        "surface alone");
+  } else if (judged < 50) {
+    std::snprintf(text, sizeof text,
+                  "walls: two photos see both sides on %.0f %% of the cells beside walls only; the "
+                  "others (3 in walls.tif) follow these and the surface",
+                  judged);
+    observer.Warn(text);
+  }
+}
+
 /// The working copy of the DSM and its border mask, unless an earlier run has made them.
 bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPaths& paths,
                     JobState& state, StageRelay& relay, RunReport& report, std::string& error) {
@@ -268,14 +312,14 @@ bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPa
                                       .Text();
   state.SetBase(fingerprint);
   const auto said = state.Stage("dsm", fingerprint);
-  if (said && FromRecord(*said, report.dsm)) return true;
+  if (said && said->contains("walls") && FromRecord(said->at("walls"), report.walls) &&
+      FromRecord(*said, report.dsm)) {
+    return true;
+  }
   relay.Begin("prepare DSM");
   if (!PrepareDsm(options.dsmPath, paths.dsm, paths.origin, {}, report.dsm, error)) return false;
-  if (options.walls != Walls::kKeep) {
-    relay.Begin("walls");
-    const auto walls = [&](double share) { return relay.Progress(100 * share); };
-    if (!SharpenWalls(survey, paths.dsm, options.walls, walls, report.walls, error)) return false;
-  }
+  std::vector<std::string> files{paths.dsm, paths.origin, paths.border};
+  if (!SharpenSurface(survey, options, paths, relay, files, report, error)) return false;
   relay.Begin("border mask");
   BorderMaskOptions border;
   // Ray tracing finds more the more ground it is told to look at. Otherwise the borders only say
@@ -285,8 +329,9 @@ bool PrepareSurface(const Survey& survey, const RunOptions& options, const JobPa
   const auto progress = [&](double share) { return relay.Progress(100 * share); };
   if (!WriteBorderMask(paths.dsm, paths.border, border, error, nullptr, progress)) return false;
   if (!AllDone(paths.work, error)) return false;
-  state.FinishStage("dsm", fingerprint, {paths.dsm, paths.origin, paths.border},
-                    ToRecord(report.dsm));
+  nlohmann::json record = ToRecord(report.dsm);
+  record["walls"] = ToRecord(report.walls);
+  state.FinishStage("dsm", fingerprint, files, record);
   return true;
 }
 
@@ -431,6 +476,7 @@ RunStatus RunJob(Survey survey, const RunOptions& options, RunObserver& watcher,
   const JobSettings settings(paths, options, state);
   status = Prepare(survey, options, paths, state, relay, report, error);
   if (status != RunStatus::kDone) return status;
+  WarnOfWalls(options, report.walls, observer);
 
   std::vector<tqfd::Point2_T<double>> ring;
   if (!ReadArea(options, report.facts, ring, error)) return RunStatus::kBadInput;

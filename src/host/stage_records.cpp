@@ -33,6 +33,24 @@ bool FromRecord(const Json& record, DsmPrepareReport& report) {
   });
 }
 
+Json ToRecord(const WallReport& report) {
+  return {{"wallCells", report.wallCells},
+          {"changedCells", report.changedCells},
+          {"judgedCells", report.judgedCells},
+          {"displacement", report.displacement},
+          {"photosTell", report.photosTell}};
+}
+
+bool FromRecord(const Json& record, WallReport& report) {
+  return Guarded(record, report, [](const Json& from, WallReport& to) {
+    from.at("wallCells").get_to(to.wallCells);
+    from.at("changedCells").get_to(to.changedCells);
+    from.at("judgedCells").get_to(to.judgedCells);
+    from.at("displacement").get_to(to.displacement);
+    from.at("photosTell").get_to(to.photosTell);
+  });
+}
+
 Json ToRecord(const MosaicReport& report) {
   return {{"cells", report.cells},
           {"seen", report.seen},

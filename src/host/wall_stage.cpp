@@ -126,23 +126,31 @@ class WallWork {
     cut_.agreement = SpreadOfAgreement(cells_);
     for (const auto& cells : cells_) CountSureCells(cells, cut_.agreement, upper, lower);
     prior_ = WallPrior(upper, lower);
+    // Far outside every line half way up lies ground. Where photos do not say so, they cannot tell.
+    constexpr float kDiffuse = 0.3F;
+    if (prior_.Learned() && prior_.Upper(1) <= kDiffuse) return;
+    prior_ = WallPrior();
+    cut_.photoWeight = 0;
   }
 
   /// The half cells of a row of tiles.
-  bool MakeRow(int row, std::vector<float>& strip, WallReport& report) {
+  bool MakeRow(int row, std::vector<float>& strip, std::vector<std::uint8_t>& codes,
+               WallReport& report) {
     const int first = row * kTileSide;
     const int end = std::min(first + kTileSide, surface_.rows);
     const int stripRows = 2 * (end - first) - (end == surface_.rows ? 1 : 0);
     const int stripCols = HalfCells(surface_.cols);
     strip.assign(static_cast<std::size_t>(stripRows) * static_cast<std::size_t>(stripCols), 0);
+    codes.assign(strip.size(), kNoWall);
     const GridView<float> out(strip.data(), stripRows, stripCols);
+    const GridView<std::uint8_t> outCodes(codes.data(), stripRows, stripCols);
     std::atomic<bool> failed{false};
     std::atomic<std::int64_t> all{0}, changed{0}, judged{0};
 #pragma omp parallel for schedule(dynamic)
     for (int col = 0; col < across_; ++col) {
       if (failed) continue;
       const bool made = Guarded([&] {
-        Make(row * across_ + col, out, all, changed, judged);
+        Make(row * across_ + col, out, outCodes, all, changed, judged);
         return !processStop.Raised();
       });
       if (!made) failed = true;
@@ -214,8 +222,9 @@ class WallWork {
     return true;
   }
 
-  void Make(int index, const GridView<float>& out, std::atomic<std::int64_t>& all,
-            std::atomic<std::int64_t>& changed, std::atomic<std::int64_t>& judged) {
+  void Make(int index, const GridView<float>& out, const GridView<std::uint8_t>& outCodes,
+            std::atomic<std::int64_t>& all, std::atomic<std::int64_t>& changed,
+            std::atomic<std::int64_t>& judged) {
     Tile tile;
     Place(index, tile);
     const std::vector<WallCell>& cells = cells_[static_cast<std::size_t>(index)];
@@ -244,10 +253,21 @@ class WallWork {
       ++all;
       if (height != cell.height) ++changed;
       if (cell.onUpper.photos >= 2 && cell.onLower.photos >= 2) ++judged;
+      outCodes.At(cell.row - shiftRow, cell.col - shiftCol + 2 * tile.own.minX) =
+          CodeOf(cell, height, isUpper[k] != 0);
     }
     for (int row = 0; row < rows; ++row) {
       std::copy_n(heights.Row(shiftRow + row) + shiftCol, cols, out.Row(row) + 2 * tile.own.minX);
     }
+  }
+
+  [[nodiscard]] WallCode CodeOf(const WallCell& cell, float height, bool isUpper) const {
+    constexpr float kDisagreement = 4;  // times what agreement looks like
+    const SideEvidence& chosen = isUpper ? cell.onUpper : cell.onLower;
+    if (chosen.photos >= 2 && chosen.spread > kDisagreement * cut_.agreement) return kWallDoubtful;
+    if (height == cell.height) return kWallKept;
+    const bool judged = cell.onUpper.photos >= 2 && cell.onLower.photos >= 2;
+    return judged ? kWallMoved : kWallMovedAlone;
   }
 
   const Surface& surface_;
@@ -260,8 +280,8 @@ class WallWork {
   std::vector<std::vector<WallCell>> cells_;
 };
 
-bool WriteSurface(const std::string& path, const Surface& surface, WallWork& work,
-                  const std::function<bool(double)>& progress, WallReport& report,
+bool WriteSurface(const std::string& path, const std::string& codesPath, const Surface& surface,
+                  WallWork& work, const std::function<bool(double)>& progress, WallReport& report,
                   std::string& error) {
   const auto origin = surface.at.GetOrigin();
   const auto cell = surface.at.GetResolution();
@@ -271,32 +291,42 @@ bool WriteSurface(const std::string& path, const Surface& surface, WallWork& wor
   GeoCoefficients at(transform, cols, rows);
   at.SetProjection(surface.at.GetProjection());
   TqImage out;
-  const auto fault = [&] {
-    if (error.empty()) error = path + ": cannot be written; is the disk full?";
+  TqImage outCodes;
+  const auto fault = [&](const std::string& file) {
+    if (error.empty()) error = file + ": cannot be written; is the disk full?";
     return false;
   };
   if (!out.Create(path, cols, rows, 1, tqimage::kFloat32, tqimage::kGeoTiff, true) ||
       !out.SetGeoCoefficients(at) || !out.SetNoDataValue(0, surface.noData)) {
-    return fault();
+    return fault(path);
+  }
+  if (!outCodes.Create(codesPath, cols, rows, 1, tqimage::kByte, tqimage::kGeoTiff, true) ||
+      !outCodes.SetGeoCoefficients(at)) {
+    return fault(codesPath);
   }
   std::vector<float> strip;
+  std::vector<std::uint8_t> codes;
   for (int k = 0; k < work.Down(); ++k) {
-    if (!work.MakeRow(k, strip, report)) {
+    if (!work.MakeRow(k, strip, codes, report)) {
       error = path + ": walls could not be sharpened; not enough memory, or interrupted";
       return false;
     }
     const int first = 2 * k * kTileSide;
     const int end = std::min(first + 2 * kTileSide, rows);
-    if (!out.WriteImage(0, {0, first, cols, end}, tqimage::kFloat32, strip.data())) return fault();
+    if (!out.WriteImage(0, {0, first, cols, end}, tqimage::kFloat32, strip.data()))
+      return fault(path);
+    if (!outCodes.WriteImage(0, {0, first, cols, end}, tqimage::kByte, codes.data())) {
+      return fault(codesPath);
+    }
     if (!progress(static_cast<double>(k + 1) / work.Down())) return false;
   }
-  return out.Close() || fault();
+  return (outCodes.Close() || fault(codesPath)) && (out.Close() || fault(path));
 }
 
 }  // namespace
 
-bool SharpenWalls(const Survey& survey, const std::string& dsmPath, Walls walls,
-                  const std::function<bool(double)>& progress, WallReport& report,
+bool SharpenWalls(const Survey& survey, const std::string& dsmPath, const std::string& codesPath,
+                  Walls walls, const std::function<bool(double)>& progress, WallReport& report,
                   std::string& error) {
   report = {};
   if (walls == Walls::kKeep) return true;
@@ -306,11 +336,11 @@ bool SharpenWalls(const Survey& survey, const std::string& dsmPath, Walls walls,
     WallWork work(survey, surface, walls);
     if (!work.Look([&](double share) { return progress(0.8 * share); })) return false;
     if (walls == Walls::kPhotos) work.Learn();
-    report.photosTell = work.Prior().Learned();
+    report.photosTell = walls == Walls::kPhotos && work.Prior().Learned();
     report.displacement = work.Prior().Displacement();
     return WriteSurface(
-        dsmPath, surface, work, [&](double share) { return progress(0.8 + 0.2 * share); }, report,
-        error);
+        dsmPath, codesPath, surface, work,
+        [&](double share) { return progress(0.8 + 0.2 * share); }, report, error);
   });
   if (!done && error.empty()) {
     error = dsmPath + ": walls could not be sharpened; not enough memory, or interrupted";
