@@ -68,9 +68,9 @@ bool TakesLong(const std::string& option, const std::string& value) {
 /// be a job of a moment on the town.
 std::vector<std::string> Arguments(const Site& site, std::string_view text) {
   static const char* const kFree[] = {
-      "--gsd",   "--start-height", "--resampling", "--occlusion",   "--finish", "--format",
-      "--bands", "--compress",     "--range",      "--sizing-only", "--fresh",  "--threads",
-      "--crs",   "--reduced",      "--json",       "--frame",       "--offset"};
+      "--gsd",     "--start-height", "--resampling", "--occlusion", "--walls",       "--finish",
+      "--format",  "--bands",        "--compress",   "--range",     "--sizing-only", "--fresh",
+      "--threads", "--crs",          "--reduced",    "--json",      "--frame",       "--offset"};
   std::vector<std::string> arguments = site.given;
   while (!text.empty() && arguments.size() < 60) {
     const std::string line(text.substr(0, text.find('\n')));

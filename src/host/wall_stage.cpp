@@ -64,7 +64,10 @@ bool ReadSurface(const std::string& path, Surface& surface, std::string& error) 
   surface.cols = image.GetWidth();
   surface.rows = image.GetHeight();
   error = SurfaceTooLarge(path, HalfCells(surface.cols), HalfCells(surface.rows));
-  if (!error.empty()) return false;
+  if (!error.empty()) {
+    error += "; walls need half cells, --walls keep does without";
+    return false;
+  }
   surface.at = image.GetGeoCoefficients();
   surface.cell = surface.at.GetResolution().x;
   surface.noData = kDefaultNoData;

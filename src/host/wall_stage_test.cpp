@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -13,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "temp_dir.h"
+#include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 #include "walls/half_cells.h"
 

@@ -132,7 +132,8 @@ def usage():
             rows.append(Row(f"{command[0]} {option} {value or 'empty'}",
                             [*command, f"{option}={value}"] if value else [*command, option, ""],
                             option))
-    for option, value in {"--resampling": "cubic", "--occlusion": "guess", "--finish": "paint",
+    for option, value in {"--resampling": "cubic", "--occlusion": "guess", "--walls": "guess",
+                          "--finish": "paint",
                           "--format": "bmp", "--compress": "zip", "--frame": "moon"}.items():
         rows.append(Row(f"run {option} {value}", run(more=f"{option} {value}"), option))
     lists = "--cameras {town}/cameras.txt --photos {town}/photos.txt"
