@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "core/numeric.h"
+#include "host/measured_cell.h"
 #include "job/call_guard.h"
 #include "rectify/step_surface.h"
 #include "tqimage/TqImage.h"
@@ -191,14 +192,15 @@ class TileMaker {
     std::vector<float> part(static_cast<std::size_t>(cols) * rows);
     std::vector<std::uint8_t> known(part.size(), 1);
     if (!dsm.ReadImage(0, rect, tqimage::kFloat32, part.data()) ||
-        (haveOrigin && !origin.ReadImage(0, rect, tqimage::kByte, known.data()))) {
+        (haveOrigin && !ReadOriginOnCells(origin, at.GetResolution().x, rect, known))) {
       return;
     }
     const StepSurface surface(GridView<const float>(part.data(), rows, cols), dsm.GetNoDataValue(0),
                               StepSurface::DefaultWallStep(at.GetResolution().x));
     const auto corner = at.GetOrigin();
     const auto cell = at.GetResolution();
-    clearance_ = std::clamp(TruncToInt(cell.x / grid_.step + 1.5), 2, 16);
+    const double measured = MeasuredCell(options_.workDir + "/dsm.tif", cell.x);
+    clearance_ = std::clamp(TruncToInt(measured / grid_.step + 1.5), 2, 16);
     for (int row = 0; row < rows_; ++row) {
       const double y = grid_.maxY - (whole_.firstRow + row) * grid_.step;
       const double v = (y - corner.y) / cell.y - cells.minY;

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/measured_cell.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 #include "walls/half_cells.h"
@@ -97,7 +98,7 @@ TEST(SharpenWallsTest, LeavesSurfacesWithoutWallsAlone) {
       ASSERT_TRUE(image.Open(path, true));
       ASSERT_EQ(image.GetWidth(), HalfCells(test.cols));
       ASSERT_EQ(image.GetHeight(), HalfCells(test.rows));
-      EXPECT_EQ(image.GetGeoCoefficients().GetOrigin().x, 100.25);
+      EXPECT_EQ(image.GetGeoCoefficients().GetOrigin().x, 100);
       std::vector<float> heights(static_cast<std::size_t>(image.GetWidth()) * image.GetHeight());
       ASSERT_TRUE(
           image.ReadHeights(0, {0, 0, image.GetWidth(), image.GetHeight()}, -9999, heights.data()));
@@ -158,6 +159,24 @@ TEST(SharpenWallsTest, KeepTouchesNothingAndAStopLeavesTheSurface) {
   EXPECT_FALSE(error.empty());
   EXPECT_EQ(Bytes(path), bytes);
   EXPECT_FALSE(std::filesystem::exists(dir.File("walls.tif")));
+}
+
+// The raster of origins stays on the measured cells; its reader must not take half cells for them.
+TEST(MeasuredCellTest, ReadsOriginsOfHalfCells) {
+  testing::TempDir dir;
+  WriteDsm(dir.File("dsm_origin.tif"), 3, 4, [](int r, int c) { return 10 * r + c + 1; });
+  TqImage origin;
+  ASSERT_TRUE(origin.Open(dir.File("dsm_origin.tif"), true));
+  std::vector<std::uint8_t> codes;
+  ASSERT_TRUE(ReadOriginOnCells(origin, 0.5, {1, 1, 3, 2}, codes));
+  EXPECT_EQ(codes, (std::vector<std::uint8_t>{12, 13}));
+  ASSERT_TRUE(ReadOriginOnCells(origin, 0.25, {1, 2, 5, 4}, codes));
+  EXPECT_EQ(codes, (std::vector<std::uint8_t>{11, 12, 12, 13, 11, 12, 12, 13}));
+  ASSERT_TRUE(ReadOriginOnCells(origin, 0.25, {-1, 5, 2, 7}, codes));
+  EXPECT_EQ(codes, (std::vector<std::uint8_t>{0, 21, 21, 0, 0, 0}));
+  EXPECT_EQ(MeasuredCell(dir.File("dsm.tif"), 0.25), 0.5);
+  EXPECT_EQ(MeasuredCell(dir.File("dsm.tif"), 0.5), 0.5);
+  EXPECT_EQ(MeasuredCell("/nowhere/dsm.tif", 0.25), 0.25);
 }
 
 }  // namespace
