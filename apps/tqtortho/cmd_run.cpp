@@ -114,7 +114,7 @@ void PrintTable(const host::RunReport& report) {
   for (const auto& s : report.stages) std::printf("  %-14s %8.1f s\n", s.name.c_str(), s.seconds);
   std::printf("  %-14s %8.1f s, peak memory %.0f MB\n", "all", report.seconds,
               static_cast<double>(report.peakMemoryBytes) / 1e6);
-  if (report.walls.wallCells > 0) {
+  if (report.walls.changedCells > 0) {
     const auto cells = static_cast<double>(report.walls.wallCells);
     std::printf(
         "walls: %.2f million half cells beside them, %.1f %% changed, %.1f %% judged by photos; "

@@ -273,6 +273,7 @@ bool SharpenSurface(const Survey& survey, const RunOptions& options, const JobPa
   if (!SharpenWalls(survey, paths.dsm, codes, options.walls, progress, report.walls, error)) {
     return false;
   }
+  if (options.walls == Walls::kPhotos && !report.walls.photosTell) return true;
   if (!tqfd::PathHelper::CopyFile2(paths.dsm, surface)) {
     error = surface + ": cannot be written; is the disk full?";
     return false;
@@ -289,8 +290,8 @@ void WarnOfWalls(const RunOptions& options, const WallReport& walls, RunObserver
   char text[200];
   if (!walls.photosTell) {
     observer.Warn(
-        "walls: the photos could not tell where walls stand; they stand half way up, by the "
-        "surface alone");
+        "walls: the photos cannot tell where walls stand; they are kept as the DSM has them "
+        "(--walls surface stands them half way up)");
   } else if (judged < 50) {
     std::snprintf(text, sizeof text,
                   "walls: two photos see both sides on %.0f %% of the cells beside walls only; the "

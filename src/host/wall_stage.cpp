@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -131,9 +132,7 @@ class WallWork {
     prior_ = WallPrior(upper, lower);
     // Far outside every line half way up lies ground. Where photos do not say so, they cannot tell.
     constexpr float kDiffuse = 0.3F;
-    if (prior_.Learned() && prior_.Upper(1) <= kDiffuse) return;
-    prior_ = WallPrior();
-    cut_.photoWeight = 0;
+    photosTell_ = prior_.Learned() && prior_.Upper(1) <= kDiffuse;
   }
 
   /// The half cells of a row of tiles.
@@ -166,6 +165,13 @@ class WallWork {
 
   WallCutOptions cut_;
   [[nodiscard]] const WallPrior& Prior() const { return prior_; }
+  [[nodiscard]] bool PhotosTell() const { return photosTell_; }
+  [[nodiscard]] std::int64_t CellCount() const {
+    return std::accumulate(cells_.begin(), cells_.end(), std::int64_t{0},
+                           [](std::int64_t sum, const auto& cells) {
+                             return sum + static_cast<std::int64_t>(cells.size());
+                           });
+  }
 
  private:
   void Place(int index, Tile& tile) const {
@@ -278,6 +284,7 @@ class WallWork {
   PhotoWindows photos_;
   WallZoneOptions options_;
   WallPrior prior_;
+  bool photosTell_ = false;
   int across_ = 0;
   int down_ = 0;
   std::vector<std::vector<WallCell>> cells_;
@@ -338,9 +345,15 @@ bool SharpenWalls(const Survey& survey, const std::string& dsmPath, const std::s
     if (!ReadSurface(dsmPath, surface, error)) return false;
     WallWork work(survey, surface, walls);
     if (!work.Look([&](double share) { return progress(0.8 * share); })) return false;
-    if (walls == Walls::kPhotos) work.Learn();
-    report.photosTell = walls == Walls::kPhotos && work.Prior().Learned();
-    report.displacement = work.Prior().Displacement();
+    if (walls == Walls::kPhotos) {
+      work.Learn();
+      report.photosTell = work.PhotosTell();
+      report.displacement = work.Prior().Displacement();
+      if (!report.photosTell) {
+        report.wallCells = work.CellCount();
+        return true;
+      }
+    }
     return WriteSurface(
         dsmPath, codesPath, surface, work,
         [&](double share) { return progress(0.8 + 0.2 * share); }, report, error);

@@ -32,6 +32,9 @@ enum WallCode : std::uint8_t {
 /// stand (see walls/wall_zone.h), by the surface alone or by what the photos show. The file keeps
 /// its name, no-data value and coordinate system, and its first cell's centre.
 ///
+/// Where the photos cannot tell where walls stand (too few see both sides, or they find roofs far
+/// outside every wall), `kPhotos` leaves the file as it is and writes no codes.
+///
 /// Holds the heights once (four bytes a cell), a row of tiles on half cells, a few dozen bytes for
 /// each cell beside walls, and of the photos a few at a time. Uses OpenMP's thread number; the
 /// result does not depend on it.
