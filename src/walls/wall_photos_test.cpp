@@ -185,6 +185,22 @@ TEST(WallPhotosTest, ChangeNothingWithoutSupport) {
   EXPECT_EQ(WrongShare(away.photos, 0.4, true, judged), alone);
 }
 
+TEST(PhotosFavourUpperTest, TakesTwoPhotosForAWordAndBothSidesForAStrongOne) {
+  WallCell cell;
+  const auto favour = [&](SideEvidence upper, SideEvidence lower) {
+    cell.onUpper = upper;
+    cell.onLower = lower;
+    return PhotosFavourUpper(cell, 2);
+  };
+  EXPECT_EQ(favour({0, 1, 0}, {50, 5, 0}), 0);  // one photo always agrees
+  EXPECT_EQ(favour({0, 0, 0}, {0, 0, 0}), 0);
+  EXPECT_GT(favour({1, 4, 2}, {20, 4, 0}), 0.9F);                         // roof
+  EXPECT_LT(favour({30, 4, 2}, {1, 4, 0}), -0.9F);                        // ground
+  EXPECT_GT(favour({1, 4, 2}, {1, 4, 0}), 0.5F);                          // a facade agrees below
+  EXPECT_LT(favour({1, 4, 0}, {1, 4, 0}), favour({1, 4, 2}, {1, 4, 0}));  // all from outside
+  EXPECT_LT(favour({30, 4, 2}, {0, 1, 0}), -0.5F);                        // nobody sees the ground
+}
+
 TEST(WallPriorTest, LearnsWhereWallsStandAndFallsOutwards) {
   std::array<std::int64_t, WallPrior::kBins> upper{}, lower{};
   for (int bin = 0; bin < WallPrior::kBins; ++bin) (bin < 10 ? upper : lower)[bin] = 300;
