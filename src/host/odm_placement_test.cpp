@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -118,7 +119,8 @@ struct FrameProject : ImportFolder {
         y = place.centre[1] + far * ray[1];
         height = 0.5 * (height + Ground(x, y));
       }
-      photo.data.push_back(static_cast<std::uint8_t>(Paint(x - offset[0], y - offset[1])));
+      photo.data.push_back(static_cast<std::uint8_t>(
+          std::clamp<double>(Paint(x - offset[0], y - offset[1]), 0, 255)));
     }
     std::filesystem::create_directories(File("images"));
     ASSERT_TRUE(tqimage::TqImage::QuickWriteImage(File("images/" + name), photo, nullptr, true));
