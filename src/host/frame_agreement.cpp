@@ -26,10 +26,8 @@ constexpr int kMostCells = 1200;       // of the DSM on a side, for a pair
 constexpr double kFarthest = 0.2;
 // Finer than the DSM's cells, since texture is; not much, since heights are not.
 constexpr double kStepsInCell = 3;
-// Photos are read no larger than this on a side, so that a survey of any camera takes as long; what
-// no camera makes is not read at all.
+// Photos are read no larger than this on a side, so that a survey of any camera takes as long.
 constexpr int kMostPixels = 3000;
-constexpr double kMostPhotoPixels = 4e8;
 constexpr int kMostReduction = 64;
 constexpr double kEnoughSteps = 4;
 constexpr double kSteepest = 1;  // mean slope within a patch: walls hide, crowns do not register
