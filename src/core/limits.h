@@ -39,4 +39,7 @@ inline constexpr std::int64_t kSurfaceBytesPerCell = 22;
 /// Cells of a surface that a ray tracer holds (`trace`): 4 GiB of heights.
 inline constexpr std::int64_t kTracedCells = std::int64_t{1} << 30;
 
+/// Cells on the longer side of what a report shows, at most.
+inline constexpr int kReportSide = 4096;
+
 }  // namespace tqtortho::limits

@@ -8,7 +8,7 @@
 #include "core/limits.h"
 #include "geo/BandChoice.h"
 #include "geo/RasterTools.h"
-#include "host/job_state.h"
+#include "host/file_stamp.h"
 #include "internal/safe_file.h"
 #include "internal/staged_path.h"
 #include "tqfd/FileInput.h"

@@ -5,18 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "host/finding.h"
 #include "host/survey.h"
 #include "tqimage/GeoCoefficients.h"
 
 namespace tqtortho::host {
-
-/// One thing that the check found, in one line that names the file or photo, says what is wrong and
-/// what to do.
-struct Finding {
-  enum class Level { kError, kWarning };
-  Level level = Level::kError;
-  std::string text;
-};
 
 /// Facts of a DSM; heights from a sample of its cells.
 struct DsmFacts {

@@ -11,8 +11,8 @@
 #include <cmath>
 #include <functional>
 
+#include "core/limits.h"
 #include "host/mosaic_stage.h"
-#include "host/report_layers.h"
 #include "internal/process_memory.h"
 
 namespace tqtortho::host {
@@ -104,7 +104,7 @@ double OrthoFileBytes(const JobSizes& sizes) {
 }
 
 double ReportCells(const JobSizes& sizes) {
-  return std::min(sizes.mosaicCells, static_cast<double>(kReportSide) * kReportSide);
+  return std::min(sizes.mosaicCells, static_cast<double>(limits::kReportSide) * limits::kReportSide);
 }
 
 }  // namespace

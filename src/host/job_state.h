@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host/file_stamp.h"
 #include "job/photo_records.h"
 
 namespace tqtortho::host {
@@ -81,12 +82,5 @@ class JobState : public PhotoRecords {
   int kept_ = 0;
   std::map<std::string, Photo> photos_;  ///< by ortho name
 };
-
-/// Size and time of a file as text; empty when it is not there.
-[[nodiscard]] std::string FileStamp(const std::string& path);
-
-/// Name of the file that keeps `file` as it was rectified, whether it is there or not.
-[[nodiscard]] std::string OriginalOf(const std::string& workDir, const std::string& orthoPrefix,
-                                     const std::string& file);
 
 }  // namespace tqtortho::host

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "host/input_check.h"
+#include "host/finding.h"
 
 namespace tqtortho::host {
 

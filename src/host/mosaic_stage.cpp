@@ -13,7 +13,7 @@
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "host/job_faults.h"
-#include "host/job_state.h"
+#include "host/file_stamp.h"
 #include "host/mosaic_tile.h"
 #include "host/surface_limit.h"
 #include "job/call_guard.h"

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
 #include "geo/ImageCodec.h"
@@ -19,14 +20,14 @@ ReportGrid ChooseGrid(const ReportFiles& files, const std::vector<GroundPhoto>& 
                       double cell) {
   ReportGrid grid;
   for (const std::string* file : {&files.mosaic, &files.source, &files.quality}) {
-    if (GridOverRaster(*file, kReportSide, grid)) return grid;
+    if (GridOverRaster(*file, limits::kReportSide, grid)) return grid;
   }
   tqfd::Rect2_T<double> all;
   for (const GroundPhoto& photo : photos) FoldInto(all, photo.ground);
   ReportGrid ofDsm;
-  const bool surface = GridOverRaster(files.dsm, kReportSide, ofDsm);
+  const bool surface = GridOverRaster(files.dsm, limits::kReportSide, ofDsm);
   if (HasArea(all)) {
-    grid = GridOver(all, cell > 0 ? cell : ofDsm.cellX, kReportSide);
+    grid = GridOver(all, cell > 0 ? cell : ofDsm.cellX, limits::kReportSide);
     grid.projection = ofDsm.projection;
     return grid;
   }

@@ -10,9 +10,6 @@
 
 namespace tqtortho::host {
 
-/// Cells on the longer side of what a report shows, at most.
-inline constexpr int kReportSide = 4096;
-
 /// The pictures and maps of a job on one grid; each is empty when its files are missing.
 struct ReportLayers {
   ReportGrid grid;

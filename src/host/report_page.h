@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "core/limits.h"
 #include "host/mosaic_stage.h"
-#include "host/run_job.h"
+#include "host/run_report.h"
 
 namespace tqtortho::host {
 
@@ -28,7 +29,7 @@ struct ReportInput {
 /// tables of photos, stages, settings and versions. It holds everything it needs and asks no
 /// network for anything.
 ///
-/// Layers whose files are missing are left out. Pictures are reduced to kReportSide cells; the page
+/// Layers whose files are missing are left out. Pictures are reduced to limits::kReportSide cells; the page
 /// stays below about 15 MB. Photos are read again, reduced, for the naive mosaic. Appears under its
 /// name when it is complete.
 /// @return false, with one line in `error`, when the page cannot be written
