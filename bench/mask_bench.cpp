@@ -9,11 +9,11 @@
 #include <random>
 #include <vector>
 
-#include "job/cv_bridge.h"
 #include "occlusion/gap_fill.h"
 #include "occlusion/speckle_filter.h"
 #include "rectify/photo_outputs.h"
 #include "rectify/weighted_median.h"
+#include "stage/cv_bridge.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "host/mosaic_stage.h"
-#include "job/photo_files.h"
+#include "mosaic/mosaic_stage.h"
+#include "stage/photo_files.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 

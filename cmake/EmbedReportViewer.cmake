@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# The built viewer of report pages as a source file of the host: src/host/report/report_viewer.{js,css} become
+# The built viewer of report pages as a source file of the report: src/report/viewer/report_viewer.{js,css} become
 # arrays of bytes. As a module, adds the source to the target; as a script (cmake -P), writes it.
 if(CMAKE_SCRIPT_MODE_FILE)
-  set(text "// SPDX-License-Identifier: Apache-2.0\n#include \"host/report/report_viewer.h\"\n\n")
+  set(text "// SPDX-License-Identifier: Apache-2.0\n#include \"report/viewer/report_viewer.h\"\n\n")
   string(APPEND text "namespace tqtortho::host {\nnamespace {\n")
   foreach(name script style)
     file(READ ${${name}} hex HEX)
@@ -21,7 +21,7 @@ if(CMAKE_SCRIPT_MODE_FILE)
   file(WRITE ${output} "${text}")
 else()
   function(tqtortho_embed_report_viewer target)
-    set(dir ${PROJECT_SOURCE_DIR}/src/host/report)
+    set(dir ${PROJECT_SOURCE_DIR}/src/report/viewer)
     set(output ${PROJECT_BINARY_DIR}/generated/report_viewer.cpp)
     set(script ${PROJECT_SOURCE_DIR}/cmake/EmbedReportViewer.cmake)
     add_custom_command(OUTPUT ${output}

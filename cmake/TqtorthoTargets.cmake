@@ -50,11 +50,13 @@ endfunction()
 # One test program per room, from the foo_test.cpp files that stand beside their foo.cpp.
 function(tqtortho_room_tests)
   include(GoogleTest)
-  foreach(name core platform job occlusion rectify driver update walls host)
+  foreach(name core platform stage occlusion camera visibility rectify pipeline mosaic update survey walls
+               score importers check prepare town report run)
     file(GLOB_RECURSE tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${name}/*_test.cpp)
     if(tests)
       add_executable(${name}_test ${tests})
-      target_link_libraries(${name}_test PRIVATE tqt_${name} tqt_testing GTest::gmock GTest::gtest_main)
+      # Tests may stand on rooms above their own: whole jobs, sample towns.
+      target_link_libraries(${name}_test PRIVATE tqt_run tqt_testing GTest::gmock GTest::gtest_main)
       if(name STREQUAL "platform")  # its tests look at files through the library behind it
         target_link_libraries(${name}_test PRIVATE GDAL::GDAL)
       endif()

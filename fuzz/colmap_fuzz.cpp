@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fuzz/require.h"
-#include "host/colmap_file.h"
+#include "importers/colmap_file.h"
 
 namespace {
 

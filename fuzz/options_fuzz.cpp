@@ -9,9 +9,9 @@
 #include "apps/tqtortho/commands.h"
 #include "fuzz/require.h"
 #include "geo/InputPolicy.h"
-#include "host/number_text.h"
-#include "host/sample_town.h"
+#include "survey/number_text.h"
 #include "testing/temp_dir.h"
+#include "town/sample_town.h"
 
 namespace {
 

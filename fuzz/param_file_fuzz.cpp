@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "driver/param_file.h"
+#include "pipeline/param_file.h"
 #include "tqfd/Logger.h"
 
 namespace {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fuzz/require.h"
-#include "host/calibration_file.h"
-#include "host/metashape_file.h"
-#include "host/pix4d_file.h"
-#include "host/pose_table.h"
+#include "importers/calibration_file.h"
+#include "importers/metashape_file.h"
+#include "importers/pix4d_file.h"
+#include "importers/pose_table.h"
 
 namespace {
 

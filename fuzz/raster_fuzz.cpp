@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vector>
 
+#include "check/input_check.h"
 #include "fuzz/require.h"
 #include "geo/InputPolicy.h"
 #include "geo/RasterTools.h"
-#include "host/input_check.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "host/lens_fit.h"
-#include "host/opensfm_file.h"
+#include "importers/lens_fit.h"
+#include "importers/opensfm_file.h"
 
 namespace tqtortho::fuzz {
 

@@ -2,7 +2,7 @@
 #include <vector>
 
 #include "fuzz/require.h"
-#include "host/survey_reader.h"
+#include "survey/survey_reader.h"
 
 using namespace tqtortho::fuzz;
 

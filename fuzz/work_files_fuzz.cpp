@@ -3,10 +3,10 @@
 #include <nlohmann/json.hpp>
 
 #include "fuzz/require.h"
-#include "host/ground_control.h"
-#include "host/job_state.h"
-#include "host/mosaic_stage.h"
-#include "host/stage_records.h"
+#include "importers/ground_control.h"
+#include "mosaic/mosaic_stage.h"
+#include "run/job_state.h"
+#include "run/stage_records.h"
 #include "testing/temp_dir.h"
 #include "tqorkit/tqBinaryData.h"
 

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "camera/camera_model.h"
+#include "camera/lens_distortion.h"
 #include "core/numeric.h"
 #include "geo/Crs.h"
-#include "host/import_assembly.h"
-#include "rectify/camera_model.h"
-#include "rectify/lens_distortion.h"
+#include "importers/import_assembly.h"
 #include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "job/photo_files.h"
+#include "stage/photo_files.h"
 #include "testing/progress_calls.h"
 #include "testing/temp_dir.h"
 #include "tqfd/Logger.h"

@@ -9,14 +9,14 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "host/odm_import.h"
-#include "host/patch_registration.h"
-#include "host/run_job.h"
-#include "host/sample_town.h"
-#include "host/score.h"
-#include "host/survey_reader.h"
+#include "importers/odm_import.h"
+#include "run/run_job.h"
+#include "score/patch_registration.h"
+#include "score/score.h"
+#include "survey/survey_reader.h"
 #include "testing/temp_dir.h"
 #include "testing/town_data.h"
+#include "town/sample_town.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {

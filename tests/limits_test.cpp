@@ -10,10 +10,10 @@
 #include <filesystem>
 #include <functional>
 
-#include "host/input_check.h"
-#include "host/json_text.h"
-#include "host/opensfm_file.h"
-#include "host/survey_reader.h"
+#include "check/input_check.h"
+#include "importers/opensfm_file.h"
+#include "survey/json_text.h"
+#include "survey/survey_reader.h"
 #include "testing/temp_dir.h"
 #include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"

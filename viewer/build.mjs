@@ -6,7 +6,7 @@ import { fileURLToPath } from 'node:url';
 import path from 'node:path';
 
 const here = path.dirname(fileURLToPath(import.meta.url));
-const outdir = path.resolve(process.argv[2] ?? path.join(here, '../src/host/report'));
+const outdir = path.resolve(process.argv[2] ?? path.join(here, '../src/report/viewer'));
 
 await build({
   absWorkingDir: here,

@@ -6,8 +6,8 @@
 
 #include "commands.h"
 #include "core/limits.h"
-#include "driver/param_file.h"
 #include "option_checks.h"
+#include "pipeline/param_file.h"
 #include "tqfd/FileInput.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqTORProc.h"

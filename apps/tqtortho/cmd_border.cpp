@@ -4,10 +4,10 @@
 
 #include "commands.h"
 #include "geo/RasterTools.h"
-#include "host/border_mask_maker.h"
-#include "host/surface_limit.h"
 #include "option_checks.h"
+#include "prepare/border_mask_maker.h"
 #include "progress_printer.h"
+#include "stage/surface_limit.h"
 #include "tqfd/Timer.h"
 
 namespace tqtortho::app {

@@ -8,12 +8,12 @@
 #include "commands.h"
 #include "core/limits.h"
 #include "geo/RasterTools.h"
-#include "host/map_scale.h"
-#include "host/number_text.h"
-#include "host/photo_staging.h"
-#include "host/project_import.h"
+#include "importers/project_import.h"
 #include "option_checks.h"
+#include "prepare/photo_staging.h"
 #include "source_options.h"
+#include "survey/map_scale.h"
+#include "survey/number_text.h"
 #include "tqfd/FileInput.h"
 
 namespace tqtortho::app {

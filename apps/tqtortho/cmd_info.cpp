@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <string>
 
+#include "check/input_check.h"
+#include "check/job_estimate.h"
 #include "commands.h"
-#include "host/input_check.h"
-#include "host/job_estimate.h"
-#include "host/project_import.h"
+#include "importers/project_import.h"
 #include "source_options.h"
 
 namespace tqtortho::app {

@@ -8,12 +8,12 @@
 #include "commands.h"
 #include "core/limits.h"
 #include "format_options.h"
-#include "host/number_text.h"
-#include "host/run_job.h"
 #include "option_checks.h"
 #include "progress_printer.h"
+#include "run/run_job.h"
 #include "source_options.h"
 #include "summary.h"
+#include "survey/number_text.h"
 #include "tqfd/FileInput.h"
 
 namespace tqtortho::app {

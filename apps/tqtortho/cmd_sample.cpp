@@ -3,10 +3,10 @@
 #include <string>
 
 #include "commands.h"
-#include "host/sample_town.h"
-#include "host/score.h"
 #include "option_checks.h"
 #include "progress_printer.h"
+#include "score/score.h"
+#include "town/sample_town.h"
 
 namespace tqtortho::app {
 namespace {

@@ -9,8 +9,8 @@
 #include "commands.h"
 #include "core/limits.h"
 #include "geo/RasterTools.h"
-#include "host/surface_limit.h"
 #include "option_checks.h"
+#include "stage/surface_limit.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqRayTracer.h"
 

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "host/run_job.h"
+#include "run/run_job.h"
 
 namespace tqtortho::app {
 

@@ -7,11 +7,11 @@
 #include <string_view>
 
 #include "commands.h"
-#include "host/number_text.h"
-#include "host/project_import.h"
-#include "host/survey_reader.h"
+#include "importers/project_import.h"
 #include "one_line.h"
 #include "option_checks.h"
+#include "survey/number_text.h"
+#include "survey/survey_reader.h"
 
 namespace tqtortho::app {
 namespace {

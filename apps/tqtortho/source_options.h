@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/survey.h"
+#include "survey/survey.h"
 
 namespace tqtortho::app {
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "host/number_text.h"
+#include "survey/number_text.h"
 
 namespace tqtortho::app {
 

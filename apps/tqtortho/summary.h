@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/run_job.h"
+#include "run/run_job.h"
 
 namespace tqtortho::app {
 

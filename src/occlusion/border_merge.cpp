@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "occlusion/border_merge.h"
 
-#include "job/cv_bridge.h"
+#include "stage/cv_bridge.h"
 
 namespace tqtortho {
 

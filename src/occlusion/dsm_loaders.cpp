@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "core/numeric.h"
-#include "job/cv_bridge.h"
 #include "occlusion/tqDSM.h"
+#include "stage/cv_bridge.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho {

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "job/cv_bridge.h"
+#include "stage/cv_bridge.h"
 
 namespace tqtortho {
 namespace {

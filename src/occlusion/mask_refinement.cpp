@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The occlusion mask members of tqTORectify: files in and out, the work is done by the kernels.
-#include "job/border_mask.h"
-#include "job/cv_bridge.h"
 #include "occlusion/gap_fill.h"
 #include "occlusion/jut_filter.h"
 #include "occlusion/speckle_filter.h"
 #include "occlusion/tall_building.h"
+#include "stage/border_mask.h"
+#include "stage/cv_bridge.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
 #include "tqtortho/tqTORectify.h"

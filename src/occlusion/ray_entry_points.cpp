@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "core/numeric.h"
-#include "job/border_mask.h"
-#include "job/call_guard.h"
-#include "job/cv_bridge.h"
 #include "occlusion/tqDSM.h"
+#include "stage/border_mask.h"
+#include "stage/call_guard.h"
+#include "stage/cv_bridge.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/tqExtOri.h"

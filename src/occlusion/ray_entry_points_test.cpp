@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "job/photo_files.h"
+#include "stage/photo_files.h"
 #include "testing/output_dir.h"
 #include "testing/photo_records.h"
 #include "testing/raster_file.h"

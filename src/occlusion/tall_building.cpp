@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "job/border_mask.h"
+#include "stage/border_mask.h"
 
 namespace tqtortho {
 

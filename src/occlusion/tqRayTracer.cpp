@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tqtortho/tqRayTracer.h"
 
-#include "job/cv_bridge.h"
 #include "occlusion/ray_kernel.h"
 #include "occlusion/tqDSM.h"
+#include "stage/cv_bridge.h"
 
 namespace tqtortho {
 namespace {

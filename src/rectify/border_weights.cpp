@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "core/grid_view.h"
-#include "job/border_mask.h"
-#include "job/cv_bridge.h"
+#include "stage/border_mask.h"
+#include "stage/cv_bridge.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho {

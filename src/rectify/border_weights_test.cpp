@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "job/border_mask.h"
-#include "job/photo_files.h"
+#include "stage/border_mask.h"
+#include "stage/photo_files.h"
 #include "testing/output_dir.h"
 #include "testing/raster_file.h"
 

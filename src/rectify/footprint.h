@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "rectify/camera_model.h"
+#include "camera/camera_model.h"
 #include "rectify/surface_tile.h"
 #include "tqfd/Geometry.h"
 

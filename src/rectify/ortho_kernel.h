@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "camera/camera_model.h"
 #include "core/stop_flag.h"
-#include "rectify/camera_model.h"
 #include "rectify/samplers.h"
 #include "rectify/surface_tile.h"
 #include "rectify/valid_rect.h"

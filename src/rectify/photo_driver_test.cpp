@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "geo/Crs.h"
-#include "job/messages.h"
-#include "job/photo_files.h"
 #include "rectify/photo_outputs.h"
 #include "rectify/sidecar.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
 #include "testing/log_capture.h"
 #include "testing/output_dir.h"
 #include "testing/photo_records.h"

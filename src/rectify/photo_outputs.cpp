@@ -5,9 +5,9 @@
 #include <filesystem>
 
 #include "internal/interleaved_writer.h"
-#include "job/cv_bridge.h"
-#include "job/photo_files.h"
 #include "rectify/sidecar.h"
+#include "stage/cv_bridge.h"
+#include "stage/photo_files.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"
 

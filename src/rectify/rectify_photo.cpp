@@ -6,14 +6,14 @@
 #include <cstring>
 #include <vector>
 
+#include "camera/camera_model.h"
+#include "camera/photo_camera.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
-#include "job/call_guard.h"
-#include "rectify/camera_model.h"
 #include "rectify/footprint.h"
 #include "rectify/ortho_kernel.h"
-#include "rectify/photo_camera.h"
 #include "rectify/valid_rect.h"
+#include "stage/call_guard.h"
 #include "tqorkit/TqGPC.h"
 #include "tqtortho/tqTORectify.h"
 

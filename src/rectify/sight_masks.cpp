@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "rectify/photo_camera.h"
-#include "rectify/photo_visibility.h"
+#include "camera/photo_camera.h"
 #include "tqimage/TqImage.h"
 #include "tqorkit/TqFSManager.h"
+#include "visibility/photo_visibility.h"
 
 namespace tqtortho {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "job/mask_maker.h"
+#include "stage/mask_maker.h"
 
 namespace tqtortho {
 

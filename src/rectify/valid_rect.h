@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "rectify/camera_model.h"
+#include "camera/camera_model.h"
 #include "rectify/surface_tile.h"
 #include "tqfd/Geometry.h"
 

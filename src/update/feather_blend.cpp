@@ -5,7 +5,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "core/numeric.h"
-#include "job/cv_bridge.h"
+#include "stage/cv_bridge.h"
 
 namespace tqtortho {
 

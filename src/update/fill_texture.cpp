@@ -8,15 +8,15 @@
 #include <limits>
 #include <optional>
 
+#include "camera/photo_camera.h"
 #include "core/limits.h"
 #include "core/numeric.h"
 #include "core/rect_ops.h"
-#include "driver/param_file.h"
-#include "job/call_guard.h"
-#include "job/messages.h"
-#include "job/photo_files.h"
-#include "job/progress.h"
-#include "rectify/photo_camera.h"
+#include "pipeline/param_file.h"
+#include "stage/call_guard.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
+#include "stage/progress.h"
 #include "tqfd/FileInput.h"
 #include "tqfd/PathHelper.h"
 #include "tqimage/TqImage.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <random>
 
-#include "job/messages.h"
+#include "stage/messages.h"
 #include "testing/threads.h"
 #include "testing/update_job.h"
 #include "tqfd/StringConverter.h"

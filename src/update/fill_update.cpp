@@ -4,11 +4,11 @@
 #include <cstdint>
 
 #include "core/rect_ops.h"
-#include "job/call_guard.h"
-#include "job/messages.h"
-#include "job/photo_files.h"
-#include "job/progress.h"
 #include "rectify/photo_outputs.h"
+#include "stage/call_guard.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
+#include "stage/progress.h"
 #include "tqimage/TqImage.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/fill_cells.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "job/call_guard.h"
-#include "job/messages.h"
-#include "job/photo_files.h"
-#include "job/progress.h"
 #include "rectify/photo_outputs.h"
+#include "stage/call_guard.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
+#include "stage/progress.h"
 #include "tqtortho/tqTORProc.h"
 #include "update/mark_occluded.h"
 #include "update/mosaic_grid.h"

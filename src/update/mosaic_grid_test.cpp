@@ -9,7 +9,7 @@
 #include <limits>
 #include <string>
 
-#include "job/photo_files.h"
+#include "stage/photo_files.h"
 #include "testing/temp_dir.h"
 #include "tqfd/Logger.h"
 #include "tqfd/PathHelper.h"

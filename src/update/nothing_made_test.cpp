@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "job/messages.h"
-#include "job/photo_files.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
 #include "testing/log_capture.h"
 #include "testing/tiny_job.h"
 #include "tqfd/StringConverter.h"

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "job/messages.h"
+#include "stage/messages.h"
 #include "testing/threads.h"
 #include "testing/update_job.h"
 #include "tqorkit/tqBinaryData.h"

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <opencv2/imgproc.hpp>
 
-#include "job/cv_bridge.h"
+#include "stage/cv_bridge.h"
 
 namespace tqtortho {
 

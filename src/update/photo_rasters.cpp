@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "update/photo_rasters.h"
 
-#include "job/messages.h"
-#include "job/photo_files.h"
+#include "stage/messages.h"
+#include "stage/photo_files.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho {

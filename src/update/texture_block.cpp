@@ -6,13 +6,13 @@
 #include <limits>
 
 #include "core/numeric.h"
-#include "job/cv_bridge.h"
-#include "job/photo_files.h"
+#include "mosaic/hole_fill.h"
+#include "mosaic/photo_choice.h"
+#include "mosaic/view_rating.h"
+#include "stage/cv_bridge.h"
+#include "stage/photo_files.h"
 #include "tqimage/TqImage.h"
 #include "update/fill_cells.h"
-#include "update/hole_fill.h"
-#include "update/photo_choice.h"
-#include "update/view_rating.h"
 
 namespace tqtortho {
 namespace {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "camera/camera_model.h"
 #include "core/grid_view.h"
-#include "rectify/camera_model.h"
+#include "mosaic/mosaic_blend.h"
 #include "tqimage/GeoCoefficients.h"
-#include "update/mosaic_blend.h"
 
 namespace tqtortho {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "core/numeric.h"
-#include "rectify/step_surface.h"
+#include "visibility/step_surface.h"
 
 namespace tqtortho {
 

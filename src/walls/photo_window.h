@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "rectify/camera_model.h"
+#include "camera/camera_model.h"
 
 namespace tqtortho {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "update/max_flow.h"
+#include "mosaic/max_flow.h"
 
 namespace tqtortho {
 namespace {

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "rectify/step_surface.h"
+#include "visibility/step_surface.h"
 #include "walls/half_cells.h"
 #include "walls/wall_cut.h"
 #include "walls/wall_evidence.h"

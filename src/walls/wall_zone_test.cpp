@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "rectify/step_surface.h"
+#include "visibility/step_surface.h"
 #include "walls/half_cells.h"
 
 namespace tqtortho {

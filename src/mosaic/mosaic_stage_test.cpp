@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "mosaic/mosaic_stage.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+#include "run/job_state.h"
+#include "run/run_job.h"
+#include "stage/photo_files.h"
+#include "survey/survey_reader.h"
+#include "testing/full_disk.h"
+#include "testing/temp_dir.h"
+#include "town/sample_town.h"
+#include "tqimage/TqImage.h"
+#include "tqorkit/tqBinaryData.h"
+
+namespace tqtortho::host {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using tqimage::TqImage;
+using tqorkit::PhotoInfo;
+using tqtortho::testing::FullDisk;
+
+class Silent : public RunObserver {
+ public:
+  void BeginStage(const std::string&) override {}
+  void Progress(double) override {}
+  void EndStage(double) override {}
+  void Warn(const std::string&) override {}
+  bool StopRequested() override { return false; }
+};
+
+/// A finished job on a small town, shared by all tests.
+class MosaicStageTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new tqtortho::testing::TempDir;
+    SampleOptions sample;
+    sample.outDir = dir_->File("town");
+    sample.sizeM = 40;
+    sample.photoCount = 6;
+    sample.photoGsdM = 0.2;
+    sample.truthCellM = 0.2;
+    std::string error;
+    ASSERT_TRUE(WriteSampleTown(sample, error, {})) << error;
+    std::vector<std::string> problems;
+    auto survey =
+        ReadSurvey(dir_->File("town/cameras.txt"), dir_->File("town/photos.txt"), problems);
+    ASSERT_TRUE(survey.has_value());
+    RunOptions options;
+    options.dsmPath = dir_->File("town/dsm.tif");
+    options.outDir = dir_->File("job");
+    options.gsd = 0.2;
+    Silent silent;
+    RunReport report;
+    ASSERT_EQ(RunJob(*survey, options, silent, report, error), RunStatus::kDone) << error;
+  }
+  static void TearDownTestSuite() {
+    delete dir_;
+    dir_ = nullptr;
+  }
+
+  static MosaicOptions Options(const std::string& out) {
+    MosaicOptions options;
+    options.workDir = dir_->File("job/work");
+    options.outDir = dir_->File(out);
+    return options;
+  }
+  static MosaicReport Make(const MosaicOptions& options) {
+    MosaicInput input;
+    MosaicReport report;
+    std::string error;
+    EXPECT_TRUE(LoadMosaicInput(options.workDir, input, error)) << error;
+    EXPECT_TRUE(MakeMosaic(input, options, {}, report, error)) << error;
+    EXPECT_THAT(report.leftOut, ::testing::IsEmpty());
+    return report;
+  }
+  static PhotoInfo Read(const std::string& path) {
+    PhotoInfo image;
+    EXPECT_TRUE(TqImage::QuickReadImage(path, image, nullptr)) << path;
+    return image;
+  }
+
+  static tqtortho::testing::TempDir* dir_;
+};
+tqtortho::testing::TempDir* MosaicStageTest::dir_ = nullptr;
+
+TEST_F(MosaicStageTest, TheMosaicShowsTheTownAsItIs) {
+  const MosaicReport report = Make(Options("m"));
+  EXPECT_GT(report.seen, 0.95 * (report.seen + report.filled + report.neverCovered));
+  const PhotoInfo mosaic = Read(dir_->File("m/mosaic.tif"));
+  const PhotoInfo truth = Read(dir_->File("town/truth/ortho.tif"));
+  ASSERT_EQ(mosaic.bands, 4);
+  // Grids may lie half a cell apart, which alone costs a few decibels; facades, or roofs leaning
+  // over streets, cost far more.
+  double sum = 0;
+  int count = 0;
+  for (int row = 0; row < mosaic.height; ++row) {
+    for (int col = 0; col < mosaic.width; ++col) {
+      const int c =
+          static_cast<int>(std::lround((mosaic.geoRect[0] + col * 0.2 - truth.geoRect[0]) / 0.2));
+      const int r =
+          static_cast<int>(std::lround((truth.geoRect[3] - mosaic.geoRect[3] + row * 0.2) / 0.2));
+      const std::uint8_t* m =
+          &mosaic.data[4 * (static_cast<std::size_t>(row) * mosaic.width + col)];
+      if (m[3] == 0 || c < 0 || r < 0 || c >= truth.width || r >= truth.height) continue;
+      const std::uint8_t* t =
+          &truth.data[truth.bands * (static_cast<std::size_t>(r) * truth.width + c)];
+      for (int b = 0; b < 3; ++b) sum += (m[b] - t[b]) * (m[b] - t[b]) / 3.0;
+      ++count;
+    }
+  }
+  ASSERT_GT(count, 30000);
+  EXPECT_GT(10 * std::log10(65025 / (sum / count)), 22);
+}
+
+TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
+  const MosaicReport report = Make(Options("s"));
+  const PhotoInfo mosaic = Read(dir_->File("s/mosaic.tif"));
+  const PhotoInfo source = Read(dir_->File("s/source.tif"));
+  const PhotoInfo quality = Read(dir_->File("s/quality.tif"));
+  const PhotoInfo texture = Read(dir_->File("job/work") + "/tmp/ot/textures.tif");
+  tqorkit::tqBinaryData map;
+  const std::string mapPath = dir_->File("job/work") + "/tmp/ot/pix_map.bin";
+  ASSERT_TRUE(map.Open(std::wstring(mapPath.begin(), mapPath.end())));
+  const std::size_t cells = static_cast<std::size_t>(mosaic.width) * mosaic.height;
+  ASSERT_EQ(static_cast<std::int64_t>(cells), report.cells);
+  std::vector<std::uint16_t> numbers(cells);
+  ASSERT_TRUE(map.ReadBlkData(0, 0, mosaic.width, mosaic.height, numbers.data()));
+  ASSERT_EQ(source.data.size(), 2 * cells);
+  ASSERT_EQ(quality.data.size(), cells);
+  const auto* photo = reinterpret_cast<const std::uint16_t*>(source.data.data());
+  std::int64_t seen = 0;
+  std::vector<std::int64_t> supplied(7, 0);
+  for (std::size_t i = 0; i < cells; ++i) {
+    const int q = quality.data[i];
+    ASSERT_LE(photo[i], 6);
+    ASSERT_EQ(photo[i], numbers[i]);
+    ASSERT_EQ(q == kQualitySeen || q == kQualitySeenOnce, photo[i] != 0);
+    ASSERT_EQ(q != kQualityNone, mosaic.data[4 * i + 3] == 255);
+    ASSERT_EQ(q != kQualityNone, mosaic.data[4 * i] != 0);
+    for (std::size_t b = 0; b < 3; ++b) ASSERT_EQ(mosaic.data[4 * i + b], texture.data[3 * i + b]);
+    seen += photo[i] != 0 ? 1 : 0;
+    ++supplied[photo[i]];
+  }
+  EXPECT_EQ(seen, report.seen);
+  EXPECT_EQ(supplied, report.supplied);
+  EXPECT_FALSE(fs::exists(dir_->File("job/work") + "/tmp/ot/layers")) << "working files are gone";
+}
+
+// What the delivered masks call hidden is what the mosaic was chosen by, cell for cell.
+TEST_F(MosaicStageTest, QualitySaysWhatTheMasksSay) {
+  Make(Options("q"));
+  const PhotoInfo quality = Read(dir_->File("q/quality.tif"));
+  std::vector<int> views(quality.data.size(), 0);
+  MosaicInput input;
+  std::string error;
+  ASSERT_TRUE(LoadMosaicInput(dir_->File("job/work"), input, error)) << error;
+  std::int64_t hidden = 0;
+  for (const auto& photo : input.blocks[0].GetPhotos()) {
+    const std::string name =
+        OrthoName(input.orthoPrefix, photo.GetPhotoName(), photo.GetImgBlkId());
+    const PhotoInfo ortho = Read(OriginalOf(dir_->File("job/work"), input.orthoPrefix, name));
+    const PhotoInfo mask = Read(ObscuredMaskName(name));
+    ASSERT_EQ(mask.data.size() * 3, ortho.data.size());
+    const int col0 = static_cast<int>(std::lround((ortho.geoRect[0] - quality.geoRect[0]) / 0.2));
+    const int row0 = static_cast<int>(std::lround((quality.geoRect[3] - ortho.geoRect[3]) / 0.2));
+    for (std::size_t i = 0; i < mask.data.size(); ++i) {
+      const std::uint8_t* pixel = &ortho.data[3 * i];
+      const bool empty = pixel[0] <= 1 && pixel[1] == pixel[0] && pixel[2] == pixel[0];
+      hidden += mask.data[i] == 255 ? 1 : 0;
+      if (empty || mask.data[i] == 255) continue;
+      const std::size_t row = row0 + i / static_cast<std::size_t>(ortho.width);
+      const std::size_t col = col0 + i % static_cast<std::size_t>(ortho.width);
+      ++views[row * static_cast<std::size_t>(quality.width) + col];
+    }
+  }
+  EXPECT_GT(hidden, 1000);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    const int q = quality.data[i];
+    ASSERT_EQ(q == kQualitySeen || q == kQualitySeenOnce, views[i] > 0) << "cell " << i;
+    ASSERT_EQ(q == kQualitySeenOnce, views[i] == 1) << "cell " << i;
+  }
+}
+
+TEST_F(MosaicStageTest, TheAreaCutsTheProductAndNotTheMap) {
+  MosaicOptions options = Options("a");
+  const MosaicReport whole = Make(options);
+  const PhotoInfo all = Read(dir_->File("a/mosaic.tif"));
+  const double x = all.geoRect[0] + 10;
+  const double y = all.geoRect[3] - 10;
+  options.area = {{x, y}, {x + 8, y}, {x, y - 8}};  // a triangle of 800 cells
+  const MosaicReport cut = Make(options);
+  EXPECT_EQ(cut.seen, whole.seen);
+  const PhotoInfo mosaic = Read(dir_->File("a/mosaic.tif"));
+  int inside = 0;
+  for (std::size_t i = 3; i < mosaic.data.size(); i += 4) inside += mosaic.data[i] == 255 ? 1 : 0;
+  EXPECT_NEAR(inside, 800, 45);
+}
+
+// Seams may differ where tiles meet; what is seen and covered may not.
+TEST_F(MosaicStageTest, SmallTilesCoverTheSameCells) {
+  const MosaicReport large = Make(Options("l"));
+  MosaicOptions options = Options("t");
+  options.tileSide = 64;
+  const MosaicReport small = Make(options);
+  EXPECT_EQ(small.seen, large.seen);
+  EXPECT_EQ(small.seenByOne, large.seenByOne);
+  const PhotoInfo a = Read(dir_->File("l/mosaic.tif"));
+  const PhotoInfo b = Read(dir_->File("t/mosaic.tif"));
+  int different = 0;
+  for (std::size_t i = 0; i < a.data.size(); ++i) different += std::abs(a.data[i] - b.data[i]) > 20;
+  EXPECT_LT(different, 0.01 * a.data.size());
+}
+
+// Layers in memory, in files, and with the orthos read again give the same cells.
+TEST_F(MosaicStageTest, WithoutMemoryForLayersTheMosaicIsTheSame) {
+  Make(Options("full"));
+  MosaicOptions options = Options("lean");
+  options.layerMemory = 0;
+  Make(options);
+  for (const char* name : {"/mosaic.tif", "/source.tif", "/quality.tif"}) {
+    EXPECT_EQ(Read(dir_->File("full") + name).data, Read(dir_->File("lean") + name).data) << name;
+  }
+}
+
+/// What goes wrong with a photo or the disk, and what comes of it.
+struct Trouble {
+  const char* name;
+  std::function<void(MosaicInput&, MosaicOptions&)> make;
+  rlim_t fileBytes;
+  bool made;            ///< the mosaic
+  const char* says;     ///< in the error, or in the line of the photo left out
+  std::int64_t ofTwin;  ///< cells that the last photo supplies; -1: not looked at
+};
+
+TEST_F(MosaicStageTest, TroubleIsSaidInOneLineAndLosesNothing) {
+  const auto ortho = [](const MosaicInput& input, std::size_t photo) {
+    const auto& record = input.blocks[0].GetPhotos()[photo];
+    return OrthoName(input.orthoPrefix, record.GetPhotoName(), record.GetImgBlkId());
+  };
+  const auto nothing = [](MosaicInput&, MosaicOptions&) {};
+  const Trouble cases[] = {
+      {"damaged ortho",
+       [&](MosaicInput& input, MosaicOptions&) { fs::resize_file(ortho(input, 2), 100); },
+       RLIM_INFINITY, true, "cannot be read; the photo is left out", -1},
+      {"missing ortho", [&](MosaicInput& input, MosaicOptions&) { fs::remove(ortho(input, 0)); },
+       RLIM_INFINITY, true, "cannot be read; the photo is left out", -1},
+      {"missing mask",
+       [&](MosaicInput& input, MosaicOptions&) {
+         EXPECT_TRUE(fs::remove(ortho(input, 1) + "_obs.tif"));
+       },
+       RLIM_INFINITY, true, "_obs.tif: cannot be read; the photo is left out", -1},
+      {"mask of another size",
+       [&](MosaicInput& input, MosaicOptions&) {
+         fs::copy_file(ortho(input, 0) + "_obs.tif", ortho(input, 1) + "_obs.tif",
+                       fs::copy_options::overwrite_existing);
+       },
+       RLIM_INFINITY, true, "is no mask of the size of its ortho image", -1},
+      {"a photo without cells of its own",
+       [](MosaicInput& input, MosaicOptions&) {
+         const auto twin = input.blocks[0].GetPhotos().front();
+         input.blocks[0].InsertPhoto(twin);
+       },
+       RLIM_INFINITY, true, nullptr, 0},
+      {"no surface", [](MosaicInput&, MosaicOptions& options) { options.workDir += "/none"; },
+       RLIM_INFINITY, false, "dsm.tif", -1},
+      {"disk full while the photos are judged",
+       [](MosaicInput&, MosaicOptions& options) { options.layerMemory = 0; }, 1000, false,
+       "disk full", -1},
+      {"disk full while tiles are written", nothing, 20'000, false, "disk full", -1},
+  };
+  for (const Trouble& trouble : cases) {
+    SCOPED_TRACE(trouble.name);
+    const tqtortho::testing::TempDir out;
+    MosaicOptions options;
+    options.workDir = out.File("work");
+    options.outDir = out.Path();
+    fs::copy(dir_->File("job/work"), options.workDir, fs::copy_options::recursive);
+    fs::remove_all(options.workDir + "/state");  // with the orthos as they were rectified
+    MosaicInput input;
+    MosaicReport report;
+    std::string error;
+    ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
+    const std::string copy = out.File("orthos/");
+    fs::copy(input.orthoPrefix, copy, fs::copy_options::recursive);
+    input.orthoPrefix = copy;
+    trouble.make(input, options);
+    out.Write("mosaic.tif", "older");
+    bool made = false;
+    {
+      const FullDisk disk(trouble.fileBytes);
+      made = MakeMosaic(input, options, {}, report, error);
+    }
+    EXPECT_EQ(made, trouble.made) << error;
+    EXPECT_EQ(tqtortho::testing::ReadText(out.File("mosaic.tif")) == "older", !trouble.made);
+    const bool leavesOut = trouble.made && trouble.says != nullptr;
+    EXPECT_EQ(report.leftOut.size(), leavesOut ? 1U : report.leftOut.size());
+    if (!leavesOut && trouble.made) {
+      EXPECT_THAT(report.leftOut, ::testing::IsEmpty());
+    }
+    const std::string line = leavesOut && !report.leftOut.empty() ? report.leftOut[0] : error;
+    EXPECT_THAT(line, HasSubstr(trouble.says == nullptr ? "" : trouble.says));
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    if (trouble.ofTwin >= 0) {
+      EXPECT_EQ(report.supplied.back(), trouble.ofTwin);
+    }
+    for (const std::string& dir : {out.Path(), out.File("work/tmp/ot")}) {
+      for (const auto& entry : fs::directory_iterator(dir)) {
+        const std::string name = entry.path().filename();
+        EXPECT_TRUE(name[0] != '.' && name != "layers") << "left behind: " << name;
+      }
+    }
+  }
+}
+
+TEST_F(MosaicStageTest, AStoppedMosaicLeavesNoFile) {
+  MosaicInput input;
+  MosaicReport report;
+  std::string error;
+  EXPECT_FALSE(LoadMosaicInput(dir_->File("nowhere"), input, error));
+  EXPECT_THAT(error, HasSubstr("orParam.txt"));
+  ASSERT_TRUE(LoadMosaicInput(dir_->File("job/work"), input, error));
+  const MosaicProgress stop = [](const char*, double) { return false; };
+  EXPECT_FALSE(MakeMosaic(input, Options("v"), stop, report, error));
+  EXPECT_EQ(error, "interrupted");
+  EXPECT_FALSE(fs::exists(dir_->File("v/mosaic.tif")));
+}
+
+}  // namespace
+}  // namespace tqtortho::host
