@@ -26,7 +26,7 @@ struct Site {
     town.outDir = dir.File("town");
     town.sizeM = 20;
     town.photoCount = 3;
-    town.photoGsdM = 0.4;
+    town.photoGsdM = 0.25;
     town.dsmCellM = 0.5;
     town.truthCellM = 1;
     std::string error;
