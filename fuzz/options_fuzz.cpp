@@ -103,6 +103,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::error_code ignored;
   std::filesystem::remove_all(site.dir.File("out"), ignored);
   std::filesystem::remove_all(site.dir.File("w"), ignored);
+  // The parser empties the vector.
+  const bool sizing = std::count(arguments.begin(), arguments.end(), "--sizing-only") > 0;
   CLI::App app;
   int status = app::kDone;
   app::AddRun(app, status);
@@ -116,7 +118,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   Require(status == app::kDone || status == app::kFailed || status == app::kBadInput);
   const bool hasMosaic = std::filesystem::exists(site.dir.File("out/mosaic.tif"));
-  const bool sizing = std::count(arguments.begin(), arguments.end(), "--sizing-only") > 0;
   Require(status != app::kDone || hasMosaic || sizing);
   return 0;
 }
