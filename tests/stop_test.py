@@ -209,7 +209,7 @@ def main():
         ("sample", ["sample", "--out", "town2", "--size", "200", "--photos", "40", "--photo-gsd",
                     "0.03", "--quiet"], (0.3, 1.0)),
         ("info, lists", ["info", "--dsm", "town/dsm.tif", *many], (0.3, 1.0)),
-        ("import, lists", ["import", *many, "--out", "lists"], (0.3,)),
+        ("import, lists", ["import", *many, "--out", "lists"], (0.1,)),
         ("run, lists", ["run", "--dsm", "town/dsm.tif", *many, "--out", "x", "--quiet"], (0.5,)),
         ("score", ["score", "--truth", "town", "--orthos", "whole/ortho", "--mosaic",
                    "whole/mosaic.tif"], (0.3,)),

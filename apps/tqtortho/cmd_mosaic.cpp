@@ -13,8 +13,8 @@
 #include "option_checks.h"
 #include "progress_printer.h"
 #include "report/seams_file.h"
+#include "report/tile_folder.h"
 #include "run/directory_lock.h"
-#include "run/take_along.h"
 #include "summary.h"
 #include "tqimage/TqImage.h"
 

@@ -20,8 +20,6 @@ namespace {
 
 using Level = Finding::Level;
 
-constexpr auto Number = ShortNumber;
-
 /// Metres of a unit's name; 0 when it is not known.
 double MetresOf(std::string_view unit) {
   for (const std::string_view name : {"m", "metre", "meter", "metres", "meters"}) {
@@ -45,16 +43,16 @@ void CheckUnits(const std::string& path, const geo::CrsInfo& crs, const std::str
   if (high > 0 && std::abs(high / flat - 1) > 1e-5) {
     findings.push_back(
         {Level::kError,
-         path + ": its heights are in units of " + Number(high) + " m, its coordinates in " +
-             Number(flat) + " m; " +
-             (metric ? "convert the heights, for instance gdal_calc.py --calc=\"A*" + Number(high) +
-                           "\", and set their unit to metre"
+         path + ": its heights are in units of " + ShortNumber(high) + " m, its coordinates in " +
+             ShortNumber(flat) + " m; " +
+             (metric ? "convert the heights, for instance gdal_calc.py --calc=\"A*" +
+                           ShortNumber(high) + "\", and set their unit to metre"
                      : "reproject it to a metric system (gdalwarp -t_srs EPSG:326xx) and convert "
                        "the heights to metres")});
   } else if (!metric) {
     findings.push_back(
         {Level::kWarning,
-         path + ": its units are " + Number(flat) +
+         path + ": its units are " + ShortNumber(flat) +
              " m; heights and photo positions must be in the same unit (and thresholds meant as "
              "metres count in it); a metric system is safer"});
   }
@@ -106,8 +104,9 @@ std::string ShapeFault(const std::string& path, const geo::RasterSummary& summar
     return path + ": is rotated or not north-up; resample it with gdalwarp";
   }
   if (std::abs(cell.x + cell.y) > 1e-6 * cell.x) {
-    return path + ": cells are not square (" + Number(cell.x) + " x " + Number(-cell.y) +
-           "); resample it, for instance gdalwarp -tr " + Number(cell.x) + " " + Number(cell.x);
+    return path + ": cells are not square (" + ShortNumber(cell.x) + " x " + ShortNumber(-cell.y) +
+           "); resample it, for instance gdalwarp -tr " + ShortNumber(cell.x) + " " +
+           ShortNumber(cell.x);
   }
   if (summary.bands > 1 && summary.sampleType == "Byte") {
     return path + ": has " + std::to_string(summary.bands) +
@@ -118,8 +117,9 @@ std::string ShapeFault(const std::string& path, const geo::RasterSummary& summar
            "), not heights; give the DSM with --dsm";
   }
   if (summary.scale != 1 || summary.offset != 0) {
-    return path + ": keeps heights scaled (value * " + Number(summary.scale) + " + " +
-           Number(summary.offset) + "); write them out with gdal_translate -unscale -ot Float32";
+    return path + ": keeps heights scaled (value * " + ShortNumber(summary.scale) + " + " +
+           ShortNumber(summary.offset) +
+           "); write them out with gdal_translate -unscale -ot Float32";
   }
   return {};
 }
@@ -133,8 +133,8 @@ std::string SurfaceSizeFault(const std::string& path, int cols, int rows,
   const std::int64_t bytes = static_cast<std::int64_t>(cols) * rows * limits::kSurfaceBytesPerCell;
   if (machineBytes <= 0 || bytes <= machineBytes) return {};
   return path + ": has " + std::to_string(cols) + " x " + std::to_string(rows) +
-         " cells; preparing them takes " + Number(static_cast<double>(bytes) / 1e9) +
-         " GB of memory, this machine has " + Number(static_cast<double>(machineBytes) / 1e9) +
+         " cells; preparing them takes " + ShortNumber(static_cast<double>(bytes) / 1e9) +
+         " GB of memory, this machine has " + ShortNumber(static_cast<double>(machineBytes) / 1e9) +
          " GB; cut the surface model or make it coarser";
 }
 

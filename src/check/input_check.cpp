@@ -33,8 +33,6 @@ void Add(std::vector<Finding>& findings, Finding::Level level, std::string text)
   findings.push_back({level, std::move(text)});
 }
 
-constexpr auto Number = ShortNumber;
-
 /// What a photo file itself shows to be wrong, or nothing.
 /// @param chosenBands  the photo is a virtual raster that this program wrote over the photo
 std::string PhotoFault(const std::string& path, const SurveyCamera& camera, bool chosenBands,
@@ -88,8 +86,8 @@ std::string PlaceFault(const SurveyPhoto& photo, const DsmFacts& dsm,
     }
   }
   if (!(photo.z > ground)) {
-    return "photo " + photo.name + ": its camera (height " + Number(photo.z) +
-           ") lies below the surface (" + Number(ground) +
+    return "photo " + photo.name + ": its camera (height " + ShortNumber(photo.z) +
+           ") lies below the surface (" + ShortNumber(ground) +
            "); check the vertical datum and the order of the columns";
   }
   return {};
@@ -123,8 +121,9 @@ void CheckDistance(const Survey& survey, const DsmFacts& dsm, std::vector<Findin
   const std::string guess = GuessPhotoCrs(p.x, p.y, dsm.coefficients);
   Add(findings, Finding::Level::kError,
       "photo " + p.name + " and all others lie more than 10 km from the DSM (" +
-          Number(distance / 1000) + " km; photo at " + Number(p.x) + ", " + Number(p.y) +
-          "; DSM from " + Number(first.x) + ", " + Number(first.y) + "); " +
+          ShortNumber(distance / 1000) + " km; photo at " + ShortNumber(p.x) + ", " +
+          ShortNumber(p.y) + "; DSM from " + ShortNumber(first.x) + ", " + ShortNumber(first.y) +
+          "); " +
           (guess.empty() ? "name the photos' coordinate system with --crs, or bring both into one"
                          : "they would fit as " + guess + ": try --crs " + guess));
 }
@@ -163,12 +162,12 @@ void CheckDatum(const Survey& survey, const DsmFacts& dsm, std::vector<Finding>&
   constexpr double kHighest = 5000;
   if (median < 0) {
     Add(findings, Finding::Level::kError,
-        "the cameras lie below the surface (half of them by " + Number(-median) +
+        "the cameras lie below the surface (half of them by " + ShortNumber(-median) +
             " m and more); their heights probably count from another datum: add the geoid's height "
             "to bring ellipsoid and sea level together, or check the order of the columns");
   } else if (median > kHighest) {
     Add(findings, Finding::Level::kWarning,
-        "the cameras are " + Number(median) +
+        "the cameras are " + ShortNumber(median) +
             " m above the surface; if they were not, their heights count from another datum "
             "(geoid, ellipsoid) or in another unit (feet)");
   }
@@ -185,7 +184,7 @@ void CheckTilt(const Survey& survey, std::vector<Finding>& findings) {
   const double degrees = Median(std::move(tilts)) * 180 / std::numbers::pi;
   if (degrees < 50) return;
   Add(findings, Finding::Level::kWarning,
-      "half of the photos look more than " + Number(std::floor(degrees)) +
+      "half of the photos look more than " + ShortNumber(std::floor(degrees)) +
           " degrees off the vertical; if they were taken downward, the angles are in degrees (give "
           "radians) or exchanged (the order is omega phi kappa)");
 }

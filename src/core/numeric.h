@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numbers>
 
 namespace tqtortho {
 
@@ -19,6 +20,8 @@ inline constexpr double kResolutionTolerance = 1e-10;
 inline constexpr double kRectifyNoDataTolerance = 0.001;
 /// ... and in ray tracing.
 inline constexpr double kTraceNoDataTolerance = 1e-6;
+/// One degree in radians.
+inline constexpr double kDegree = std::numbers::pi / 180;
 /// No-data value of heights whose file names an unusable one.
 inline constexpr double kDefaultNoData = -9999.0;
 

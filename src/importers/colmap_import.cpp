@@ -86,7 +86,7 @@ std::vector<ModelFiles> ModelsAt(const fs::path& path, bool strict) {
 }
 
 /// The requested folder, else a folder "images" or "photos" up to three levels above the model.
-std::string PhotoFolder(const ImportRequest& request, const fs::path& model) {
+std::string ColmapPhotoFolder(const ImportRequest& request, const fs::path& model) {
   if (!request.photoDir.empty()) return request.photoDir;
   std::error_code ignored;
   fs::path base = fs::absolute(model).lexically_normal();
@@ -176,7 +176,7 @@ std::optional<Survey> ImportColmap(const ImportRequest& request, std::string& er
       project.unplaced.push_back(photo.name);
     }
   }
-  project.photoDir = PhotoFolder(request, folder);
+  project.photoDir = ColmapPhotoFolder(request, folder);
   if (!AssembleSurvey(project, survey, error)) {
     error = folder.string() + ": " + error;
     return std::nullopt;

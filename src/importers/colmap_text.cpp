@@ -19,10 +19,10 @@ std::string_view NextWord(std::string_view& rest) {
   return word;
 }
 
-/// Lines of a stream, numbered; files of any size pass line by line.
-class Lines {
+/// The lines of a stream, numbered; files of any size pass line by line.
+class RecordLines {
  public:
-  explicit Lines(std::istream& in) : in_(in) {}
+  explicit RecordLines(std::istream& in) : in_(in) {}
   bool Next(std::string_view& line) {
     if (!std::getline(in_, text_)) return false;
     ++number_;
@@ -75,7 +75,7 @@ bool IsPointLine(std::string_view line) {
 }  // namespace
 
 bool ReadColmapCamerasText(std::istream& in, ColmapCameras& cameras, std::string& error) {
-  Lines lines(in);
+  RecordLines lines(in);
   std::string_view line;
   while (lines.NextRecord(line)) {
     const auto camera = ReadCameraLine(line);
@@ -89,7 +89,7 @@ bool ReadColmapCamerasText(std::istream& in, ColmapCameras& cameras, std::string
 }
 
 bool ReadColmapPhotosText(std::istream& in, std::vector<ColmapPhoto>& photos, std::string& error) {
-  Lines lines(in);
+  RecordLines lines(in);
   std::string_view line;
   while (lines.NextRecord(line)) {
     bool good = ReadInt(NextWord(line)).has_value();
@@ -120,7 +120,7 @@ bool ReadColmapPhotosText(std::istream& in, std::vector<ColmapPhoto>& photos, st
 }
 
 bool IsColmapCamerasText(std::istream& in) {
-  Lines lines(in);
+  RecordLines lines(in);
   std::string_view line;
   if (!lines.NextRecord(line)) return false;
   const auto camera = ReadCameraLine(line);

@@ -17,9 +17,9 @@ constexpr std::size_t kLargestFile = std::size_t{512} << 20;
 constexpr int kDeepestGroup = 16;
 
 /// Finds the line of a node; kept apart because it needs the text.
-class Lines {
+class LineNumbers {
  public:
-  explicit Lines(std::string_view text) : text_(text) {}
+  explicit LineNumbers(std::string_view text) : text_(text) {}
   [[nodiscard]] std::string At(std::ptrdiff_t offset) const {
     const auto end = text_.begin() + std::clamp<std::ptrdiff_t>(
                                          offset, 0, static_cast<std::ptrdiff_t>(text_.size()));
@@ -68,7 +68,7 @@ int PixelsOf(const pugi::xml_node& resolution, const char* attribute) {
 
 /// The lens in terms of the source's manual: f, cx, cy, b1, b2 in pixels, the principal point as an
 /// offset from the raster's centre, the first pixel's centre at half a pixel.
-SourceCamera ReadSensor(const pugi::xml_node& sensor, const Lines& lines) {
+SourceCamera ReadSensor(const pugi::xml_node& sensor, const LineNumbers& lines) {
   SourceCamera out;
   SourceLens& lens = out.lens;
   const std::string label = OneLine(sensor.attribute("label").value());
@@ -194,7 +194,8 @@ void NoteLeftOut(std::size_t count, const char* reason, std::vector<std::string>
 /// Reads one chunk after another of its parts; holds what they share.
 class ChunkReader {
  public:
-  ChunkReader(const pugi::xml_node& chunk, const Lines& lines) : chunk_(chunk), lines_(lines) {}
+  ChunkReader(const pugi::xml_node& chunk, const LineNumbers& lines)
+      : chunk_(chunk), lines_(lines) {}
 
   bool Read(MetashapeChunk& out, std::string& error) {
     for (const auto& sensor : chunk_.child("sensors").children("sensor")) {
@@ -272,7 +273,7 @@ class ChunkReader {
   }
 
   pugi::xml_node chunk_;
-  const Lines& lines_;
+  const LineNumbers& lines_;
   std::optional<Similarity> own_;
   std::map<std::string, Similarity> components_;
 };
@@ -292,7 +293,7 @@ std::optional<MetashapeChunk> ParseMetashape(std::string_view xml, std::string& 
     error = "is larger than 512 MiB; export the cameras without points and markers";
     return std::nullopt;
   }
-  const Lines lines(xml);
+  const LineNumbers lines(xml);
   pugi::xml_document document;
   const auto parsed = document.load_buffer(xml.data(), xml.size());
   if (!parsed) {

@@ -17,7 +17,7 @@ namespace {
 // rounding of coordinates in millions of metres is what counts.
 constexpr double kStepM = 50;
 // A turn is decided when the two candidates are this many standard errors apart.
-constexpr double kSureness = 4;
+constexpr double kTurnSureness = 4;
 constexpr std::size_t kFewestPhotos = 3;
 
 /// Derivative of the map at a point, or nothing.
@@ -84,7 +84,7 @@ void Judge(const Turn& turn, double ifGrid, double ifLocal, FrameFinding& findin
   const double apart = std::fabs(ifGrid - ifLocal);
   const double toGrid = std::fabs(turn.angle - ifGrid), toLocal = std::fabs(turn.angle - ifLocal);
   // A turn that is neither (positions of other photos, of another map) tells nothing.
-  finding.certain = apart > kSureness * turn.error && std::min(toGrid, toLocal) < apart / 2;
+  finding.certain = apart > kTurnSureness * turn.error && std::min(toGrid, toLocal) < apart / 2;
   if (finding.certain && toLocal < toGrid) finding.frame = OdmFrame::kTopocentric;
 }
 

@@ -3,17 +3,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 #include <set>
 #include <utility>
 
+#include "core/numeric.h"
 #include "survey/number_text.h"
 #include "survey/table_text.h"
 
 namespace tqtortho::host {
 namespace {
 
-constexpr double kDegree = std::numbers::pi / 180;
 constexpr std::string_view kBlanks = " \t";
 
 /// The words of a text line by line, lines without words passed over.

@@ -8,13 +8,13 @@
 #include <numbers>
 #include <utility>
 
+#include "core/numeric.h"
 #include "survey/number_text.h"
 #include "survey/table_text.h"
 
 namespace tqtortho::host {
 namespace {
 
-constexpr double kDegree = std::numbers::pi / 180;
 constexpr double kLargestAngle = 1e4;
 // Steeper than this a pitch cannot be that of a body whose camera looks down.
 constexpr double kGimbalPitch = -45;

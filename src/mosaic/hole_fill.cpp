@@ -29,7 +29,7 @@ enum State : std::uint8_t {
 /// A colour in one register; the fourth value counts cells, with their weights. A vector type of
 /// the compilers: left to themselves they take it apart.
 using Four = float __attribute__((vector_size(16)));
-struct Colour {
+struct SummedColour {
   Four v;
 };
 
@@ -140,7 +140,7 @@ class Filler {
   /// Heights and colours of the cells that an open one can come to ask; the others' stay unset.
   void TakeColours() {
     levels_ = std::make_unique_for_overwrite<float[]>(state_.size());
-    colours_ = std::make_unique_for_overwrite<Colour[]>(state_.size());
+    colours_ = std::make_unique_for_overwrite<SummedColour[]>(state_.size());
     cv::Mat asked(rows_, cols_, CV_8U);
     for (int row = 0; row < rows_; ++row) {
       const std::uint8_t* state = state_.data() + Index(row, 0);
@@ -231,7 +231,7 @@ class Filler {
       }
       members.push_back(set);
     }
-    std::vector<Colour> smoothed(done_.size());
+    std::vector<SummedColour> smoothed(done_.size());
     for (int round = 0; round < kSmoothings; ++round) {
       // Columns of three cells, each of which serves three neighbours in a row.
       Four left{};
@@ -251,7 +251,7 @@ class Filler {
           middle = right;
           columnsOf = i;
         } else {
-          const Colour* corner = colours_.get() + i - stride_ - 1;
+          const SummedColour* corner = colours_.get() + i - stride_ - 1;
           for (int k = 0; k < 9; ++k) {
             if ((members[n] >> k & 1) != 0) sum += corner[k / 3 * stride_ + k % 3].v;
           }
@@ -277,7 +277,7 @@ class Filler {
   std::ptrdiff_t stride_;  ///< cells from one row to the next, with the rim
   std::vector<std::uint8_t> state_;
   std::unique_ptr<float[]> levels_;
-  std::unique_ptr<Colour[]> colours_;
+  std::unique_ptr<SummedColour[]> colours_;
   std::vector<std::ptrdiff_t> open_;
   std::vector<std::ptrdiff_t> done_;
 };

@@ -11,8 +11,6 @@ constexpr int kBlockSize = 16;
 constexpr double kNever = 4.0 * kMaxSteps;
 /// Rays that move less than this many cells per step sideways are marched plainly.
 constexpr double kUpright = 1e-9;
-/// Slack of a step count computed from a distance.
-constexpr double kCountSlack = 1e-6;
 
 enum class Verdict { kSeen, kHidden, kUndecided };
 

@@ -25,6 +25,9 @@ struct MarchMargins {
   }
 };
 
+/// Slack of a count of steps that was computed from a distance.
+inline constexpr double kCountSlack = 1e-6;
+
 /// Passage of a ray over a block of cells that may be high enough to block it, in steps from the
 /// ray's origin.
 struct Passage {

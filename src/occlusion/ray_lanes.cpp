@@ -20,7 +20,6 @@ namespace {
 constexpr int kGroup = 8;
 /// Rays that move less than this many cells per step along one axis are left undecided.
 constexpr double kSlant = 2e-5;
-constexpr double kCountSlack = 1e-6;
 
 #define TQT_INLINE inline __attribute__((always_inline))
 #define TQT_LANE_TYPES(lanes)                                                      \

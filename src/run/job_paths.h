@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "run/run_job.h"
+#include "run/run_options.h"
 
 namespace tqtortho::host {
 

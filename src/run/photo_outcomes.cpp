@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "core/rect_ops.h"
+#include "prepare/dsm_prepare.h"
 #include "stage/photo_files.h"
 #include "tqimage/TqImage.h"
 
@@ -50,15 +51,15 @@ std::set<PhotoKey> PhotosWithoutFootprint(const std::vector<tqorkit::tqPhotoCate
   return none;
 }
 
-void CollectOutcomes(const std::vector<tqorkit::tqPhotoCategory>& blocks, const JobPaths& paths,
-                     const RunOptions& options, const std::set<PhotoKey>& withoutFootprint,
-                     StageRelay& relay, RunReport& report, RunObserver& observer) {
+void CollectOutcomes(JobRun& run, const std::set<PhotoKey>& withoutFootprint) {
+  const std::vector<tqorkit::tqPhotoCategory>& blocks = run.job.Blocks();
+  RunReport& report = run.report;
   std::vector<PhotoKey> places;
   for (std::size_t b = 0; b < blocks.size(); ++b) {
     for (std::size_t i = 0; i < blocks[b].GetPhotos().size(); ++i) places.emplace_back(b, i);
   }
   report.photos.resize(places.size());
-  relay.Begin("check outputs");
+  run.progress.Begin("check outputs");
   int finished = 0;
 #pragma omp parallel for schedule(dynamic)
   for (std::size_t k = 0; k < places.size(); ++k) {
@@ -67,17 +68,18 @@ void CollectOutcomes(const std::vector<tqorkit::tqPhotoCategory>& blocks, const 
     PhotoOutcome& out = report.photos[k];
     out.name = photo.GetPhotoName();
     out.block = photo.GetImgBlkId();
-    out.orthoPath = OrthoName(paths.ortho, out.name, out.block);
-    out.done = HasArea(photo.GetGeoRect()) && (options.sizingOnly || fs::exists(out.orthoPath));
-    if (out.done && !options.sizingOnly) {
+    out.orthoPath = OrthoName(run.paths.ortho, out.name, out.block);
+    out.done = HasArea(photo.GetGeoRect()) && (run.options.sizingOnly || fs::exists(out.orthoPath));
+    if (out.done && !run.options.sizingOnly) {
       out.hiddenShare = HiddenShare(out.orthoPath, out.cells);
     } else if (!out.done) {
-      out.reason = FailureReason(block, photo, paths.ortho, withoutFootprint.count(places[k]) == 0);
+      out.reason =
+          FailureReason(block, photo, run.paths.ortho, withoutFootprint.count(places[k]) == 0);
     }
 #pragma omp critical(tqtortho_host_outcome)
     {
-      (void)relay.Progress(100.0 * ++finished / static_cast<double>(places.size()));
-      if (!out.done) observer.Warn("photo " + out.name + ": " + out.reason);
+      (void)run.progress.Update(100.0 * ++finished / static_cast<double>(places.size()));
+      if (!out.done) run.observer.Warn("photo " + out.name + ": " + out.reason);
     }
   }
   for (const auto& out : report.photos) {
@@ -86,8 +88,8 @@ void CollectOutcomes(const std::vector<tqorkit::tqPhotoCategory>& blocks, const 
   }
 }
 
-void PrepareOrthos(const JobPaths& paths, JobState& state, RunReport& report,
-                   RunObserver& observer) {
+void PrepareOrthos(JobRun& run) {
+  RunReport& report = run.report;
   // The outermost rim is continued past the raster, so cells there need the blanking as well.
   const bool blank = report.dsm.trueCells + report.dsm.filledCells < report.dsm.cells;
 #pragma omp parallel for schedule(dynamic)
@@ -95,15 +97,15 @@ void PrepareOrthos(const JobPaths& paths, JobState& state, RunReport& report,
     PhotoOutcome& out = report.photos[k];
     if (!out.done) continue;
     std::string error;
-    if (state.RestoreOriginals(out.orthoPath, error) &&
-        (!blank || BlankWithoutHeight(out.orthoPath, paths.origin, error))) {
-      state.KeepAsOriginal(out.orthoPath);
+    if (run.state.RestoreOriginals(out.orthoPath, error) &&
+        (!blank || BlankWithoutHeight(out.orthoPath, run.paths.origin, error))) {
+      run.state.KeepAsOriginal(out.orthoPath);
       continue;
     }
     out.done = false;
     out.reason = error;
 #pragma omp critical(tqtortho_host_outcome)
-    observer.Warn("photo " + out.name + ": " + out.reason);
+    run.observer.Warn("photo " + out.name + ": " + out.reason);
   }
 }
 

@@ -2,14 +2,10 @@
 #pragma once
 
 #include <set>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "run/job_paths.h"
-#include "run/job_state.h"
-#include "run/run_job.h"
-#include "run/stage_relay.h"
+#include "run/job_run.h"
 #include "tqorkit/tqPhotoCategory.h"
 
 namespace tqtortho::host {
@@ -22,13 +18,10 @@ using PhotoKey = std::pair<std::size_t, std::size_t>;  ///< block, photo
     const std::vector<tqorkit::tqPhotoCategory>& blocks);
 
 /// Finds out what became of every photo, from the files it left.
-void CollectOutcomes(const std::vector<tqorkit::tqPhotoCategory>& blocks, const JobPaths& paths,
-                     const RunOptions& options, const std::set<PhotoKey>& withoutFootprint,
-                     StageRelay& relay, RunReport& report, RunObserver& observer);
+void CollectOutcomes(JobRun& run, const std::set<PhotoKey>& withoutFootprint);
 
 /// Puts the finished ortho images back as they were rectified, and blanks cells without a height of
 /// their own: the state in which a mosaic is made. A photo where that fails counts as failed.
-void PrepareOrthos(const JobPaths& paths, JobState& state, RunReport& report,
-                   RunObserver& observer);
+void PrepareOrthos(JobRun& run);
 
 }  // namespace tqtortho::host

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "run/report_stage.h"
 
+#include <nlohmann/json.hpp>
+
 #include "core/fingerprint.h"
 #include "report/report_page.h"
 #include "report/short_paths.h"
@@ -34,41 +36,43 @@ void ShortenPaths(ReportInput& page, RunReport& shown) {
 
 }  // namespace
 
-void WriteReport(const MosaicInput& input, const JobPaths& paths, const RunOptions& options,
-                 const std::string& title, const std::string& fingerprint,
-                 const std::vector<std::string>& notes, JobState& state, StageRelay& relay,
-                 RunReport& report, RunObserver& observer) {
-  const std::string path = paths.out + "/report.html";
-  report.reportPath = options.outDir + "/report.html";
-  const std::string own = Fingerprint().Add(fingerprint).Add(int{options.fullPaths}).Text();
-  if (state.Stage("report", own)) return;
+void WriteReport(JobRun& run) {
+  const std::string path = run.paths.out + "/report.html";
+  RunReport& report = run.report;
+  report.reportPath = run.options.outDir + "/report.html";
+  const std::string fingerprint =
+      Fingerprint().Add(run.productsFingerprint).Add(int{run.options.fullPaths}).Text();
+  if (run.state.Stage("report", fingerprint)) return;
   // The page tells of the job up to here, not of itself.
-  relay.End();
+  run.progress.End();
   RunReport shown = report;
   for (const auto& stage : shown.stages) shown.seconds += stage.seconds;
   shown.peakMemoryBytes = PeakMemory();
-  relay.Begin("report");
+  run.progress.Begin("report");
+  std::vector<std::string> notes = run.survey.notes;
+  notes.insert(notes.end(), run.observer.Lines().begin(), run.observer.Lines().end());
+  const MosaicInput input = run.Orthos();
   ReportInput page{shown,
                    input,
-                   paths.out,
-                   paths.work,
-                   title,
-                   SettingsOf(options, report),
+                   run.paths.out,
+                   run.paths.work,
+                   run.survey.source,
+                   SettingsOf(run.options, report),
                    {{"tqtortho", TQTORTHO_VERSION}},
                    notes};
   for (const auto& stage : shown.stages) {
     page.stagePeakMemoryBytes.push_back(stage.peakMemoryBytes);
   }
-  if (!options.fullPaths) ShortenPaths(page, shown);
+  if (!run.options.fullPaths) ShortenPaths(page, shown);
   std::string error;
   const bool written = WriteReportPage(page, path, error);
-  relay.End();
+  run.progress.End();
   if (written) {
-    state.FinishStage("report", own, {path}, nlohmann::json::object());
+    run.state.FinishStage("report", fingerprint, {path}, nlohmann::json::object());
     return;
   }
   report.reportPath.clear();
-  observer.Warn(error);
+  run.observer.Warn(error);
 }
 
 }  // namespace tqtortho::host

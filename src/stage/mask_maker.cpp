@@ -6,11 +6,11 @@
 namespace tqtortho {
 namespace {
 
-std::atomic<OcclusionMaskMaker*> installed{nullptr};
+std::atomic<OcclusionMaskMaker*> installedMaker{nullptr};
 
 }  // namespace
 
-void SetOcclusionMaskMaker(OcclusionMaskMaker* maker) { installed.store(maker); }
-OcclusionMaskMaker* InstalledOcclusionMaskMaker() { return installed.load(); }
+void SetOcclusionMaskMaker(OcclusionMaskMaker* maker) { installedMaker.store(maker); }
+OcclusionMaskMaker* InstalledOcclusionMaskMaker() { return installedMaker.load(); }
 
 }  // namespace tqtortho

@@ -6,11 +6,11 @@
 namespace tqtortho {
 namespace {
 
-std::atomic<PhotoRecords*> installed{nullptr};
+std::atomic<PhotoRecords*> installedRecords{nullptr};
 
 }  // namespace
 
-void SetPhotoRecords(PhotoRecords* records) { installed.store(records); }
-PhotoRecords* InstalledPhotoRecords() { return installed.load(); }
+void SetPhotoRecords(PhotoRecords* records) { installedRecords.store(records); }
+PhotoRecords* InstalledPhotoRecords() { return installedRecords.load(); }
 
 }  // namespace tqtortho

@@ -2,12 +2,11 @@
 #include "survey/geodesy.h"
 
 #include <cmath>
-#include <numbers>
+
+#include "core/numeric.h"
 
 namespace tqtortho::host {
 namespace {
-
-constexpr double kRadian = std::numbers::pi / 180;
 
 double SquaredEccentricity(const Ellipsoid& ellipsoid) {
   const double flattening = 1 / ellipsoid.inverseFlattening;
@@ -18,12 +17,12 @@ double SquaredEccentricity(const Ellipsoid& ellipsoid) {
 
 Vector3 EarthCentred(const Geodetic& place, const Ellipsoid& ellipsoid) {
   const double eccentricity2 = SquaredEccentricity(ellipsoid);
-  const double sinLat = std::sin(place.latitude * kRadian);
-  const double cosLat = std::cos(place.latitude * kRadian);
+  const double sinLat = std::sin(place.latitude * kDegree);
+  const double cosLat = std::cos(place.latitude * kDegree);
   const double normal = ellipsoid.semiMajor / std::sqrt(1 - eccentricity2 * sinLat * sinLat);
   const double fromAxis = (normal + place.height) * cosLat;
-  return {fromAxis * std::cos(place.longitude * kRadian),
-          fromAxis * std::sin(place.longitude * kRadian),
+  return {fromAxis * std::cos(place.longitude * kDegree),
+          fromAxis * std::sin(place.longitude * kDegree),
           (normal * (1 - eccentricity2) + place.height) * sinLat};
 }
 
@@ -41,18 +40,18 @@ Geodetic FromEarthCentred(const Vector3& point, const Ellipsoid& ellipsoid) {
   }
   const double s = std::sin(latitude), c = std::cos(latitude);
   Geodetic place;
-  place.longitude = std::atan2(point[1], point[0]) / kRadian;
-  place.latitude = latitude / kRadian;
+  place.longitude = std::atan2(point[1], point[0]) / kDegree;
+  place.latitude = latitude / kDegree;
   place.height = fromAxis * c + point[2] * s - semiMajor * std::sqrt(1 - eccentricity2 * s * s);
   return place;
 }
 
 Topocentric::Topocentric(const Geodetic& origin, const Ellipsoid& ellipsoid)
     : ellipsoid_(ellipsoid), origin_(EarthCentred(origin, ellipsoid)) {
-  const double sinLon = std::sin(origin.longitude * kRadian);
-  const double cosLon = std::cos(origin.longitude * kRadian);
-  const double sinLat = std::sin(origin.latitude * kRadian);
-  const double cosLat = std::cos(origin.latitude * kRadian);
+  const double sinLon = std::sin(origin.longitude * kDegree);
+  const double cosLon = std::cos(origin.longitude * kDegree);
+  const double sinLat = std::sin(origin.latitude * kDegree);
+  const double cosLat = std::cos(origin.latitude * kDegree);
   axes_ = {-sinLon,         cosLon,          0,     -sinLat * cosLon, -sinLat * sinLon, cosLat,
            cosLat * cosLon, cosLat * sinLon, sinLat};
 }

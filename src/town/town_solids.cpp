@@ -8,7 +8,7 @@
 namespace tqtortho::host {
 namespace {
 
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kEndless = std::numeric_limits<double>::infinity();
 
 /// Keeps the part of [enter, leave] where value + t * slope <= limit. `wall` tells what kind of
 /// face this is; it is noted when the face becomes the entry.
@@ -74,9 +74,9 @@ bool ClipCrown(const Solid& s, const TownRay& ray, double& low, double& high) {
       }
       if (dw > 0) {
         low = second;
-        high = kInfinity;
+        high = kEndless;
       } else {
-        low = -kInfinity;
+        low = -kEndless;
         high = first;
       }
     } else if (a == 0 || !Roots(a, b, c, low, high) || w + dw * 0.5 * (low + high) <= 0) {
@@ -95,13 +95,13 @@ bool ClipCrown(const Solid& s, const TownRay& ray, double& low, double& high) {
 }
 
 bool ClipTree(const Solid& s, const TownRay& ray, RayInterval& interval) {
-  double low = kInfinity, high = -kInfinity;
+  double low = kEndless, high = -kEndless;
   bool wall = false;
   // The column below the rim.
   const double px = ray.x - s.x, py = ray.y - s.y;
   const double a = ray.dx * ray.dx + ray.dy * ray.dy;
   const double c = px * px + py * py - s.halfU * s.halfU;
-  double columnLow = -kInfinity, columnHigh = kInfinity;
+  double columnLow = -kEndless, columnHigh = kEndless;
   const bool inColumn =
       a > 0 ? Roots(a, px * ray.dx + py * ray.dy, c, columnLow, columnHigh) : c < 0;
   if (!inColumn) return false;
@@ -145,7 +145,7 @@ bool SolidHeight(const Solid& solid, double x, double y, double& z) {
 }
 
 bool ClipRay(const Solid& solid, const TownRay& ray, RayInterval& interval) {
-  interval = {0, kInfinity, false};
+  interval = {0, kEndless, false};
   return solid.IsTree() ? ClipTree(solid, ray, interval) : ClipBuilding(solid, ray, interval);
 }
 

@@ -10,9 +10,9 @@ namespace tqtortho {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr int kSub = StepSurface::kSub;
+constexpr int kSteps = StepSurface::kSub;
 
-int SubIndex(double fraction) { return std::clamp(TruncToInt(fraction * kSub), 0, kSub - 1); }
+int SubIndex(double fraction) { return std::clamp(TruncToInt(fraction * kSteps), 0, kSteps - 1); }
 
 }  // namespace
 
@@ -123,10 +123,10 @@ void SightProfile::LoadCorners() {
 
 /// Enters a sub-cell.
 void SightProfile::OpenPiece(double begin) {
-  const double forward = main_ + (pieceMain_ + 1) * (1.0 / kSub) - origin_;
+  const double forward = main_ + (pieceMain_ + 1) * (1.0 / kSteps) - origin_;
   double sideways = kInfinity;
   if (plane_.slope != 0) {
-    const double line = cross_ + (pieceCross_ + (plane_.slope > 0 ? 1 : 0)) * (1.0 / kSub);
+    const double line = cross_ + (pieceCross_ + (plane_.slope > 0 ? 1 : 0)) * (1.0 / kSteps);
     sideways = (line - plane_.cameraCross) * inverseSlope_;
   }
   pieceLeavesSideways_ = sideways < forward;
@@ -140,7 +140,7 @@ void SightProfile::StepOn() {
     Raise(pieceEnd_, SubCellHeight(pieceMain_, pieceCross_, pieceEnd_));
     (pieceLeavesSideways_ ? pieceCross_ : pieceMain_) +=
         pieceLeavesSideways_ && plane_.slope < 0 ? -1 : 1;
-    if (pieceEnd_ < end_ && pieceMain_ < kSub && pieceCross_ >= 0 && pieceCross_ < kSub) {
+    if (pieceEnd_ < end_ && pieceMain_ < kSteps && pieceCross_ >= 0 && pieceCross_ < kSteps) {
       return OpenPiece(pieceEnd_);
     }
   }
@@ -230,7 +230,7 @@ double SightProfile::HeightInQuad(double reach) const {
 double SightProfile::SubCellHeight(int alongMain, int alongCross, double reach) const {
   const bool forward = plane_.sign > 0;
   const int quad = forward ? main_ : -main_ - 1;
-  const int sub = forward ? alongMain : kSub - 1 - alongMain;
+  const int sub = forward ? alongMain : kSteps - 1 - alongMain;
   const double toMain = std::clamp(origin_ + reach - main_, 0.0, 1.0);
   const double inMain = forward ? toMain : 1 - toMain;
   const double inCross = std::clamp(CrossAt(reach) - cross_, 0.0, 1.0);

@@ -13,7 +13,7 @@
 namespace tqtortho {
 namespace {
 
-constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
+constexpr float kNoPlateau = std::numeric_limits<float>::quiet_NaN();
 
 std::size_t At(const GridView<const float>& grid, int row, int col) {
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(grid.cols) +
@@ -47,8 +47,8 @@ void SpreadSides(const WallSides& sides, GridView<const float> heights, GridView
           const float high = PlaneHeight(upper, 0.5 * r, 0.5 * c, options);
           const float low = PlaneHeight(lower, 0.5 * r, 0.5 * c, options);
           const bool apart = high - low >= options.leastWall;
-          zone.upper[k] = apart ? high : kNone;
-          zone.lower[k] = apart ? low : kNone;
+          zone.upper[k] = apart ? high : kNoPlateau;
+          zone.lower[k] = apart ? low : kNoPlateau;
           zone.level[k] = sides.level[i];
         }
       }
@@ -108,7 +108,7 @@ void MeasureOffsets(GridView<const float> fine, const WallZoneOptions& options, 
     for (int col = 0; col < cols; ++col) {
       const std::size_t i = At(fine, row, col);
       if (!inZone(i)) {
-        away[i] = kNone;
+        away[i] = kNoPlateau;
       } else {
         away[i] *= isUpper(i, fine.At(row, col)) ? -step : step;
       }
@@ -121,10 +121,10 @@ void MeasureOffsets(GridView<const float> fine, const WallZoneOptions& options, 
 WallZone FindWallZone(GridView<const float> heights, GridView<const float> fine,
                       const WallZoneOptions& options) {
   WallZone zone;
-  zone.upper.assign(fine.CellCount(), kNone);
-  zone.lower.assign(fine.CellCount(), kNone);
+  zone.upper.assign(fine.CellCount(), kNoPlateau);
+  zone.lower.assign(fine.CellCount(), kNoPlateau);
   zone.level.assign(fine.CellCount(), 0.5F);
-  zone.offset.assign(fine.CellCount(), kNone);
+  zone.offset.assign(fine.CellCount(), kNoPlateau);
   if (heights.Empty() || fine.Empty() || !(options.cell > 0)) return zone;
   const WallSides sides = FindWallSides(heights, options);
   SpreadSides(sides, heights, fine, options, zone);

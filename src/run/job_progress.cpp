@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "run/stage_relay.h"
+#include "run/job_progress.h"
 
 #include <sys/resource.h>
 
@@ -28,7 +28,7 @@ std::int64_t PeakMemory() {
   return static_cast<std::int64_t>(usage.ru_maxrss) * 1024;
 }
 
-void StageRelay::Begin(const std::string& name) {
+void JobProgress::Begin(const std::string& name) {
   End();
   open_ = true;
   report_.stages.push_back({name, 0});
@@ -36,7 +36,7 @@ void StageRelay::Begin(const std::string& name) {
   observer_.BeginStage(name);
 }
 
-void StageRelay::End() {
+void JobProgress::End() {
   if (!open_) return;
   timer_.Stop();
   report_.stages.back().seconds = timer_.ElapsedSeconds();
@@ -46,25 +46,25 @@ void StageRelay::End() {
   open_ = false;
 }
 
-bool StageRelay::Progress(double percent) {
+bool JobProgress::Update(double percent) {
   observer_.Progress(percent);
   return !Stopped();
 }
 
-bool StageRelay::Stopped() {
+bool JobProgress::Stopped() {
   if (observer_.StopRequested()) stopped_ = true;
   return stopped_;
 }
 
-int StageRelay::Callback(double percent, const char* words, void* user) {
-  auto* self = static_cast<StageRelay*>(user);
+int JobProgress::Callback(double percent, const char* words, void* user) {
+  auto* self = static_cast<JobProgress*>(user);
   const std::string text = tqfd::StringConverter::GbkToUtf8(words == nullptr ? "" : words);
   if (text != self->message_) {
     self->message_ = text;
     if (text != message::kRectifying || !self->open_) self->Begin(StageName(text));
     if (text == message::kRectifying && self->onRectify) self->onRectify();
   }
-  const bool go = self->Progress(percent * self->share);
+  const bool go = self->Update(percent * self->share);
   // Rectification reports only when its first block is done; its time begins here.
   if (go && text == message::kEstimating && percent > 100 - 1e-6) {
     self->Begin(StageName(std::string(message::kRectifying)));

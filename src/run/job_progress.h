@@ -5,7 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "run/run_job.h"
+#include "report/run_report.h"
+#include "run/run_observer.h"
 #include "tqfd/Timer.h"
 
 namespace tqtortho::host {
@@ -13,16 +14,17 @@ namespace tqtortho::host {
 /// Most memory that this process has held.
 [[nodiscard]] std::int64_t PeakMemory();
 
-/// Turns the library's callback into the observer's stages: a new message is a new stage.
-class StageRelay {
+/// Tells the observer which stage runs and how far it is, keeps each stage's time and memory for
+/// the report, and carries the wish to stop back into the work.
+class JobProgress {
  public:
-  StageRelay(RunObserver& observer, RunReport& report) : observer_(observer), report_(report) {}
+  JobProgress(RunObserver& observer, RunReport& report) : observer_(observer), report_(report) {}
 
   /// Ends the stage before, if one is open.
   void Begin(const std::string& name);
   void End();
   /// False when the job is to stop.
-  bool Progress(double percent);
+  bool Update(double percent);
   [[nodiscard]] bool Stopped();
 
   /// What one percent of the callback stands for; the fill pass counts every photo twice.
@@ -30,7 +32,7 @@ class StageRelay {
   /// Called once when rectification has begun: footprints are estimated and not yet measured.
   std::function<void()> onRectify;
 
-  /// The library's callback; `user` is the relay.
+  /// The library's callback: a new message is a new stage. `user` is the JobProgress.
   static int Callback(double percent, const char* message, void* user);
 
  private:
