@@ -39,11 +39,29 @@ function(tqtortho_room name)
     target_include_directories(tqt_${name} PUBLIC
       ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/src/platform)
     target_link_libraries(tqt_${name} PUBLIC ${ROOM_PUBLIC} PRIVATE ${ROOM_PRIVATE})
+    set_target_properties(tqt_${name} PROPERTIES UNITY_BUILD ${TQTORTHO_UNITY} UNITY_BUILD_BATCH_SIZE 12)
   else()
     add_library(tqt_${name} INTERFACE)
     target_include_directories(tqt_${name} INTERFACE
       ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/src/platform)
     target_link_libraries(tqt_${name} INTERFACE ${ROOM_PUBLIC})
+  endif()
+endfunction()
+
+# What every test program has. Under sanitizers the tests themselves are compiled without optimisation and
+# without the fuzzers' counters, which takes a third of the time; what they test is not. Twins that march
+# millions of steps would then take minutes, so a target may ask to be optimised.
+function(tqtortho_test_program name)
+  cmake_parse_arguments(TEST "OPTIMISED" "" "" ${ARGN})
+  target_link_libraries(${name} PRIVATE tqt_run tqt_testing GTest::gmock GTest::gtest_main)
+  if(TQTORTHO_SANITIZE)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/apps/tqtortho/sanitizer_options.cpp)
+  endif()
+  if(TQTORTHO_SANITIZE AND NOT TEST_OPTIMISED)
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
+  if(TQTORTHO_SANITIZE MATCHES fuzzer)
+    target_compile_options(${name} PRIVATE -fno-sanitize=fuzzer-no-link)
   endif()
 endfunction()
 
@@ -56,7 +74,11 @@ function(tqtortho_room_tests)
     if(tests)
       add_executable(${name}_test ${tests})
       # Tests may stand on rooms above their own: whole jobs, sample towns.
-      target_link_libraries(${name}_test PRIVATE tqt_run tqt_testing GTest::gmock GTest::gtest_main)
+      if(name STREQUAL "occlusion")
+        tqtortho_test_program(${name}_test OPTIMISED)
+      else()
+        tqtortho_test_program(${name}_test)
+      endif()
       if(name STREQUAL "platform")  # its tests look at files through the library behind it
         target_link_libraries(${name}_test PRIVATE GDAL::GDAL)
       endif()

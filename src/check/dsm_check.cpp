@@ -177,7 +177,7 @@ void CheckSurface(const std::string& dsmPath, DsmFacts& facts, std::vector<Findi
 void CheckDsm(const std::string& dsmPath, DsmFacts& facts, std::vector<Finding>& findings) {
   CheckSurface(dsmPath, facts, findings);
   if (!(facts.cell > 0)) return;
-  const auto middle = facts.coefficients.Raster2World(facts.cols / 2, facts.rows / 2);
+  const auto middle = facts.coefficients.Raster2World(facts.cols / 2.0, facts.rows / 2.0);
   if (auto scale = CheckMapScale(dsmPath, facts.coefficients.GetProjection(), middle.x, middle.y)) {
     findings.push_back(*std::move(scale));
   }

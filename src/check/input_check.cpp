@@ -45,7 +45,7 @@ std::string PhotoFault(const std::string& path, const SurveyCamera& camera, bool
     return path + ": is a raster of format " + summary.format +
            "; photos are JPEG, TIFF, PNG or JPEG 2000";
   }
-  if (const std::string large = PhotoSizeFault(path, summary.width, summary.height, summary.bands);
+  if (std::string large = PhotoSizeFault(path, summary.width, summary.height, summary.bands);
       !large.empty()) {
     return large;
   }
