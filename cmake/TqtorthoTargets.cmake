@@ -79,7 +79,7 @@ function(tqtortho_room_tests)
       else()
         tqtortho_test_program(${name}_test)
       endif()
-      if(name STREQUAL "platform")  # its tests look at files through the library behind it
+      if(name MATCHES "^(platform|run)$")  # their tests look at files through the library behind them
         target_link_libraries(${name}_test PRIVATE GDAL::GDAL)
       endif()
       gtest_discover_tests(${name}_test TEST_PREFIX ${name}/ DISCOVERY_TIMEOUT 60

@@ -2,9 +2,12 @@
 // The products of whole jobs, as somebody to whom they are passed on opens them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <ogrsf_frmts.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <memory>
 
 #include "geo/RasterTools.h"
 #include "geo/ScaledRead.h"
@@ -72,6 +75,81 @@ class ProductsTest : public ::testing::Test {
 
   TempDir dir_;
 };
+
+// Regions, seams and cameras in the file for geographic information systems, against the raster of
+// sources and the survey that they describe.
+TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
+  Run("out", [](RunOptions&) {});
+  std::vector<std::string> problems;
+  const auto survey = ReadSurvey(File("town/cameras.txt"), File("town/photos.txt"), problems);
+  tqimage::TqImage source;
+  ASSERT_TRUE(source.Open(File("out/source.tif"), true));
+  const tqimage::GeoCoefficients at = source.GetGeoCoefficients();
+  const int cols = source.GetWidth(), rows = source.GetHeight();
+  std::vector<std::uint16_t> cells(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
+  ASSERT_TRUE(source.ReadImage(0, {0, 0, cols, rows}, tqimage::kUInt16, cells.data()));
+  const auto number = [&](int row, int col) {
+    return cells[static_cast<std::size_t>(row) * cols + col];
+  };
+  std::map<int, double> supplied;  // cells by photo
+  double sides = 0;
+  OGREnvelope shown;
+  for (int row = 0; row < rows; ++row) {
+    for (int col = 0; col < cols; ++col) {
+      const int here = number(row, col);
+      if (here == 0) continue;
+      supplied[here] += 1;
+      const auto centre = at.Raster2World(col, row);
+      shown.Merge(centre.x - 0.1, centre.y - 0.1);
+      shown.Merge(centre.x + 0.1, centre.y + 0.1);
+      for (const int other :
+           {col + 1 < cols ? number(row, col + 1) : 0, row + 1 < rows ? number(row + 1, col) : 0}) {
+        sides += other != 0 && here != other;
+      }
+    }
+  }
+
+  const std::unique_ptr<GDALDataset> file(
+      GDALDataset::Open(File("out/seams.gpkg").c_str(), GDAL_OF_VECTOR));
+  ASSERT_NE(file, nullptr);
+  for (const char* name : {"regions", "seams", "footprints", "cameras"}) {
+    const auto* crs = file->GetLayerByName(name)->GetSpatialRef();
+    ASSERT_NE(crs, nullptr) << name;
+    EXPECT_STREQ(crs->GetAuthorityCode(nullptr), "32633") << name;
+  }
+  double share = 0, length = 0;
+  OGREnvelope regions;
+  for (const auto& region : *file->GetLayerByName("regions")) {
+    const int photo = region->GetFieldAsInteger("number");
+    const OGRPolygon* polygon = region->GetGeometryRef()->toPolygon();
+    EXPECT_NEAR(region->GetFieldAsDouble("area_m2"), polygon->get_Area(), 1e-6);
+    supplied[photo] -= polygon->get_Area() / (0.2 * 0.2);
+    share += region->GetFieldAsDouble("share_pct");
+    OGREnvelope one;
+    polygon->getEnvelope(&one);
+    regions.Merge(one);
+    EXPECT_EQ(region->GetFieldAsString("photo"),
+              survey->blocks[0].photos[static_cast<std::size_t>(photo - 1)].name);
+  }
+  for (const auto& [photo, left] : supplied) EXPECT_NEAR(left, 0, 1e-3) << photo;
+  EXPECT_NEAR(std::abs(regions.MinX - shown.MinX) + std::abs(regions.MaxY - shown.MaxY), 0, 1e-6);
+  EXPECT_NEAR(std::abs(regions.MaxX - shown.MaxX) + std::abs(regions.MinY - shown.MinY), 0, 1e-6);
+  for (const auto& seam : *file->GetLayerByName("seams"))
+    length += seam->GetFieldAsDouble("length_m");
+  EXPECT_NEAR(share, 100, 1e-6);
+  EXPECT_GT(length, 20);
+  EXPECT_NEAR(length, sides * 0.2, 1e-6 * length);
+  std::size_t next = 0;
+  for (const auto& camera : *file->GetLayerByName("cameras")) {
+    const auto& photo = survey->blocks[0].photos[next++];
+    EXPECT_EQ(camera->GetFieldAsString("photo"), photo.name);
+    const OGRPoint* place = camera->GetGeometryRef()->toPoint();
+    EXPECT_NEAR(
+        std::hypot(place->getX() - photo.x, place->getY() - photo.y, place->getZ() - photo.z), 0,
+        1e-6);
+  }
+  EXPECT_EQ(next, 3U);
+}
 
 // A JPEG has a mask where the others have alpha. What the mosaic does not show is as empty in the
 // report's layers and in the preview.
