@@ -100,8 +100,8 @@ class LibraryJob : public tqTORProc {
   using tqTORProc::RefineOcclusion;
   using tqTORProc::WeightMskProc;
 
-  bool Make(const BoxWorld& world, const std::string& out) {
-    double pair[2] = {0.4, 0};
+  bool Make(const BoxWorld& world, const std::string& out, double gsd) {
+    double pair[2] = {gsd, 0};
     return TrueOrthoPhotoProc(world.Dsm().c_str(), world.Cameras().c_str(), world.Photos().c_str(),
                               pair, out.c_str(), nullptr, 1, true, false, nullptr, nullptr);
   }
@@ -127,7 +127,7 @@ TEST(GoldenTest, LibraryJobMasksWeightsTextureUpdatesAndTraces) {
     const bool borders = step == std::string("borders");
     if (borders) WriteBorders();
     LibraryJob job;
-    ASSERT_TRUE(job.Make(world, out));
+    ASSERT_TRUE(job.Make(world, out, borders ? 0.4 : 0.15));
     ASSERT_TRUE(job.WeightMskProc(out, "", nullptr, nullptr));
     if (borders) {
       auto photos = job.photoBlocks[1].GetPhotos();

@@ -3,29 +3,28 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 
 namespace tqtortho {
 namespace {
 
-TEST(GroupSizeTest, FiveOrAThreadsShareButNeverNothing) {
-  const struct {
-    int photos, threads, group;
-  } cases[] = {{12, 8, 1}, {100, 8, 5}, {7, 8, 1}, {0, 8, 1},        {40, 8, 5},
-               {39, 8, 4}, {16, 8, 2},  {4, 1, 4}, {INT_MAX, 64, 5}, {7, INT_MAX, 1}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(GroupSize(c.photos, c.threads), c.group) << c.photos << " on " << c.threads;
+TEST(BlockPlanTest, GroupsAndScalesAtTheirEdges) {
+  for (const auto& [photos, threads, group] : {std::array{12, 8, 1},
+                                               {7, 8, 1},
+                                               {0, 8, 1},
+                                               {40, 8, 5},
+                                               {39, 8, 4},
+                                               {INT_MAX, 64, 5},
+                                               {7, INT_MAX, 1}}) {
+    EXPECT_EQ(GroupSize(photos, threads), group) << photos << " on " << threads;
   }
-}
-
-TEST(ReductionScaleTest, WholeNumbersFromTheLongerSide) {
   const struct {
     int width, height;
     bool sizing;
     double scale;
   } cases[] = {{120, 40, false, 4},
                {120, 40, true, 2},
-               {20, 20, false, 1},
                {0, 0, false, 1},
                {59, 29, false, 1},
                {29, 3000, false, 100},

@@ -155,21 +155,6 @@ TEST_F(BorderRefineTest, EqualsTheLiteralTwinOnRandomMasks) {
   }
 }
 
-TEST_F(BorderRefineTest, BordersWithinFifteenCellsOfAShadowAreDroppedAndSixteenAreKept) {
-  for (const bool diagonal : {false, true}) {
-    Raster mask(60, 60, 100, 200, 1);
-    mask.At(20, 20) = 255;
-    Raster borderMask = mask;
-    borderMask.cells.assign(borderMask.cells.size(), 0);
-    borderMask.At(diagonal ? 35 : 20, 35) = 200;
-    borderMask.At(diagonal ? 36 : 24, 36) = 200;
-    ExpectTwin(mask, borderMask);
-    Bytes expected(mask.cells.size(), 0);
-    expected[static_cast<std::size_t>((diagonal ? 36 : 24) * 60 + 36)] = 200;
-    EXPECT_EQ(Load(FarBorderName(Path()), mask), expected);
-  }
-}
-
 TEST_F(BorderRefineTest, AMissingMaskOrBorderMaskWritesNothing) {
   const Raster mask(30, 30, 100, 200, 1);
   EXPECT_FALSE(Refine(mask)) << "no border mask";

@@ -78,6 +78,7 @@ TEST(ReadCamerasTest, WhatIsNoCameraIsSkippedAndTheNextOneIsRead) {
       {"no count", "two\n" + good, {}},
       {"an empty file", "", {}},
       {"a file that ends in a name", "1\n1\nname", {}},
+      {"an id keeps its first record", "2\n2\nx\n1 2 3\n" + good + good, {2}},
       {"Windows line ends", "1\r\n5\r\nname\r\n1 1 1 1 1 1 1 0 1 2 3 4 5 6 7 8\r\n", {5}},
   };
   for (const Case& c : cases) {
@@ -85,16 +86,6 @@ TEST(ReadCamerasTest, WhatIsNoCameraIsSkippedAndTheNextOneIsRead) {
     for (const auto& entry : Cameras(c.text)) ids.push_back(entry.first);
     EXPECT_EQ(ids, c.ids) << c.what;
   }
-}
-
-TEST(ReadCamerasTest, AnIdKeepsItsFirstRecordAlsoOverTwoFiles) {
-  std::map<int, tqorkit::tqIntOri> cameras;
-  for (const char* name : {"first", "second"}) {
-    std::istringstream in(std::string("1\n1\n") + name + "\n" + kSixteen);
-    ReadCameras(in, cameras);
-  }
-  ASSERT_EQ(cameras.size(), 1U);
-  EXPECT_EQ(cameras.at(1).Get().name, "first");
 }
 
 TEST(ReadPhotoListTest, PhotosGetEmptyRectangleSampleDistanceAndBlockIndex) {
@@ -114,7 +105,7 @@ TEST(ReadPhotoListTest, PhotosGetEmptyRectangleSampleDistanceAndBlockIndex) {
 }
 
 TEST(ReadPhotoListTest, DamagedLinesCostOnlyThemselves) {
-  const auto blocks = Blocks(
+  auto blocks = Blocks(
       "9\n3\nfirst\na 1 2 3 4 5 6 1\nb 1 2 3 4 5 6\nc 1 2 3 4 5 6 1 rest\n"
       "x\nsecond\n"                    // a count that is no number: an empty block
       "5\nthird\nd 1 2 3 4 5 6 1\n");  // the file ends early
@@ -122,22 +113,13 @@ TEST(ReadPhotoListTest, DamagedLinesCostOnlyThemselves) {
   EXPECT_THAT(NamesOf(blocks[0]), ElementsAre("a", "c"));
   EXPECT_THAT(NamesOf(blocks[1]), ElementsAre());
   EXPECT_THAT(NamesOf(blocks[2]), ElementsAre("d"));
+  std::istringstream more("1\n1\np\n" + std::string(100000, 'n') + " 1 2 3 4 5 6 1\n");
+  ReadPhotoList(more, 0, blocks);  // a second list continues the numbers; names have any length
+  ASSERT_EQ(blocks.size(), 4U);
+  EXPECT_EQ(blocks[3].GetPhotos().at(0).GetImgBlkId(), 3);
+  EXPECT_EQ(NamesOf(blocks[3]).at(0).size(), 100000U);
   EXPECT_TRUE(Blocks("1\n1").empty()) << "a block without a path line";
   EXPECT_TRUE(Blocks("-3\n1\np\n").empty());
-}
-
-TEST(ReadPhotoListTest, NamesOfAnyLengthAreTakenWhole) {
-  const std::string name(100000, 'n');
-  const auto blocks = Blocks("1\n1\np\n" + name + " 1 2 3 4 5 6 1\n");
-  EXPECT_THAT(NamesOf(blocks.at(0)), ElementsAre(name));
-}
-
-TEST(ReadPhotoListTest, ASecondListContinuesTheBlockNumbers) {
-  auto blocks = Blocks("1\n1\np\na 1 2 3 4 5 6 1\n");
-  std::istringstream in("1\n1\np\na 1 2 3 4 5 6 1\n");
-  ReadPhotoList(in, 0, blocks);
-  ASSERT_EQ(blocks.size(), 2U);
-  EXPECT_EQ(blocks[1].GetPhotos().at(0).GetImgBlkId(), 1);
 }
 
 TEST(JobInputsTest, DecimalPointsAreReadUnderACommaLocale) {

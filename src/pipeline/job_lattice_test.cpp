@@ -118,14 +118,5 @@ TEST(JobLatticeTest, FirstColumnAndRowFallOnDsmCellCentresWhereSizesAllowIt) {
   }
 }
 
-TEST(JobLatticeTest, IndicesCountFromTheAnchorRightAndDown) {
-  const JobLattice lattice(Dsm(100, 200, 1), 0.5);
-  EXPECT_EQ(lattice.AnchorX(), 2100);
-  EXPECT_EQ(lattice.AnchorY(), -1300);
-  EXPECT_EQ(lattice.ColumnOf(2101.001), 2);
-  EXPECT_EQ(lattice.RowOf(-1301), 2);
-  EXPECT_EQ(lattice.RowOf(-1299), -2);
-}
-
 }  // namespace
 }  // namespace tqtortho

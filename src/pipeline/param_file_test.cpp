@@ -92,17 +92,6 @@ ReadBack Read(const std::string& text) {
   return all;
 }
 
-// "camera:photo,photo" per work block.
-std::vector<std::string> Plan(Job& job, int threads) {
-  std::vector<std::string> plan;
-  for (const ParamBlock& block : Read(Written(job, threads)).blocks) {
-    std::string line = std::to_string(block.camera.cameraId) + ":";
-    for (const auto& photo : block.photos) line += photo.photoName + ",";
-    plan.push_back(line);
-  }
-  return plan;
-}
-
 // --- The same file, said again with streams and the rules word by word. -----------------------
 
 std::string Fixed(double value) {
@@ -242,55 +231,6 @@ TEST(ParamFileTest, EqualsItsPlainTwinOnRandomJobsAndReadsBack) {
   }
 }
 
-TEST(ParamFileTest, CutsPhotosIntoWorkBlocks) {
-  const struct {
-    const char* what;
-    int threads;
-    std::vector<int> cameras;
-    std::vector<std::vector<int>> blocks;
-    std::vector<std::string> plan;
-  } cases[] = {
-      {"a full group and a rest",
-       1,
-       {1},
-       {std::vector<int>(7, 1)},
-       {"1:p0_0,p0_1,p0_2,p0_3,p0_4,", "1:p0_5,p0_6,"}},
-      {"a block of another camera", 1, {1}, {{2, 2, 2}, {1, 1}}, {"1:", "1:p1_0,p1_1,"}},
-      // A block of five with three photos of camera 1 leaves them pending: 5 is a multiple of 5.
-      {"pending indices carry over into the next block",
-       1,
-       {1},
-       {{1, 1, 1, 3, 3}, {3, 3, 1, 1, 3, 3, 3, 3, 3, 3}},
-       {"1:p1_0,p1_1,p1_2,p1_2,p1_3,"}},
-      {"and under the next camera", 1, {1, 2}, {{1, 1, 1, 2, 2}}, {"2:p0_0,p0_1,p0_2,p0_3,p0_4,"}},
-      {"indices beyond a shorter block are dropped from the count too",
-       1,
-       {1},
-       {{3, 3, 3, 1, 1}, {1}, {3, 3, 3, 3}},
-       {"1:p1_0,", "1:"}},
-      {"what is pending at the very end is not written", 1, {1}, {{1, 1, 1, 3, 3}}, {}},
-  };
-  for (const auto& c : cases) {
-    Job job = MakeJob(c.cameras, c.blocks);
-    EXPECT_EQ(Plan(job, c.threads), c.plan) << c.what;
-  }
-}
-
-TEST(ParamFileTest, FailsWithoutALogLineWhenTheFileCannotBeMade) {
-  const testing::LogCapture log;
-  Job job;
-  const testing::TempDir dir;
-  tqTORectify rectify;
-  int count = 7;
-  for (const std::string& path : {dir.File("no/such/dir/orParam.txt"), dir.Path()}) {
-    EXPECT_FALSE(rectify.UpdateParams(path.c_str(), &job.blocks, &job.cameras, "d",
-                                      job.header.heightPair, nullptr, 0, "o", 1.0, count, false,
-                                      false));
-    EXPECT_EQ(count, 0);
-  }
-  EXPECT_TRUE(log.lines.empty());
-}
-
 TEST(ParamFileTest, NamesOf255BytesAreWholeAndLongerOnesAreCutAndLoseTheirNumbers) {
   Job job = MakeJob({1}, {{1, 1, 1}});
   auto& photos = job.blocks[0].GetPhotos();
@@ -347,12 +287,6 @@ TEST(ParamFileReaderTest, HeaderLinesAndTheirDefaults) {
   EXPECT_FALSE(garbage.values.flagB);
   EXPECT_EQ(garbage.values.outputDir, "");
   EXPECT_TRUE(Read("").header);
-}
-
-TEST(ParamFileReaderTest, AScaleBelowOneIsLoggedAndFails) {
-  const testing::LogCapture log;
-  EXPECT_FALSE(Read("0\n0.999999\n0\n0\n0\t0\nd\no\n").header);
-  EXPECT_THAT(log.lines, ElementsAre(ToGbk(message::kScaleAbnormal)));
 }
 
 TEST(ParamFileReaderTest, AMarkerIsAWholeLine) {

@@ -130,20 +130,11 @@ TEST(VisibleGroundTest, NothingShownIsTheEmptyRectangle) {
   EXPECT_EQ(VisibleGround(flat, Camera(25, 25, 100, 0, pi, 0)), Rect()) << "looks up";
   EXPECT_EQ(VisibleGround(flat, Camera(25, 25, -100, 0, 0, 0)), Rect()) << "below the ground";
   EXPECT_EQ(VisibleGround(HeightPyramid(), Camera(25, 25, 100, 0, 0, 0)), Rect());
-}
-
-TEST(VisibleGroundTest, CamerasThatCannotProjectShowNothing) {
-  const HeightPyramid flat = Surface(std::vector<HeightRange>(100, {0, 0}), 10, 10);
   for (const double bad : {0.0, std::nan(""), HUGE_VAL}) {
-    for (double PhotoCamera::*field :
-         {&PhotoCamera::focal, &PhotoCamera::pixelSize, &PhotoCamera::width}) {
-      PhotoCamera camera = Camera(25, 25, 100, 0, 0, 0);
-      camera.*field = bad;
-      EXPECT_EQ(VisibleGround(flat, camera), Rect()) << bad;
-    }
-    if (bad == 0) continue;
-    EXPECT_EQ(VisibleGround(flat, Camera(bad, 25, 100, 0, 0, 0)), Rect());
-    EXPECT_EQ(VisibleGround(flat, Camera(25, 25, 100, bad, 0, 0)), Rect());
+    PhotoCamera camera = Camera(25, 25, 100, 0, 0, 0);
+    camera.focal = bad;
+    EXPECT_EQ(VisibleGround(flat, camera), Rect()) << bad;
+    EXPECT_TRUE(bad == 0 || VisibleGround(flat, Camera(bad, 25, 100, 0, 0, 0)) == Rect());
   }
 }
 
