@@ -42,49 +42,39 @@ class BorderWeightsTest : public ::testing::Test {
   tqorkit::PhotoInfo ortho_;
 };
 
-TEST_F(BorderWeightsTest, NothingWithoutTallBorders) {
-  EXPECT_EQ(MakeBorderWeights(ortho_).width, 0);
-  WriteBorder(10, 10, 199);
-  EXPECT_EQ(MakeBorderWeights(ortho_).width, 0);
-  WriteBorder(39, 39, kTallBorder);  // far away
-  EXPECT_EQ(MakeBorderWeights(ortho_).width, 0);
-}
-
+// Rings of 255, 191, 127 and 63 around border cells, wherever they lie to the ortho.
 TEST_F(BorderWeightsTest, HighestOnTheBorderAndFallingInRings) {
-  WriteBorder(10, 10, kTallBorder);  // centre (110.5, 190.5): the cells X 110, 111, Y 190, 191
-  const tqorkit::PhotoInfo mask = MakeBorderWeights(ortho_);
-  ASSERT_EQ(mask.width, 36);
-  ASSERT_EQ(mask.height, 26);
-  EXPECT_EQ(mask.geoRect[0], 97);
-  EXPECT_EQ(mask.geoRect[3], 203);
-  const int ring[] = {255, 191, 127, 63, 0};
-  for (int y = 178; y <= 203; ++y) {
-    for (int x = 97; x <= 132; ++x) {
-      const int dx = std::max({110 - x, x - 111, 0});
-      const int dy = std::max({190 - y, y - 191, 0});
-      ASSERT_EQ(Weight(mask, x, y), ring[std::min(4, std::max(dx, dy))]) << x << " " << y;
+  struct Case {
+    const char* what;
+    int row, col;
+    std::uint8_t value, ground;
+    bool any;
+  };
+  for (const Case& c :
+       {Case{"tall border", 10, 14, kTallBorder, 0, true},
+        Case{"just outside, reaching in", 12, 4, kTallBorder, 0, true},
+        Case{"a line among ground to be traced", 7, 17, kBorderLine, kTallBorder, true},
+        Case{"all ground to be traced", 10, 10, kTallBorder, kTallBorder, false},
+        Case{"another value", 10, 10, 199, 0, false},
+        Case{"far away", 39, 39, kTallBorder, 0, false}}) {
+    SCOPED_TRACE(c.what);
+    WriteBorder(c.row, c.col, c.value, c.ground);
+    const tqorkit::PhotoInfo mask = MakeBorderWeights(ortho_);
+    ASSERT_EQ(mask.width, c.any ? 36 : 0);
+    if (!c.any) continue;
+    ASSERT_EQ(mask.height, 26);
+    EXPECT_EQ(mask.geoRect[0], 97);
+    EXPECT_EQ(mask.geoRect[3], 203);
+    const int west = 90 + 2 * c.col, south = 210 - 2 * c.row;  // of the border cell, 2 x 2 units
+    const int ring[] = {255, 191, 127, 63, 0};
+    for (int y = 178; y <= 203; ++y) {
+      for (int x = 97; x <= 132; ++x) {
+        const int dx = std::max({west - x, x - west - 1, 0});
+        const int dy = std::max({south - y, y - south - 1, 0});
+        ASSERT_EQ(Weight(mask, x, y), ring[std::min(4, std::max(dx, dy))]) << x << " " << y;
+      }
     }
   }
-}
-
-TEST_F(BorderWeightsTest, BorderJustOutsideReachesIn) {
-  WriteBorder(10, 4, kTallBorder);  // X 98, 99
-  const tqorkit::PhotoInfo mask = MakeBorderWeights(ortho_);
-  ASSERT_EQ(mask.width, 36);
-  EXPECT_EQ(Weight(mask, 100, 190), 191);
-  EXPECT_EQ(Weight(mask, 102, 190), 63);
-  EXPECT_EQ(Weight(mask, 103, 190), 0);
-}
-
-TEST_F(BorderWeightsTest, LinesCountWhereTheMaskTellsThemFromGroundToBeTraced) {
-  WriteBorder(10, 10, kBorderLine, kTallBorder);
-  const tqorkit::PhotoInfo mask = MakeBorderWeights(ortho_);
-  ASSERT_EQ(mask.width, 36);
-  EXPECT_EQ(Weight(mask, 110, 190), 255);
-  EXPECT_EQ(Weight(mask, 112, 190), 191);
-  EXPECT_EQ(Weight(mask, 125, 185), 0);
-  WriteBorder(10, 10, kTallBorder, kTallBorder);
-  EXPECT_EQ(MakeBorderWeights(ortho_).width, 0) << "all ground to be traced, no border known";
 }
 
 }  // namespace

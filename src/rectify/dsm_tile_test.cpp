@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -36,41 +37,43 @@ class DsmTileTest : public ::testing::Test {
   std::string path_ = dir_.File("dsm.tif");
 };
 
-TEST_F(DsmTileTest, TileInsideTheSurface) {
-  const double noData = -9999;
-  Write(&noData, {{23, -9999.0F}});
-  const auto tile = ReadDsmTile(path_, {104, 193.001, 110, 198});
-  ASSERT_TRUE(tile.has_value());
-  const auto& r = tile->record;
-  EXPECT_EQ(r.width, 4);   // trunc(6 / 2 + 1)
-  EXPECT_EQ(r.height, 3);  // trunc(4.999 / 2 + 1)
-  EXPECT_EQ(Height(*tile, 0, 0), 13);
-  EXPECT_EQ(Height(*tile, 2, 3), 36);
-  EXPECT_EQ((std::vector<double>{r.geoRect[0], r.geoRect[1], r.geoRect[2], r.geoRect[3]}),
-            (std::vector<double>{104, 192, 112, 198}));
-  EXPECT_EQ(r.resX, 2);
-  EXPECT_EQ(r.resY, -2);
-  EXPECT_EQ(r.noData, -9999);
-  EXPECT_EQ(r.defaultZ, 13);
-  EXPECT_EQ(tile->statistics.count, 11);
-  // Rows 1 to 3, columns 2 to 5 of the surface, less the cell of height 24.
-  EXPECT_EQ(tile->statistics.sum, 12 * 24.5 - 24);
-}
-
-TEST_F(DsmTileTest, TilePartlyOutsideKeepsItsSizeAndPlace) {
+// Each tile against the surface itself: its cells, its place, and what they say in sum.
+TEST_F(DsmTileTest, TilesAreWindowsOfTheSurfaceWithNoDataAround) {
   const double noData = -50;
-  Write(&noData);
-  const auto tile = ReadDsmTile(path_, {94, 180, 104, 204});
-  ASSERT_TRUE(tile.has_value());
-  EXPECT_EQ(tile->record.width, 6);
-  EXPECT_EQ(tile->record.height, 13);
-  EXPECT_EQ(Height(*tile, 1, 5), -50);
-  EXPECT_EQ(Height(*tile, 2, 2), -50);
-  EXPECT_EQ(Height(*tile, 2, 3), 1);
-  EXPECT_EQ(Height(*tile, 9, 5), 73);
-  EXPECT_EQ(Height(*tile, 10, 5), -50);
-  EXPECT_EQ(tile->statistics.count, 24);
-  EXPECT_EQ(tile->statistics.minimum, 1);
+  Write(&noData, {{23, -50.0F}});
+  struct Case {
+    Rect rect;
+    int row, col, rows, cols;  // trunc(extent / 2 + 1)
+  };
+  for (const Case& c :
+       {Case{{104, 193.001, 110, 198}, 1, 2, 3, 4}, Case{{94, 180, 104, 204}, -2, -3, 13, 6},
+        Case{{113.9, 185.9, 125, 192}, 4, 7, 4, 6}}) {
+    const auto tile = ReadDsmTile(path_, c.rect);
+    ASSERT_TRUE(tile.has_value());
+    const auto& r = tile->record;
+    ASSERT_EQ(r.width, c.cols);
+    ASSERT_EQ(r.height, c.rows);
+    EXPECT_EQ((std::vector<double>{r.geoRect[0], r.geoRect[1], r.geoRect[2], r.geoRect[3]}),
+              (std::vector<double>{c.rect.minX, c.rect.maxY - 2 * c.rows, c.rect.minX + 2 * c.cols,
+                                   c.rect.maxY}));
+    int count = 0;
+    double sum = 0, least = 1e10;
+    for (int row = 0; row < c.rows; ++row) {
+      for (int col = 0; col < c.cols; ++col) {
+        const int i = c.row + row, j = c.col + col;
+        const bool there = i >= 0 && i < 8 && j >= 0 && j < 10 && i * 10 + j != 23;
+        ASSERT_EQ(Height(*tile, row, col), there ? i * 10 + j + 1 : -50) << row << " " << col;
+        if (!there) continue;
+        ++count;
+        sum += i * 10 + j + 1;
+        least = std::min(least, i * 10.0 + j + 1);
+      }
+    }
+    EXPECT_EQ(r.noData, -50);
+    EXPECT_EQ(tile->statistics.count, count);
+    EXPECT_EQ(tile->statistics.sum, sum);
+    EXPECT_EQ(tile->statistics.minimum, least);
+  }
 }
 
 TEST_F(DsmTileTest, TilesThatCannotBeReadAreRefused) {
@@ -104,13 +107,6 @@ TEST_F(DsmTileTest, CellsWithoutHeightNeverCountInTheStatistics) {
     EXPECT_EQ(tile->statistics.count, 79) << c.what;
     EXPECT_EQ(tile->statistics.minimum, 2) << c.what;
   }
-}
-
-TEST_F(DsmTileTest, TileWithoutHeightsHasTheFixedMinimum) {
-  const std::vector<float> cells(6, -9999.0F);
-  const HeightStatistics statistics = SummariseHeights({cells.data(), 2, 3}, -9999.0F);
-  EXPECT_EQ(statistics.count, 0);
-  EXPECT_EQ(statistics.minimum, 1e10);
 }
 
 TEST(BlockRectangleTest, PhotosWithoutAFootprintAreLeftOut) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 #include "testing/photo_scene.h"
@@ -45,58 +46,61 @@ class FootprintTest : public ::testing::Test {
   PhotoScene scene;
 };
 
-TEST_F(FootprintTest, FlatGroundIsFoundFromAnyStartHeight) {
-  for (const double start : {-30.0, 0.0, 10.0, 49.0}) {
-    Raise([](int, int) { return 10; });
-    ExpectBox(-40, -40, 40, 40, start);
+// Corners are searched in turn, and each starts where the one before it ended.
+TEST_F(FootprintTest, CornersSettleOnTheGroundAndLendEachOtherTheirHeight) {
+  const auto corner = [](int x, int y) { return x < -20 && y > 20; };  // below the first one
+  const auto far = [](int x, int y) { return std::max(std::abs(x), std::abs(y)) > 40; };
+  const struct {
+    const char* what;
+    std::function<double(int, int)> height;
+    double byDefault, start;
+    double box[4];
+  } cases[] = {
+      {"flat ground, from below", [](int, int) { return 10; }, 0, -30, {-40, -40, 40, 40}},
+      {"flat ground, from just under the camera",
+       [](int, int) { return 10; },
+       0,
+       49,
+       {-40, -40, 40, 40}},
+      // The first corner settles on 0; the others start settled and never look at their 20.
+      {"a settled corner lends its height",
+       [&](int x, int y) { return corner(x, y) ? 0 : 20; },
+       0,
+       0,
+       {-50, -50, 50, 50}},
+      {"one without data makes the next search again",
+       [&](int x, int y) { return corner(x, y) ? -9999 : 20; },
+       5,
+       0,
+       {-45, -30, 30, 45}},
+      {"a search that jumps for ever takes the default",
+       [&](int x, int y) { return far(x, y) ? 20 : 0; },
+       7,
+       0,
+       {-43, -43, 43, 43}},
+      {"no number leads inside by the default and is tested again",
+       [&](int x, int y) { return far(x, y) ? NAN : 20; },
+       15,
+       0,
+       {-30, -30, 30, 30}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Raise(c.height);
+    scene.dsm.defaultZ = c.byDefault;
+    ExpectBox(c.box[0], c.box[1], c.box[2], c.box[3], c.start);
   }
-}
-
-TEST_F(FootprintTest, PrincipalPointShiftsTheBoxTheOtherWay) {
+  testing::SetFlatTile(scene, 24, 20, 1.0, -10, -12, 10);  // what lies beyond takes the nearest
   scene.camera.offsetX = 5;
   scene.camera.offsetY = -8;
-  ExpectBox(-55, -42, 45, 58);
+  ExpectBox(-44, -33.6, 36, 46.4);
 }
 
-// The first corner (upper left) settles on 0; the others start settled and never look at the 20
-// that lies below them.
-TEST_F(FootprintTest, ASettledCornerLendsItsHeightToTheNext) {
-  Raise([](int x, int y) { return x < -20 && y > 20 ? 0 : 20; });
-  ExpectBox(-50, -50, 50, 50);
-}
-
-// No data below the first corner: it takes the default height and the next one searches again.
-TEST_F(FootprintTest, ACornerWithoutDataMakesTheNextSearchAgain) {
-  Raise([](int x, int y) { return x < -20 && y > 20 ? -9999 : 20; });
-  scene.dsm.defaultZ = 5;
-  ExpectBox(-45, -30, 30, 45);
-}
-
-// Every corner jumps between two heights for ever and ends on the default height.
-TEST_F(FootprintTest, ASearchThatNeverSettlesTakesTheDefaultHeight) {
-  Raise([](int x, int y) { return std::fmax(std::abs(x), std::abs(y)) > 40 ? 20 : 0; });
-  scene.dsm.defaultZ = 7;
-  ExpectBox(-43, -43, 43, 43);
-}
-
-TEST_F(FootprintTest, NanHeightsCountAsTheDefaultAndAreTestedAgain) {
-  Raise([](int x, int y) { return std::fmax(std::abs(x), std::abs(y)) > 40 ? NAN : 20; });
-  scene.dsm.defaultZ = 15;  // leads inside, where 20 is found
-  ExpectBox(-30, -30, 30, 30);
-}
-
-TEST_F(FootprintTest, PointsBeyondTheTileTakeItsNearestCell) {
-  testing::SetFlatTile(scene, 20, 20, 1.0, -10, -10, 10);
-  ExpectBox(-40, -40, 40, 40);
-}
-
-TEST_F(FootprintTest, APhotoThatDoesNotSeeItsOwnNadirIsEmpty) {
+TEST_F(FootprintTest, SenselessInputAndPhotosThatDoNotSeeTheirNadirAreEmpty) {
   scene.camera.focalLength = 500;
   scene.pose.position[3] = 0.5;
   ExpectEmpty();
-}
-
-TEST_F(FootprintTest, SenselessInputIsEmpty) {
+  scene = NadirScene(100, 50);
   ExpectEmpty(std::numeric_limits<double>::quiet_NaN());
   scene.pose.position[0] = std::numeric_limits<double>::infinity();
   ExpectEmpty();

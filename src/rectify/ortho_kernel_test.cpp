@@ -134,23 +134,6 @@ TEST(OrthoKernelTest, WideGridsWithTallBoxesEqualTheLiteralPass) {
   }
 }
 
-// A cell whose ideal position is exactly on the upper frame border is outside for the lens model
-// but its row, 0, is inside: it is taken uncorrected.
-TEST(OrthoKernelTest, UpperFrameBorderIsTakenWithoutLensCorrection) {
-  for (const int model : {0, 1, 3}) {
-    PhotoScene scene = NadirScene(64, 100);
-    scene.camera.distortionModel = model;
-    scene.camera.coefficients[0] = model == 1 ? 1e-3 : 0.3;  // would move the border far out
-    scene.pose.geoRect = {-20, 0, 20, 32};                   // Y = 32 is u = 64 = height
-    scene.parameters[0] = 1;
-    const Outcome expected = Reference(scene, 1, true);
-    ASSERT_TRUE(expected.made);
-    EXPECT_EQ(expected.output.geoRect[1] + expected.output.height, 32.0 + (model == 0 ? 1 : 1));
-    ExpectSame(Product(scene, 1, true, "auto"), expected);
-    ExpectSame(Product(scene, 1, true, "scalar"), expected);
-  }
-}
-
 // Wherever an expression feeds NaN, infinity or a huge number into the loop, cells stay empty.
 TEST(OrthoKernelTest, SenselessNumbersOnlyGiveEmptyCells) {
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();

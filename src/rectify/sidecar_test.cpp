@@ -69,13 +69,5 @@ TEST(SidecarTest, DamagedFilesReadAsZeros) {
   EXPECT_TRUE(ReadSidecar(dir.Write("huge", six + "1e300\n-1e300\n"), read));  // saturates
 }
 
-TEST(SidecarTest, FailsWhereNothingCanBeWritten) {
-  const tqtortho::testing::TempDir dir;
-  EXPECT_FALSE(WriteSidecar(dir.File("no/such/dir"), {}, SidecarLines::kEight));
-  std::filesystem::create_directories(dir.File("taken/inside"));  // a directory under the name
-  EXPECT_FALSE(WriteSidecar(dir.File("taken"), {}, SidecarLines::kEight));
-  EXPECT_FALSE(std::filesystem::exists(dir.File("taken.part")));
-}
-
 }  // namespace
 }  // namespace tqtortho

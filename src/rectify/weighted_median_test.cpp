@@ -21,8 +21,8 @@ void BlendLiterally(Bytes& pixels, int cols, int rows, int bands, const Bytes& w
   const Bytes before = pixels;
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < cols; ++c) {
-      const int wr = firstRow + r;
-      const int wc = firstCol + c;
+      const auto wr = static_cast<std::int64_t>(firstRow) + r;
+      const auto wc = static_cast<std::int64_t>(firstCol) + c;
       if (wr < 0 || wr >= weightRows || wc < 0 || wc >= weightCols) continue;
       if (before[(r * cols + c) * bands] == 0) continue;
       const int w = weights[wr * weightCols + wc];
@@ -84,8 +84,9 @@ TEST(BlendMedianTest, EqualsTheLiteralRuleOnRandomImages) {
     const int rows = 1 + static_cast<int>(random() % 20);
     const int weightCols = static_cast<int>(random() % 25);
     const int weightRows = static_cast<int>(random() % 25);
-    const int firstRow = static_cast<int>(random() % 20) - 10;
-    const int firstCol = static_cast<int>(random() % 20) - 10;
+    constexpr int kFar = std::numeric_limits<int>::max();
+    const int firstRow = round == 7 ? kFar : static_cast<int>(random() % 20) - 10;
+    const int firstCol = round == 9 ? -kFar - 1 : static_cast<int>(random() % 20) - 10;
     Bytes pixels(static_cast<std::size_t>(cols) * rows * bands);
     for (auto& p : pixels) p = random() % 5 == 0 ? 0 : random() % 256;
     Bytes weights(static_cast<std::size_t>(weightCols) * weightRows);
@@ -98,20 +99,6 @@ TEST(BlendMedianTest, EqualsTheLiteralRuleOnRandomImages) {
     BlendMedian({pixels.data(), rows, cols * bands}, bands,
                 {weights.data(), weightRows, weightCols}, firstRow, firstCol);
     ASSERT_EQ(pixels, expected) << "round " << round;
-  }
-}
-
-TEST(BlendMedianTest, AnyOffsetIsSafe) {
-  constexpr int kMin = std::numeric_limits<int>::min();
-  constexpr int kMax = std::numeric_limits<int>::max();
-  const Bytes weights(16, 255);
-  for (const int row : {kMin, -4, 4, kMax}) {
-    for (const int col : {kMin, -4, 4, kMax}) {
-      Bytes pixels{1, 9, 1, 9, 1, 9, 1, 9, 1, 9, 1, 9, 1, 9, 1, 9};
-      const Bytes before = pixels;
-      BlendMedian({pixels.data(), 4, 4}, 1, {weights.data(), 4, 4}, row, col);
-      EXPECT_EQ(pixels, before) << row << " " << col;
-    }
   }
 }
 
@@ -151,17 +138,6 @@ TEST(RefineTORTest, WeightsOfTheMaskAtItsTruePlace) {
     EXPECT_TRUE(TestPeer::RefineTOR(rectify, ortho, mask));
     EXPECT_EQ(ortho.data[12 * 3 + 1], c.expected) << c.what;
   }
-}
-
-TEST(RefineTORTest, EmptyMasksAndImagesAreAllowed) {
-  tqTORectify rectify;
-  tqorkit::PhotoInfo ortho, mask;
-  EXPECT_TRUE(TestPeer::RefineTOR(rectify, ortho, mask));
-  ortho.width = ortho.height = 2;
-  ortho.bands = 1;
-  ortho.data = {1, 2, 3, 4};
-  EXPECT_TRUE(TestPeer::RefineTOR(rectify, ortho, mask));
-  EXPECT_EQ(ortho.data, (Bytes{1, 2, 3, 4}));
 }
 
 }  // namespace
