@@ -52,7 +52,7 @@ class EntryPointTest : public ::testing::Test {
       for (int c = 180; c < 220; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = kTower;
     }
     Write("dsm.tif", tqimage::kFloat32, heights.data(), kSize, kSize, kCell);
-    const tqfd::Rect2_T<double> rect{kX0 + 10, kY0 - 190, kX0 + 190, kY0 - 10};
+    const tqfd::Rect2_T<double> rect{kX0 + 10, kY0 - 190, kX0 + 190, kY0 - 30};
     photo_ = testing::PhotoAt(kX0 + 40, kY0 - 104, 100, rect);
     photo_.SetGSD(0.25, -0.25);
   }
@@ -86,7 +86,7 @@ class EntryPointTest : public ::testing::Test {
   static constexpr const char* kCrs =
       "LOCAL_CS[\"site\",UNIT[\"metre\",1],AXIS[\"Easting\",EAST],AXIS[\"Northing\",NORTH]]";
   void WriteFootprint(const Bytes& cells, int cols, int rows, double cell = kCell) {
-    Write("footprint.tif", tqimage::kByte, cells.data(), cols, rows, cell, kX0 + 10, kY0 - 10);
+    Write("footprint.tif", tqimage::kByte, cells.data(), cols, rows, cell, kX0 + 10, kY0 - 30);
   }
   testing::OutputDir dir_;
   tqExtOri photo_;
@@ -106,93 +106,105 @@ void ExpectTheTowersShadow(const MaskFile& mask, const std::function<int(double,
   EXPECT_GT(mask.Count(255), 0u);
 }
 
-TEST_F(EntryPointTest, PyramidMasksTheShadowOnThePhotosGrid) {
-  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("missing.tif")));
-  const MaskFile mask = Read(Out());
-  EXPECT_EQ(mask.cols, 721);
-  EXPECT_EQ(mask.rows, 721);
-  EXPECT_NEAR(mask.geo.GetOrigin().x, kX0 + 10, 1e-6);
-  EXPECT_NEAR(mask.geo.GetOrigin().y, kY0 - 10, 1e-6);
-  EXPECT_NEAR(mask.geo.GetResolution().x, 0.25, 1e-12);
-  EXPECT_NE(mask.geo.GetProjection().find("site"), std::string::npos);
-  ExpectTheTowersShadow(mask, [&](double e, double s) { return Value(mask, e, s); });
-  EXPECT_EQ(mask.Count(0) + mask.Count(255), mask.cells.size());
+TEST_F(EntryPointTest, EveryEntryMasksTheShadowOnItsOwnGrid) {
+  Bytes footprint(std::size_t{361} * 321, 1);
+  WriteFootprint(footprint, 361, 321);
+  const std::string cells = dir_.File("footprint.tif");
+  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), cells));
+  const MaskFile masked = Read(Out());
+  // The georeference is the photo's, with its own cell size, as it always was.
+  EXPECT_NEAR(masked.geo.GetResolution().x, 0.25, 1e-12);
+  ASSERT_EQ(masked.cells.size(), footprint.size());
+  ExpectTheTowersShadow(masked, [&](double east, double south) {
+    return masked.At(static_cast<int>((south - 30) / kCell), static_cast<int>((east - 10) / kCell));
+  });
+  for (const bool pyramid : {true, false}) {
+    ASSERT_TRUE(pyramid ? tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("missing.tif"))
+                        : tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Out(), "ignored"));
+    const MaskFile mask = Read(Out());
+    EXPECT_EQ(mask.cols, 721);
+    EXPECT_EQ(mask.rows, 641);
+    EXPECT_NEAR(mask.geo.GetOrigin().x, kX0 + 10, 1e-6);
+    EXPECT_NEAR(mask.geo.GetOrigin().y, kY0 - 30, 1e-6);
+    EXPECT_NEAR(mask.geo.GetResolution().x, 0.25, 1e-12);
+    EXPECT_NE(mask.geo.GetProjection().find("site"), std::string::npos);
+    ExpectTheTowersShadow(mask, [&](double e, double s) { return Value(mask, e, s); });
+    EXPECT_EQ(mask.Count(0) + mask.Count(255) == mask.cells.size(), pyramid) << "soft edges";
+  }
+  EXPECT_FALSE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Dsm(), ""));
+  EXPECT_TRUE(std::filesystem::exists(Dsm())) << "an input is never overwritten";
+  // Without the tower nothing is hidden, and cameras that are no numbers see everything.
+  for (int r = 115; r < 165; ++r) std::fill_n(footprint.begin() + r * 361 + 155, 50, 0);
+  WriteFootprint(footprint, 361, 321);
+  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), cells));
+  EXPECT_EQ(Read(Out()).Count(255), 0u);
+  for (const double value : {std::nan(""), HUGE_VAL, 1e300}) {
+    tqExtOri::EXTORI record = photo_.Get();
+    record.position[2] = value;
+    tqExtOri eo;
+    eo.Set(record);
+    ASSERT_TRUE(tracer_.DoRayTracingOnPyr(eo, Dsm(), Out(), ""));
+    EXPECT_EQ(Read(Out()).Count(255), 0u) << value;
+  }
 }
 
-TEST_F(EntryPointTest, PyramidLeavesOutWhatTheOrthoDoesNotCover) {
-  // An ortho of 0.5 m pixels: 0 north of its row 180, which is 90 m south of the rectangle's
-  // corner.
-  Bytes ortho(std::size_t{361} * 361, 50);
-  std::fill_n(ortho.begin(), std::size_t{180} * 361, std::uint8_t{0});
-  Write("ortho.tif", tqimage::kByte, ortho.data(), 361, 361, 0.5, kX0 + 10, kY0 - 10);
-  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("ortho.tif")));
-  const MaskFile mask = Read(Out());
-  EXPECT_EQ(Value(mask, 125, 96), 0);
-  EXPECT_EQ(Value(mask, 125, 104), 255);
-  // A smaller ortho says nothing about the cells outside it.
-  Write("ortho.tif", tqimage::kByte, ortho.data(), 361, 100, 0.5, kX0 + 10, kY0 - 10);
-  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), dir_.File("ortho.tif")));
-  EXPECT_EQ(Value(Read(Out()), 125, 96), 255);
-}
-
-// A post of one DSM cell is too thin for the coarse pass; the border mask brings its shadow in.
-TEST_F(EntryPointTest, PyramidAlsoLooksNearTallBorders) {
+// Pillars of a metre are too thin for the coarse pass; only where the border mask reaches, by
+// three of its cells and no more, their shadows are looked for. An ortho leaves cells out where it
+// has no data, and says nothing beyond its own rows.
+TEST_F(EntryPointTest, PyramidExaminesBordersByThreeCellsAndNothingOutsideTheOrtho) {
+  // In the first of the four fine cells that make a coarse one, which samples the middle two.
   std::vector<float> heights(std::size_t{kSize} * kSize, 0);
-  for (int r = 200; r < 202; ++r) {
-    for (int c = 200; c < 202; ++c) heights[static_cast<std::size_t>(r) * kSize + c] = 4;
+  for (int r = 60; r < 380; r += 8) {
+    for (int c = 20; c < 380; c += 8) {
+      for (const int i : {r * kSize + c, r * kSize + c + 1, (r + 1) * kSize + c}) heights[i] = 6;
+    }
   }
   Write("dsm.tif", tqimage::kFloat32, heights.data(), kSize, kSize, kCell);
-  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
-  const std::size_t without = Read(Out()).Count(255);
-  // Border cells of 1 m; the tile starts at the photo's corner.
-  Bytes border(200 * 200, 0);
-  for (int r = 98; r < 102; ++r) {
-    for (int c = 96; c < 102; ++c) border[r * 200 + c] = 200;
-  }
-  Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 200, 200, 1.0);
-  ASSERT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
-  EXPECT_GT(Read(Out()).Count(255), without);
-  // Border masks of other sizes and places change what is examined, nothing else.
-  for (const double x0 : {kX0 + 100, kX0 + 5000}) {
-    Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 30, 20, 3.0, x0);
-    EXPECT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
-    EXPECT_EQ(Read(Out()).cells.size(), std::size_t{721} * 721);
-  }
-  dir_.Write("ot/bordermsk.tif", "no raster");
-  EXPECT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
-}
-
-TEST_F(EntryPointTest, ThumbnailsHaveSoftEdges) {
-  ASSERT_TRUE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Out(), "ignored"));
-  const MaskFile mask = Read(Out());
-  EXPECT_EQ(mask.cols, 721);
-  ExpectTheTowersShadow(mask, [&](double e, double s) { return Value(mask, e, s); });
-  EXPECT_GT(mask.cells.size(), mask.Count(0) + mask.Count(255));
-}
-
-TEST_F(EntryPointTest, MaskedTracingHasTheMasksSizeAndIgnoresBlankedCells) {
-  Bytes footprint(std::size_t{361} * 361, 1);
-  WriteFootprint(footprint, 361, 361);
-  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
-  const MaskFile mask = Read(Out());
-  EXPECT_EQ(mask.cols, 361);
-  EXPECT_EQ(mask.rows, 361);
-  // The georeference is the photo's, with its own cell size, as it always was.
-  EXPECT_NEAR(mask.geo.GetResolution().x, 0.25, 1e-12);
-  const auto at = [&](const MaskFile& m, double east, double south) {
-    return m.At(static_cast<int>((south - 10) / kCell), static_cast<int>((east - 10) / kCell));
+  const auto hiddenCells = [&](const std::string& ortho) {
+    EXPECT_TRUE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ortho));
+    return Read(Out());
   };
-  ExpectTheTowersShadow(mask, [&](double e, double s) { return at(mask, e, s); });
-  // Without the tower nothing is hidden.
-  for (int r = 155; r < 205; ++r) {
-    for (int c = 155; c < 205; ++c) footprint[static_cast<std::size_t>(r) * 361 + c] = 0;
+  ASSERT_EQ(hiddenCells("").Count(255), 0u);
+  // All marked: the most that can be found. The tile begins at the photo's corner, cells of 1 m.
+  Bytes border(200 * 190, 200);
+  Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 200, 190, 1.0, kX0 + 10, kY0 - 30);
+  const MaskFile all = hiddenCells("");
+  ASSERT_GT(all.Count(255), 5000u);
+  // One column and one row marked: what is found lies within three cells of them.
+  for (const bool row : {false, true}) {
+    std::fill(border.begin(), border.end(), std::uint8_t{0});
+    for (int i = 0; i < 180; ++i) border[row ? 71 * 200 + i : i * 200 + 64] = 200;
+    Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 200, 190, 1.0, kX0 + 10, kY0 - 30);
+    const MaskFile some = hiddenCells("");
+    int within = 0, wanted = 0;
+    for (int r = 0; r < all.rows; ++r) {
+      for (int c = 0; c < all.cols; ++c) {
+        const double away = row ? std::fabs(r / 4.0 - 71.5) : std::fabs(c / 4.0 - 64.5);
+        if (away < 3 && all.At(r, c) == 255) {
+          ++wanted;
+          within += some.At(r, c) == 255 ? 1 : 0;
+        }
+        if (away > 4.5) {
+          ASSERT_EQ(some.At(r, c), 0) << r << " " << c;
+        }
+      }
+    }
+    EXPECT_GT(wanted, 20);
+    EXPECT_GT(within, 0.9 * wanted) << row;
   }
-  WriteFootprint(footprint, 361, 361);
-  ASSERT_TRUE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
-  EXPECT_EQ(Read(Out()).Count(255), 0u);
-  WriteFootprint(footprint, 360, 361);
-  EXPECT_FALSE(tracer_.DoRayTracing(photo_, Dsm(), Out(), dir_.File("footprint.tif")));
-  EXPECT_FALSE(std::filesystem::exists(Out()));
+  // An ortho of 1 m with data in its southern part and its rows from 40 on missing.
+  std::fill(border.begin(), border.end(), std::uint8_t{200});
+  Write("ot/bordermsk.tif", tqimage::kByte, border.data(), 200, 190, 1.0, kX0 + 10, kY0 - 30);
+  Bytes ortho(180 * 40, 50);
+  std::fill_n(ortho.begin(), 180 * 25, std::uint8_t{0});
+  Write("ortho.tif", tqimage::kByte, ortho.data(), 180, 40, 1.0, kX0 + 10, kY0 - 30);
+  const MaskFile cut = hiddenCells(dir_.File("ortho.tif"));
+  for (int r = 0; r < all.rows; ++r) {
+    for (int c = 0; c < all.cols; ++c) {
+      if (std::abs(r - 100) <= 4) continue;  // the closing
+      ASSERT_EQ(cut.At(r, c), r < 100 ? 0 : all.At(r, c)) << r << " " << c;
+    }
+  }
 }
 
 // Every refusal answers false and leaves no mask, not even an old one.
@@ -250,30 +262,6 @@ TEST_F(EntryPointTest, FailuresLeaveNoMask) {
       EXPECT_FALSE(done) << entry;
       EXPECT_FALSE(std::filesystem::exists(Out())) << entry;
     }
-  }
-}
-
-TEST_F(EntryPointTest, ARectangleBelowOneCoarseCellFailsOnThePyramidOnly) {
-  photo_.SetGeoRect({kX0 + 50, kY0 - 51, kX0 + 51, kY0 - 50});
-  EXPECT_FALSE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), Out(), ""));
-  EXPECT_TRUE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Out(), ""));
-  EXPECT_EQ(Read(Out()).cols, 5);
-}
-
-TEST_F(EntryPointTest, AnInputIsNeverOverwritten) {
-  EXPECT_FALSE(tracer_.DoRayTracingOnThumbnail(photo_, Dsm(), Dsm(), ""));
-  EXPECT_TRUE(std::filesystem::exists(Dsm()));
-  EXPECT_FALSE(tracer_.DoRayTracingOnPyr(photo_, Dsm(), dir_.Path(), ""));
-}
-
-TEST_F(EntryPointTest, CamerasThatAreNoNumbersSeeEverything) {
-  for (const double value : {std::nan(""), HUGE_VAL, 1e300}) {
-    tqExtOri::EXTORI record = photo_.Get();
-    record.position[2] = value;
-    tqExtOri eo;
-    eo.Set(record);
-    ASSERT_TRUE(tracer_.DoRayTracingOnPyr(eo, Dsm(), Out(), ""));
-    EXPECT_EQ(Read(Out()).Count(255), 0u) << value;
   }
 }
 

@@ -138,19 +138,6 @@ TEST(RayKernelTest, EveryInstructionSetGivesTheSameBytes) {
   EXPECT_EQ(LaneKernelOf("no such"), nullptr);
 }
 
-// The eight-lane path must be the one that photos from above take.
-TEST(RayKernelTest, PhotosFromAboveAreTracedInLanes) {
-  const tqDSM dsm = TownSurface(300, 400, 0.25f, 5);
-  const auto inLanes = [&](const Point3& camera) {
-    const RayScene scene(dsm.Surface(), camera);
-    const FilteredMarch march(scene);
-    return TileTracer(scene, march).IsUsable();
-  };
-  EXPECT_TRUE(inLanes({40, 30, 120}));
-  EXPECT_FALSE(inLanes({40, 30, 10}));   // among the roofs
-  EXPECT_TRUE(inLanes({-40, 30, 120}));  // outside
-}
-
 // Every seventh step of this ray (2, -3, 6 on 7) lies on a corner of cells, up to the rounding of
 // the additions. One-cell walls around the corner, just high enough for that step, tell where it
 // fell.
@@ -177,51 +164,6 @@ TEST(RayKernelTest, LanesLeaveStepsOnBordersToTheMarch) {
     }
   }
   EXPECT_GE(hidden, 7) << "one of the four cells holds the step";
-}
-
-// A march looks one step past its leaf. Walls that stand right behind the leaves' common border, on
-// a border of blocks too, are hit by that step alone from some cells.
-TEST(RayKernelTest, TheStepPastALeafIsNotForgotten) {
-  constexpr int kSize = 257;
-  RayCase scene{FlatSurface(kSize, kSize, 1), {128, 128, 60}, {}};
-  for (int i = 0; i < kSize; ++i) {
-    scene.dsm.heights[static_cast<std::size_t>(i) * kSize + 64] = 5;
-    scene.dsm.heights[std::size_t{191} * kSize + i] = 5;
-  }
-  SetGrid(scene.dsm, kSize, kSize, 1, -1);
-  EXPECT_EQ(Difference(scene, Trace(scene.dsm, scene.camera), 1L << 26), "");
-}
-
-// Truncation gives the first row a cell before the grid. Rays that drift out of it, in a box taller
-// than the grid, still meet what stands in it.
-TEST(RayKernelTest, RaysJustBeyondTheFirstRowMeetIt) {
-  constexpr int kCols = 60;
-  RayCase scene{FlatSurface(1, kCols, 1), {140, 1.4, 80}, {}};
-  scene.dsm.heights[50] = 9;
-  SetGrid(scene.dsm, 1, kCols, 1, -1);
-  scene.dsm.maxY = 1;
-  const Bytes mask = Trace(scene.dsm, scene.camera);
-  EXPECT_EQ(Difference(scene, mask, 1L << 24), "");
-  EXPECT_EQ(mask[47], 255);
-}
-
-TEST(RayKernelTest, SurfacesWithoutExtentHideNothing) {
-  const Point3 camera{3, 3, 50};
-  tqDSM flat = FlatSurface(8, 8, 1);
-  tqDSM oneRow = FlatSurface(1, 9, 1);
-  oneRow.heights[4] = 30;
-  SetGrid(oneRow, 1, 9, 1, -1);
-  tqDSM oneCol = FlatSurface(9, 1, 1);
-  oneCol.heights[4] = 30;
-  SetGrid(oneCol, 9, 1, 1, -1);
-  tqDSM empty = FlatSurface(8, 8, 1);
-  empty.heights.assign(64, empty.noData);
-  SetGrid(empty, 8, 8, 1, -1);
-  EXPECT_EQ(empty.minZ, 1e6);
-  EXPECT_EQ(empty.maxZ, -1e6);
-  for (const tqDSM* dsm : {&flat, &oneRow, &oneCol, &empty}) {
-    EXPECT_EQ(Trace(*dsm, camera), Bytes(dsm->heights.size(), 0));
-  }
 }
 
 // A wall of height 10 over columns [40, 41), the camera 30 high over column 100: a ray from the

@@ -15,21 +15,6 @@ using Bytes = std::vector<std::uint8_t>;
 
 std::ptrdiff_t Hidden(const Bytes& mask) { return std::count(mask.begin(), mask.end(), 255); }
 
-/// A block of `cells` hidden cells, 25 to a row, in a 60 x 40 mask.
-Bytes Blob(int cells) {
-  Bytes mask(60 * 40, 0);
-  for (int i = 0; i < cells; ++i) mask[(5 + i / 25) * 60 + 7 + i % 25] = 255;
-  return mask;
-}
-
-TEST(RemoveSpecklesTest, LimitIsInclusive) {
-  for (const auto& [cells, left] : {std::pair{500, 0}, std::pair{501, 501}}) {
-    Bytes mask = Blob(cells);
-    RemoveSpeckles({mask.data(), 40, 60});
-    EXPECT_EQ(Hidden(mask), left);
-  }
-}
-
 TEST(RemoveSpecklesTest, EqualsTheLibraryFunctionOnRandomMasks) {
   std::mt19937 random(7);
   for (int round = 0; round < 300; ++round) {

@@ -157,13 +157,6 @@ TEST_F(DsmTest, RescaleKeepsOriginAndBoxOfTheOldGrid) {
   }
 }
 
-TEST_F(DsmTest, ATruncatedFileFails) {
-  const std::string path = dir_.File("dsm.tif");
-  std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
-  EXPECT_FALSE(tqDSM().Load(path));
-  EXPECT_FALSE(tqDSM().LoadRegion(path, "", Centres(0, 0, 9, 11), 2));
-}
-
 TEST(DsmHeightTest, ValidityIsASinglePrecisionDifferenceAgainstAMillionth) {
   EXPECT_FALSE(IsValidHeight(5.0f, 5.0f));
   EXPECT_FALSE(IsValidHeight(1.0f + 5e-7f, 1.0f));
