@@ -13,7 +13,6 @@
 #include "testing/log_capture.h"
 #include "testing/tiny_job.h"
 #include "tqfd/StringConverter.h"
-#include "tqtortho/tqRayTracer.h"
 #include "tqtortho/tqTORProc.h"
 #include "tqtortho/tqTORectify.h"
 
@@ -46,16 +45,6 @@ struct Bench {
     ASSERT_TRUE(image.Close());
   }
 };
-
-tqorkit::tqExtOri Pose() {
-  tqorkit::tqExtOri::EXTORI record;
-  record.position[2] = 40;
-  record.geoRect = {TinyJob::kX0, TinyJob::kY0 - 20, TinyJob::kX0 + 20, TinyJob::kY0};
-  tqorkit::tqExtOri photo;
-  photo.Set(record);
-  photo.SetGSD(0.5, -0.5);
-  return photo;
-}
 
 struct Row {
   const char* operation;
@@ -140,37 +129,14 @@ const Row kRows[] = {
      }},
     {"UpdateOrthoImages", "job that never ran", false, "",
      [](Bench& b) { return b.job.UpdateOrthoImages("", b.out, nullptr, nullptr); }},
-    {"BlockOR", "surface model missing", true, message::kRectifySeconds,
-     [](Bench& b) {
-       return b.Run() && fs::remove(b.dsm) && tqTORectify().BlockOR(ParamFilePath().c_str(), 1);
-     }},
     {"BlockOR", "block that is not in the file", false, message::kRectifySeconds,
      [](Bench& b) { return b.Run() && tqTORectify().BlockOR(ParamFilePath().c_str(), 9); }},
     {"BlockOR", "no parameter file", false, "",
      [](Bench&) { return tqTORectify().BlockOR(ParamFilePath().c_str(), 1); }},
-    {"BlockObs", "surface model missing", true, message::kRectifySeconds,
-     [](Bench& b) {
-       return b.Run() && fs::remove(b.dsm) && b.job.BlockObs(ParamFilePath().c_str(), 1);
-     }},
     {"ShellOrthoRectify", "no parameter file", true, "",
      [](Bench&) {
        return tqTORectify().ShellOrthoRectify(nullptr, nullptr, nullptr, nullptr, nullptr, 1,
                                               nullptr, 2, false, false, nullptr, nullptr);
-     }},
-    {"DoRayTracingOnPyr", "surface model missing", false, "",
-     [](Bench& b) {
-       auto eo = Pose();
-       return tqRayTracer().DoRayTracingOnPyr(eo, b.out + "none", b.out + "m.tif", "");
-     }},
-    {"DoRayTracingOnThumbnail", "output below a file", false, "",
-     [](Bench& b) {
-       auto eo = Pose();
-       return tqRayTracer().DoRayTracingOnThumbnail(eo, b.dsm, b.dsm + "/m.tif", "");
-     }},
-    {"DoRayTracing", "mask missing", false, "",
-     [](Bench& b) {
-       auto eo = Pose();
-       return tqRayTracer().DoRayTracing(eo, b.dsm, b.out + "m.tif", b.out + "none");
      }},
 };
 

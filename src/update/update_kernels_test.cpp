@@ -22,16 +22,6 @@ GridView<const std::uint8_t> View(const Bytes& cells, int rows, int cols) {
   return {cells.data(), rows, cols};
 }
 
-TEST(OwnershipMaskTest, CellsCountFromTheMapsStartAndBeyondItNothingIsOwned) {
-  const std::vector<std::uint16_t> map{0, 3, 4, 65535, 3, 0};
-  Bytes mask(8, 0);
-  FillOwnership(map, 3, mask);
-  EXPECT_THAT(mask, ElementsAre(255, 255, 0, 0, 255, 255, 0, 0));
-  Bytes nobodys(3, 0);
-  FillOwnership(map, 70000, nobodys);  // beyond the map's numbers
-  EXPECT_THAT(nobodys, ElementsAre(255, 0, 0)) << "a photo without a cell has nobody's alone";
-}
-
 // Literal twin: the largest of nine cells, then the mean at the stretched position.
 TEST(OwnershipMaskTest, SavedMaskIsDilatedAndStretchedByOneCell) {
   constexpr int kRows = 9, kCols = 12;
@@ -90,14 +80,6 @@ TEST(KeptShareTest, HiddenCellsKeepNothingAndTheSeamIsSoft) {
     }
     EXPECT_TRUE(width < 12 || at(25 + width) <= 8) << "the seam lies on seen ground";
   }
-}
-
-TEST(KeptShareTest, NothingHiddenKeepsAllAndMasksOfOtherSizesAreTakenWhereTheyReach) {
-  EXPECT_THAT(KeptShare(View(Bytes(12, 254), 3, 4), 3, 4), Each(255));
-  EXPECT_THAT(KeptShare({}, 2, 2), Each(255));
-  const Bytes kept = KeptShare(View(Bytes(9, 255), 3, 3), 40, 2);
-  EXPECT_EQ(kept[5], 0);
-  EXPECT_EQ(kept[79], 255);
 }
 
 // A literal pass-by-pass twin; equal colours must stay equal whatever the weight.
