@@ -5,11 +5,11 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <set>
 
 #include "run/job_state.h"
 #include "run/run_job.h"
 #include "survey/survey_reader.h"
+#include "testing/quiet_observer.h"
 #include "testing/temp_dir.h"
 #include "town/sample_town.h"
 
@@ -20,22 +20,7 @@ namespace fs = std::filesystem;
 using tqtortho::testing::ReadText;
 using tqtortho::testing::TempDir;
 
-/// Remembers the stages, and stops the job in the one that it is told.
-class Watcher : public RunObserver {
- public:
-  void BeginStage(const std::string& name) override {
-    stages.insert(name);
-    stop = stop || name == stopAt;
-  }
-  void Progress(double) override {}
-  void EndStage(double) override {}
-  void Warn(const std::string&) override {}
-  bool StopRequested() override { return stop; }
-
-  std::set<std::string> stages;
-  std::string stopAt;
-  bool stop = false;
-};
+using Watcher = tqtortho::testing::QuietObserver;
 
 constexpr const char* kMosaic[] = {"mosaic.tif", "source.tif", "quality.tif"};
 

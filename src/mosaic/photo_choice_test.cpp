@@ -74,40 +74,41 @@ TEST(MergePatchesTest, ConfettiGoesToNeighboursThatSeeIt) {
   EXPECT_EQ(tile.labels[patch(0, 30)], 2);
 }
 
-// The best ratings change sides in column 32. The photos differ there and agree from column 40 on.
-TEST(MoveSeamsTest, ASeamMovesToWhereThePhotosAgree) {
-  Tile tile;
-  tile.AddView(0, 100);
-  tile.AddView(0, 100);
-  for (int row = 0; row < kRows; ++row) {
-    for (int col = 0; col < kCols; ++col) {
-      const std::size_t i = static_cast<std::size_t>(row) * kCols + col;
-      tile.ratings[0][i] = static_cast<std::uint8_t>(col);
-      tile.ratings[1][i] = static_cast<std::uint8_t>(kCols - col);
-      if (col < 40) std::fill_n(tile.pixels[1].begin() + static_cast<long>(3 * i), 3, 160);
+// The best ratings change sides in the middle of a tile of 64 x 48 cells, across its columns or its
+// rows. In the first case photos differ there and agree from cell 40 on; in the second a step of
+// the surface runs where ratings change sides.
+TEST(MoveSeamsTest, SeamsMoveToWhereThePhotosAgreeAndKeepOffSteps) {
+  for (const bool turned : {false, true}) {
+    for (const bool step : {false, true}) {
+      SCOPED_TRACE(::testing::Message() << turned << step);
+      Tile tile;
+      tile.AddView(0, 100);
+      tile.AddView(0, 100);
+      const int across = turned ? kRows : kCols, middle = turned ? 20 : 32;
+      for (int i = 0; i < kRows * kCols; ++i) {
+        const int k = turned ? i / kCols : i % kCols, other = turned ? i % kCols : i / kCols;
+        tile.ratings[0][i] = static_cast<std::uint8_t>(step ? 40 + k / 8 : 30 + k);
+        tile.ratings[1][i] =
+            static_cast<std::uint8_t>(step ? 40 + (2 * middle - k) / 8 : 30 + 2 * middle - k);
+        if (step) tile.heights[i] = k < middle + other % 2 ? 0.0F : 20.0F;
+        if (!step && k < middle + 8) std::fill_n(tile.pixels[1].begin() + 3 * i, 3, 160);
+      }
+      tile.MoveSeamsOf();
+      for (int line = 2; line < (turned ? kCols : kRows) - 2; ++line) {
+        const auto label = [&](int k) {
+          return tile.labels[turned ? k * kCols + line : line * kCols + k];
+        };
+        int seam = 0;
+        while (seam < across && label(seam) != 2) ++seam;
+        ASSERT_LT(seam, across);
+        if (step) {
+          EXPECT_EQ(label(middle - 1), label(middle + 2)) << line;
+        } else {
+          EXPECT_GE(seam, middle + 8) << line;
+          EXPECT_LE(seam, middle + 16) << line;
+        }
+      }
     }
-  }
-  tile.MoveSeamsOf();
-  for (int row = 0; row < kRows; ++row) {
-    const auto* label = tile.labels.data() + static_cast<std::size_t>(row) * kCols;
-    const int seam = static_cast<int>(std::find(label, label + kCols, 2) - label);
-    ASSERT_GE(seam, 40) << row;
-    ASSERT_LE(seam, 48) << row;
-  }
-}
-
-TEST(MoveSeamsTest, SeamsKeepOffSteps) {
-  Tile tile;
-  tile.AddView(0, 100);
-  tile.AddView(0, 100);
-  for (int i = 0; i < kRows * kCols; ++i) {
-    tile.ratings[0][i] = static_cast<std::uint8_t>(40 + i % kCols / 8);
-    tile.ratings[1][i] = static_cast<std::uint8_t>(48 - i % kCols / 8);
-    tile.heights[i] = i % kCols < 32 + i % 2 ? 0.0F : 20.0F;  // a wall where ratings change sides
-  }
-  tile.MoveSeamsOf();
-  for (int row = 0; row < kRows; ++row) {
-    EXPECT_EQ(tile.labels[row * kCols + 31], tile.labels[row * kCols + 34]) << row;
   }
 }
 
