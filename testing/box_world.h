@@ -116,12 +116,13 @@ struct BoxWorld {
   [[nodiscard]] std::string Photos() const { return dir.File("photos.txt"); }
 
   /// @param noData  of the file; a corner and single cells have none of the heights
-  void WriteDsm(double noData) const {
+  /// @param lift    added to all heights
+  void WriteDsm(double noData, double lift = 0) const {
     std::vector<float> cells;
     for (int row = 0; row < kRows; ++row) {
       for (int col = 0; col < kCols; ++col) {
         const bool none = (row < 5 && col < 9) || (row * 7 + col) % 997 == 3;
-        const double height = Height(col * kCell, row * kCell);
+        const double height = Height(col * kCell, row * kCell) + lift;
         cells.push_back(static_cast<float>(!none ? height : col % 2 == 0 ? noData : NAN));
       }
     }

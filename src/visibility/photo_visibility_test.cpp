@@ -81,22 +81,6 @@ TEST_F(PhotoVisibilityTest, WhatHidesFromOutsideTheRectangleIsRead) {
   EXPECT_LE(surface.width, 80);
 }
 
-TEST_F(PhotoVisibilityTest, PartsKeepTheirPlaceAtTheEdgeOfTheFile) {
-  tqorkit::PhotoInfo surface;
-  GeoCoefficients part;
-  ASSERT_TRUE(TestPeer::LoadSubDEM(dsm_.c_str(), Rect{900, 1990, 1010, 2100},
-                                   Point{1000.0, 2000.0, 110.0}, surface, part));
-  EXPECT_EQ(part.GetOrigin().x, 999);
-  EXPECT_EQ(part.GetOrigin().y, 2001);
-  EXPECT_EQ(part.GetProjection().empty(), false);
-  const auto* heights = reinterpret_cast<const float*>(surface.data.data());
-  EXPECT_EQ(heights[0], -9999.0F);
-  EXPECT_EQ(heights[surface.width], -9999.0F);
-  EXPECT_EQ(heights[surface.width + 1], 10.0F);
-  EXPECT_FALSE(TestPeer::LoadSubDEM(dsm_.c_str(), Rect{5000, 1990, 5010, 2000},
-                                    Point{5005.0, 1995.0, 110.0}, surface, part));
-}
-
 TEST_F(PhotoVisibilityTest, TheMaskFileLiesWhereItsCellsAre) {
   const std::string out = dir_.File("mask.tif");
   const Rect rect{1030, 1910, 1220, 1990};
@@ -133,6 +117,48 @@ TEST_F(PhotoVisibilityTest, TheMaskFileLiesWhereItsCellsAre) {
   for (const double gsd : {0.0, -1.0, 1e-9, std::nan("")}) EXPECT_FALSE(made(dsm_, rect, gsd));
   EXPECT_FALSE(made(dir_.File("missing.tif"), rect, 0.5));
   EXPECT_FALSE(std::filesystem::exists(none));
+}
+
+// A surface that names no no-data value may lie at height 0; its cells of -9999 have no height. The
+// lattice rounds the rectangle to whole cells. Masks of more than 32 million cells are written in
+// parts, which lie row to row and see what hides them from outside.
+TEST_F(PhotoVisibilityTest, SeaLevelCountsAsGroundAndPartsOfLargeMasksMeet) {
+  std::vector<float> heights(60 * 110, 0.0F);
+  for (int row = 0; row < 110; ++row) std::fill_n(heights.begin() + row * 60 + 20, 3, 12.0F);
+  for (int col = 0; col < 60; ++col) heights[54 * 60 + col] += col % 8 < 2 ? 9.0F : 0.0F;
+  heights[7 * 60 + 40] = -9999.0F;
+  const std::string sea = dir_.File("sea.tif");
+  ASSERT_TRUE(testing::WriteRaster(sea, tqimage::kFloat32, heights.data(), 60, 110,
+                                   {1000, 2000, 1, ""}, nullptr));
+  const tqorkit::tqExtOri pose = testing::PhotoAt(1005, 1962, 60);
+  const double gsd = 0.0125;
+  // 4,000.4 cells wide, 8,160.7 high: 8,000 rows of 4,001 columns make a part.
+  const Rect rect{1007, 1997 - 8160.7 * gsd, 1007 + 4000.4 * gsd, 1997};
+  const std::string path = dir_.File("large.tif");
+  ASSERT_TRUE(TestPeer::GenOcclusionEx(interior_, pose, sea.c_str(), rect, gsd, std::uint8_t{128},
+                                       path.c_str()));
+  TqImage file;
+  ASSERT_TRUE(file.Open(path, true));
+  ASSERT_EQ(file.GetWidth(), 4001);
+  ASSERT_EQ(file.GetHeight(), 8162);
+  const int first = 7900, end = 8100;  // the part that ends in between
+  Bytes rows(static_cast<std::size_t>(end - first) * 4001), mask;
+  ASSERT_TRUE(file.ReadImage(0, {0, first, 4001, end}, tqimage::kByte, rows.data()));
+  int maskCols = 0, maskRows = 0;
+  ASSERT_TRUE(TestPeer::GenOcclusion(
+      interior_, pose, sea.c_str(),
+      Rect{rect.minX, rect.maxY - (end - 1) * gsd, rect.maxX, rect.maxY - first * gsd}, gsd,
+      std::uint8_t{128}, mask, maskCols, maskRows));
+  ASSERT_EQ(maskCols, 4001);
+  ASSERT_EQ(maskRows, end - first);
+  int different = 0, byARow = 0, hidden = 0;
+  for (std::size_t i = 4001; i < mask.size(); ++i) {
+    different += mask[i] != rows[i] ? 1 : 0;
+    byARow += mask[i] != rows[i - 4001] ? 1 : 0;
+    hidden += mask[i] == 255 ? 1 : 0;
+  }
+  EXPECT_GT(hidden, 20000);
+  EXPECT_LT(4 * different, byARow);
 }
 
 struct TownScore {
