@@ -166,21 +166,6 @@ TEST(RayKernelTest, LanesLeaveStepsOnBordersToTheMarch) {
   EXPECT_GE(hidden, 7) << "one of the four cells holds the step";
 }
 
-// A wall of height 10 over columns [40, 41), the camera 30 high over column 100: a ray from the
-// ground at column c passes the wall's near side at 30 * (41 - c) / (100 - c), so the shadow ends
-// at column 10.5.
-TEST(RayKernelTest, AWallHidesWhatLiesInItsShadow) {
-  constexpr int kSize = 140;
-  tqDSM dsm = FlatSurface(kSize, kSize, 1);
-  for (int r = 0; r < kSize; ++r) dsm.heights[static_cast<std::size_t>(r) * kSize + 40] = 10;
-  SetGrid(dsm, kSize, kSize, 1, -1);
-  const Bytes mask = Trace(dsm, {100, 70.25, 30});
-  for (int c = 0; c < kSize; ++c) {
-    if (c == 10 || c == 11) continue;  // where the sampling decides
-    EXPECT_EQ(mask[69 * kSize + c], c > 11 && c < 40 ? 255 : 0) << c;
-  }
-}
-
 // In single steps these marches would take a million steps for each of the cells.
 TEST(RayKernelTest, MarchesThatCannotEndAreAnsweredAtOnce) {
   tqDSM dsm = FlatSurface(60, 60, 0.25f);

@@ -118,25 +118,6 @@ TEST_F(DsmTest, FullResolutionCopiesTheCellsAndRegionsOutsideHoldNoDataOrFail) {
   }
 }
 
-TEST_F(DsmTest, LoadMaskedBlanksCellsOutsideTheMask) {
-  std::vector<std::uint8_t> mask(4 * 3, 1);
-  mask[0] = 0;
-  mask[11] = 0;
-  Write("mask.tif", tqimage::kByte, mask.data(), 4, 3);
-  tqDSM dsm;
-  ASSERT_TRUE(dsm.LoadMasked(dir_.File("dsm.tif"), dir_.File("mask.tif"), Centres(4, 5, 6, 8)));
-  EXPECT_EQ(dsm.cols, 4);
-  EXPECT_EQ(dsm.rows, 3);
-  EXPECT_EQ(dsm.heights,
-            (std::vector<float>{-9999, 46, 47, 48, 55, 56, 57, 58, 65, 66, 67, -9999}));
-  EXPECT_EQ(dsm.minZ, 46);
-  EXPECT_EQ(dsm.maxZ, 67);
-  EXPECT_FALSE(
-      tqDSM().LoadMasked(dir_.File("dsm.tif"), dir_.File("mask.tif"), Centres(4, 5, 6, 9)));
-  EXPECT_FALSE(tqDSM().LoadMasked(dir_.File("dsm.tif"), "missing", Centres(4, 5, 6, 8)));
-  EXPECT_FALSE(tqDSM().LoadMasked("missing", dir_.File("mask.tif"), Centres(4, 5, 6, 8)));
-}
-
 TEST_F(DsmTest, RescaleKeepsOriginAndBoxOfTheOldGrid) {
   tqDSM dsm;
   ASSERT_TRUE(dsm.Load(dir_.File("dsm.tif")));

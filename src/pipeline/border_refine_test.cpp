@@ -166,19 +166,6 @@ TEST_F(BorderRefineTest, AMissingMaskOrBorderMaskWritesNothing) {
       tqorkit::TqFSManager::SaveImageFile(colours.data(), 30, 30, 3, Path(), true, nullptr));
   EXPECT_FALSE(Job().RefineOcclusion(Path())) << "three bands";
   EXPECT_FALSE(WroteAnything());
-}
-
-// Cells a million times larger than the border mask's, or smaller, or so far away that no cell
-// number tells the place.
-TEST_F(BorderRefineTest, HopelessGeoreferencesAddNothingOrAreRefused) {
-  Raster borderMask(30, 30, 100, 200, 1);
-  borderMask.cells.assign(borderMask.cells.size(), 200);
-  borderMask.Save(BorderMaskPath());
-  for (const Raster& mask : {Raster(30, 30, 100, 200, 1e-6), Raster(30, 30, 1e300, 200, 1),
-                             Raster(30, 30, 100, -1e12, 1)}) {
-    ASSERT_TRUE(Refine(mask)) << mask.x << " " << mask.y << " " << mask.cell;
-    EXPECT_EQ(Load(RefinedMaskName(Path()), mask), Bytes(900, 0));
-  }
   EXPECT_FALSE(Refine(Raster(30, 30, 100, 200, 1e4))) << "a region of 9e10 cells";
 }
 

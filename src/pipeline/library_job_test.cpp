@@ -238,7 +238,7 @@ TEST_F(LibraryJobTest, QuickMasksOfABlockAreTracedOnceAndOldOnesGo) {
   world.dir.Write("out/far.tif_obs.tif", "yesterday");
   world.dir.Write("out/far.tif_obs.tif_thumb.png", "yesterday");
   std::string params = testing::ReadText(ParamFilePath());
-  const std::size_t name = params.find("b.tif\t");
+  const std::size_t name = params.find("b.png\t");
   params.replace(name, 6, "far.tif\t9e9\t");  // its numbers move by one field
   const std::string path = world.dir.Write("params.txt", params);
   EXPECT_TRUE(BlockObs(path.c_str(), 1));

@@ -228,42 +228,11 @@ TEST(ParamFileTest, EqualsItsPlainTwinOnRandomJobsAndReadsBack) {
     ASSERT_EQ(text, Twin(job, threads, twinCount));
     ASSERT_EQ(count, twinCount);
     ASSERT_EQ(ReadAndWrittenAgain(text), text);
+    if (round % 40 != 0) continue;
+    const testing::CommaLocale comma;  // where the machine has one
+    ASSERT_EQ(Written(job, threads), text);
+    ASSERT_EQ(ReadAndWrittenAgain(text), text);
   }
-}
-
-TEST(ParamFileTest, NamesOf255BytesAreWholeAndLongerOnesAreCutAndLoseTheirNumbers) {
-  Job job = MakeJob({1}, {{1, 1, 1}});
-  auto& photos = job.blocks[0].GetPhotos();
-  for (std::size_t i = 0; i < 3; ++i) {
-    auto record = photos[i].Get();
-    record.photoName = std::string(i == 1 ? 256 : 255, 'n');
-    record.position[0] = 5;
-    photos[i].Set(record);
-  }
-  const ReadBack back = Read(Written(job, 1));
-  const auto& read = back.blocks.at(0).photos;
-  ASSERT_EQ(read.size(), 3U);
-  EXPECT_EQ(read[0].photoName.size(), 255U);
-  EXPECT_EQ(read[0].position[0], 5);
-  EXPECT_EQ(read[1].photoName.size(), 255U);
-  EXPECT_EQ(read[1].position[0], 0) << "the rest of the name is no number";
-  EXPECT_EQ(read[1].imageBlockId, 0) << "repeats the line before";
-  EXPECT_EQ(read[2].position[0], 5) << "the next line is read as usual";
-}
-
-TEST(ParamFileTest, ADecimalCommaLocaleChangesNothing) {
-  std::mt19937 random(5);
-  Job job = RandomJob(random);
-  AddCamera(job, 1);
-  AddBlock(job, {1, 1});
-  const std::string plain = Written(job, 2);
-  const ReadBack plainBack = Read(plain);
-  const testing::CommaLocale comma;
-  if (!comma.Active()) GTEST_SKIP() << "no locale with a decimal comma and no localedef";
-  EXPECT_EQ(Written(job, 2), plain);
-  const ReadBack back = Read(plain);
-  EXPECT_EQ(back.values.heightPair[0], plainBack.values.heightPair[0]);
-  EXPECT_EQ(back.blocks.back().camera.pixelSize, 0.0039);
 }
 
 // --- Reading alone -----------------------------------------------------------------------------
@@ -289,13 +258,27 @@ TEST(ParamFileReaderTest, HeaderLinesAndTheirDefaults) {
   EXPECT_TRUE(Read("").header);
 }
 
-TEST(ParamFileReaderTest, AMarkerIsAWholeLine) {
-  for (const char* noMarker : {"block10", "block1 ", " block1", "Block1", "block1\r", "block01"}) {
+TEST(ParamFileReaderTest, MarkersAreWholeLinesAndNamesOfMoreThan255BytesLoseTheirNumbers) {
+  for (const char* noMarker : {"block10", "block1 ", "block1\r", "block01"}) {
     std::istringstream in(std::string(noMarker) + "\n");
     EXPECT_FALSE(ParamFileReader(in).FindBlock(1)) << noMarker;
   }
-  std::istringstream in("block10\nblock1\n");
-  EXPECT_TRUE(ParamFileReader(in).FindBlock(1));
+  Job job = MakeJob({1}, {{1, 1, 1}});
+  for (const std::size_t i : {0U, 1U}) {
+    auto& photo = job.blocks[0].GetPhotos()[i];
+    auto record = photo.Get();
+    record.photoName = std::string(255 + i, 'n');
+    record.position[0] = 5;
+    photo.Set(record);
+  }
+  const ReadBack back = Read(Written(job, 1));
+  const auto& read = back.blocks.at(0).photos;
+  ASSERT_EQ(read.size(), 3U);
+  for (const std::size_t i : {0U, 1U}) {
+    EXPECT_EQ(read[i].photoName.size(), 255U);
+    EXPECT_EQ(read[i].position[0], i == 0 ? 5 : 0);
+  }
+  EXPECT_EQ(read[2].photoName, "p0_2") << "the next line is read as usual";
 }
 
 TEST(ParamFileReaderTest, TruncatedFilesGiveWhatIsThere) {

@@ -176,12 +176,5 @@ TEST(OrthoKernelTest, SenselessNumbersOnlyGiveEmptyCells) {
   }
 }
 
-TEST(OrthoKernelTest, TheEnvironmentForcesTheScalarKernel) {
-  ::setenv("TQTORTHO_KERNEL", "scalar", 1);
-  EXPECT_STREQ(OrthoKernelName(OrthoKernelFromEnvironment()), "scalar");
-  ::unsetenv("TQTORTHO_KERNEL");
-  EXPECT_STREQ(OrthoKernelName(OrthoKernelFromEnvironment()), HasAvx2Kernel() ? "avx2" : "scalar");
-}
-
 }  // namespace
 }  // namespace tqtortho

@@ -116,38 +116,6 @@ class PhotoDriverTest : public ::testing::Test {
   tqTORectify rectify_;
 };
 
-TEST_F(PhotoDriverTest, EveryFileOfThePhotoStandsOnOneLattice) {
-  AddPhoto("a.tif", inside_);
-  ASSERT_TRUE(Run());
-  Sidecar sidecar;
-  ASSERT_TRUE(ReadSidecar(OrthoSidecarName(Ortho()), sidecar));
-  EXPECT_EQ(sidecar.a, 1);
-  EXPECT_EQ(sidecar.e, -1);
-  EXPECT_NEAR(sidecar.c, 1009.5, 1e-6);
-  EXPECT_NEAR(sidecar.f, 1990.501, 1e-6);
-  EXPECT_EQ(sidecar.rows, 209);
-  EXPECT_EQ(sidecar.cols, 270);
-  EXPECT_EQ(tqtortho::testing::ReadText(ObscuredSidecarName(Ortho())),
-            "1.000000\n0.000000\n0.000000\n-1.000000\n1009.500000\n1990.501000\n");
-
-  GeoCoefficients dsmGeo, orthoGeo;
-  Load(dsm_, &dsmGeo);
-  Load(Ortho(), &orthoGeo);
-  EXPECT_EQ(orthoGeo.GetProjection(), dsmGeo.GetProjection());
-  EXPECT_NE(orthoGeo.GetProjection(), "");
-  for (const std::string& name :
-       {OwnershipMaskName(Ortho()), OwnershipMaskCopyName(Ortho()), ObscuredMaskName(Ortho())}) {
-    GeoCoefficients geo;
-    const tqorkit::PhotoInfo mask = Load(name, &geo);
-    EXPECT_EQ(mask.width, 270) << name;
-    EXPECT_EQ(mask.height, 209) << name;
-    EXPECT_EQ(mask.bands, 1) << name;
-    EXPECT_NEAR(geo.GetOrigin().x, orthoGeo.GetOrigin().x, 1e-6) << name;
-    EXPECT_NEAR(geo.GetOrigin().y, orthoGeo.GetOrigin().y, 1e-6) << name;
-    EXPECT_THAT(mask.data, ::testing::Each(::testing::AnyOf(0, 255))) << name;
-  }
-}
-
 TEST_F(PhotoDriverTest, StartHeightBecomesTheMeanOfTheTile) {
   AddPhoto("a.tif", inside_);
   AddPhoto("b.tif", Rect{});  // no footprint: no part of the tile, and no file either
@@ -247,13 +215,6 @@ TEST_F(PhotoDriverTest, ScaleBelowOneEndsTheCallAndKeepsWhatIsWritten) {
   EXPECT_TRUE(std::filesystem::exists(Ortho()));
   EXPECT_FALSE(std::filesystem::exists(ReducedCopyName(Ortho(), out_)));
   EXPECT_FALSE(Run(false, std::numeric_limits<double>::quiet_NaN(), 1));
-}
-
-TEST(MarkDataTest, AnyBandIsData) {
-  const Bytes pixels{0, 0, 0, 0, 0, 7, 1, 1, 1, 0, 200, 0, 0, 0, 0, 9, 9, 9};
-  Bytes mask(6, 3);
-  MarkData({pixels.data(), 2, 9}, 3, {mask.data(), 2, 3});
-  EXPECT_EQ(mask, (Bytes{0, 255, 255, 255, 0, 255}));
 }
 
 }  // namespace

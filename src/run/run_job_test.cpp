@@ -24,7 +24,8 @@ using Ask = std::function<void(RunOptions&)>;
 
 class RunJobTest : public ::testing::Test {
  protected:
-  RunReport Run(const std::string& out, const Ask& ask = {}, QuietObserver* watcher = nullptr) {
+  RunReport Run(const std::string& out, const Ask& ask = {}, QuietObserver* watcher = nullptr,
+                RunStatus status = RunStatus::kDone) {
     std::vector<std::string> problems;
     const auto survey = ReadSurvey(world.Cameras(), world.Photos(), problems);
     RunOptions options;
@@ -37,8 +38,7 @@ class RunJobTest : public ::testing::Test {
     QuietObserver quiet;
     RunReport report;
     std::string error;
-    EXPECT_EQ(RunJob(*survey, options, watcher ? *watcher : quiet, report, error), RunStatus::kDone)
-        << error;
+    EXPECT_EQ(RunJob(*survey, options, watcher ? *watcher : quiet, report, error), status) << error;
     return report;
   }
   static tqorkit::PhotoInfo Load(const std::string& path, tqimage::GeoCoefficients* geo = nullptr) {
@@ -134,6 +134,11 @@ TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
   const auto nothing = [](const BoxWorld&) {};
   for (const Change& change :
        {Change{"nothing", nothing, {}},
+        Change{"a lossy mosaic", nothing,
+               [](RunOptions& o) {
+                 o.format.compression = "jpeg";
+                 o.format.jpegQuality = 60;
+               }},
         Change{"another finish", nothing, [](RunOptions& o) { o.finish = Finish::kMark; }},
         Change{"other bands", nothing,
                [](RunOptions& o) {
@@ -143,11 +148,6 @@ TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
         Change{"the z-buffer's masks", nothing,
                [](RunOptions& o) { o.occlusion = Occlusion::kDepth; }},
         Change{"upright walls", nothing, [](RunOptions& o) { o.walls = Walls::kSurface; }},
-        Change{"a lossy mosaic", nothing,
-               [](RunOptions& o) {
-                 o.format.compression = "jpeg";
-                 o.format.jpegQuality = 60;
-               }},
         // A raster of the same size and name, written again.
         Change{"another surface", [](const BoxWorld& w) { w.WriteDsm(-32767, 0.5); }, {}},
         Change{"another photo",
@@ -165,10 +165,29 @@ TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
     const auto found = Products("job"), wanted = Products("fresh");
     EXPECT_EQ(found.size(), wanted.size());
     for (const auto& [name, cells] : wanted) EXPECT_TRUE(found.at(name) == cells) << name;
-    if (change.name == std::string("nothing")) {
-      EXPECT_EQ(watcher.stages.count("views"), 0U) << "the mosaic is kept";
+    const bool lossy = change.name == std::string("a lossy mosaic");
+    if (lossy || change.name == std::string("nothing")) {
+      EXPECT_EQ(watcher.stages.count("views"), 0U) << "no choice is made again";
+      EXPECT_EQ(watcher.stages.count("compress"), lossy ? 1U : 0U);
     }
   }
+}
+
+TEST_F(RunJobTest, TheOldMosaicStaysUntilTheNewOneIsWhole) {
+  Run("job");
+  const std::string path = world.dir.File("job/mosaic.tif");
+  const std::string before = tqtortho::testing::ReadText(path);
+  const Ask jpeg = [](RunOptions& options) { options.format.compression = "jpeg"; };
+  QuietObserver stopped;
+  stopped.stopAt = "compress";
+  Run("job", jpeg, &stopped, RunStatus::kInterrupted);
+  EXPECT_TRUE(tqtortho::testing::ReadText(path) == before);
+  // What the texture file was is not known any more: the mosaic is made from the orthos.
+  fs::remove(world.dir.File("job/work/tmp/ot/textures.tif"));
+  QuietObserver whole;
+  Run("job", jpeg, &whole);
+  EXPECT_EQ(whole.stages.count("views"), 1U);
+  EXPECT_FALSE(tqtortho::testing::ReadText(path) == before);
 }
 
 }  // namespace

@@ -122,48 +122,9 @@ TEST(MosaicGridTest, DamagedParameterFilesFail) {
     EXPECT_TRUE(job.GetGlobalGeoInfoFromFile(job.rect, job.resolution, nullptr, &job.stripRects));
     EXPECT_FALSE(job.PlaceMosaic(nullptr, nullptr)) << resolution;
   }
-  job.WriteParams("1.0", "0.000000");
-  EXPECT_FALSE(job.ImageRegionPartition(regions, 0, byRegion));
   std::filesystem::remove(ParamFilePath());
   EXPECT_FALSE(job.Strips());
   EXPECT_FALSE(job.ImageRegionPartition(regions, 0, byRegion));
-}
-
-TEST(MosaicGridTest, AGridHasACellOnEveryCornerOfItsRectangle) {
-  for (const double resolution : {0.25, 0.1, 0.05, 3.7}) {
-    for (const int last : {1, 7, 4989, 60000}) {
-      Job job({{352345.25, 5412345.75, 352345.25 + last * resolution,
-                5412345.75 + (last + 2) * resolution}},
-              resolution);
-      ASSERT_TRUE(job.PlaceMosaic(nullptr, nullptr));
-      EXPECT_EQ(job.GetGlobalWidth(), last + 1) << resolution;
-      EXPECT_EQ(job.GetGlobalHeight(), last + 3) << resolution;
-      const auto geo = job.GetGeoCoeff();
-      EXPECT_EQ(geo.GetWidth(), last + 1);
-      EXPECT_EQ(geo.GetHeight(), last + 3);
-      EXPECT_EQ(geo.GetOrigin(),
-                (tqfd::Point2_T<double>{job.globalRect.minX, job.globalRect.maxY}));
-      EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{resolution, -resolution}));
-    }
-  }
-}
-
-TEST(MosaicGridTest, RegionsFitAGigabyteOfColour) {
-  struct Case {
-    std::int64_t rows, cols, perRegion, count;
-  };
-  for (const Case& c : {Case{1'000'000, 3000, 111'111, 9},
-                        {111'110, 3000, 111'111, 1},
-                        {111'111, 3000, 111'111, 1},
-                        {222'221, 3000, 111'111, 1},
-                        {222'222, 3000, 111'111, 2},
-                        {0, 3000, 111'111, 0},
-                        {5, 2'000'000'000, 1, 5},
-                        {60'000, 60'000, 5555, 10}}) {
-    const RegionPlan plan = PlanRegions(c.rows, c.cols);
-    EXPECT_EQ(plan.rowsPerRegion, c.perRegion) << c.cols;
-    EXPECT_EQ(plan.count, c.count) << c.rows << " x " << c.cols;
-  }
 }
 
 // 3,000 columns with the margin of ten, and 1,000,000 rows.

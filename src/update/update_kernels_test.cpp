@@ -8,54 +8,14 @@
 #include <random>
 
 #include "update/feather_blend.h"
-#include "update/mark_occluded.h"
-#include "update/ownership_mask.h"
 
 namespace tqtortho {
 namespace {
 
-using ::testing::Each;
-using ::testing::ElementsAre;
 using Bytes = std::vector<std::uint8_t>;
 
 GridView<const std::uint8_t> View(const Bytes& cells, int rows, int cols) {
   return {cells.data(), rows, cols};
-}
-
-// Literal twin: the largest of nine cells, then the mean at the stretched position.
-TEST(OwnershipMaskTest, SavedMaskIsDilatedAndStretchedByOneCell) {
-  constexpr int kRows = 9, kCols = 12;
-  std::mt19937 random(3);
-  Bytes mask(kRows * kCols);
-  for (auto& cell : mask) cell = random() % 8 == 0 ? 255 : 0;
-  Bytes dilated(mask.size());
-  for (int r = 0; r < kRows; ++r) {
-    for (int c = 0; c < kCols; ++c) {
-      for (int y = std::max(r - 1, 0); y <= std::min(r + 1, kRows - 1); ++y) {
-        for (int x = std::max(c - 1, 0); x <= std::min(c + 1, kCols - 1); ++x) {
-          auto& cell = dilated[r * kCols + c];
-          cell = std::max(cell, mask[y * kCols + x]);
-        }
-      }
-    }
-  }
-  const Bytes grown = GrowOwnership(View(mask, kRows, kCols));
-  ASSERT_EQ(grown.size(), (kRows + 1) * (kCols + 1));
-  for (int r = 0; r <= kRows; ++r) {
-    for (int c = 0; c <= kCols; ++c) {
-      const double y = std::clamp((r + 0.5) * kRows / (kRows + 1) - 0.5, 0.0, kRows - 1.0);
-      const double x = std::clamp((c + 0.5) * kCols / (kCols + 1) - 0.5, 0.0, kCols - 1.0);
-      const int y0 = std::min(static_cast<int>(y), kRows - 2);
-      const int x0 = std::min(static_cast<int>(x), kCols - 2);
-      const auto at = [&](int row, int col) {
-        return static_cast<double>(dilated[row * kCols + col]);
-      };
-      const double mean =
-          (1 - (y - y0)) * ((1 - (x - x0)) * at(y0, x0) + (x - x0) * at(y0, x0 + 1)) +
-          (y - y0) * ((1 - (x - x0)) * at(y0 + 1, x0) + (x - x0) * at(y0 + 1, x0 + 1));
-      EXPECT_NEAR(grown[r * (kCols + 1) + c], mean, 1.0) << r << " " << c;
-    }
-  }
 }
 
 TEST(KeptShareTest, HiddenCellsKeepNothingAndTheSeamIsSoft) {
@@ -134,30 +94,6 @@ TEST(BlendTextureTest, PassesAndBlendEqualTheirPlainForm) {
                  {texture.data(), kRows, kCols, texBands}, {ortho.data(), kRows, kCols, bands});
     EXPECT_EQ(ortho, o) << texBands << " " << bands;
     EXPECT_EQ(texture, t);
-  }
-}
-
-TEST(MarkOccludedTest, TheMaskIsIndexedByItsOwnWidth) {
-  struct Case {
-    const char* name;
-    Bytes mask;
-    int maskCols;
-    Bytes hidden;
-    Bytes expected;  // of a 2 x 3 ortho of ones
-  };
-  const Case cases[] = {
-      {"same size", {1, 0, 255, 255, 255, 255}, 3, {0, 0, 0, 255, 254, 0}, {1, 0, 1, 0, 1, 1}},
-      {"wider by one", {9, 9, 9, 0, 9, 9, 9, 0}, 4, Bytes(6, 0), {1, 1, 1, 1, 1, 1}},
-      {"narrower", {9, 9, 0, 9}, 2, Bytes(6, 0), {1, 1, 0, 0, 1, 0}},
-      {"no mask cells", {}, 0, Bytes(6, 0), {0, 0, 0, 0, 0, 0}},
-      {"short hidden cells", Bytes(6, 255), 3, {255}, {0, 1, 1, 1, 1, 1}},
-      {"all hidden", Bytes(6, 255), 3, Bytes(6, 255), Bytes(6, 0)},
-  };
-  for (const Case& c : cases) {
-    Bytes ortho(6 * 4, 1), expected;
-    for (const std::uint8_t cell : c.expected) expected.insert(expected.end(), 4, cell);
-    MarkOccluded(c.mask, c.maskCols, c.hidden, 2, 3, 4, ortho.data());
-    EXPECT_EQ(ortho, expected) << c.name;
   }
 }
 
