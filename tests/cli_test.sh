@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# The command as people and scripts meet it: good runs, bad input with its one line and exit status,
-# interruption, and what is left on disk.
+# The command as people and scripts meet it: good runs and what they leave on disk. Bad input stands in
+# tests/bad_inputs, interruption in stop_test.py and resume_test.sh.
 # shellcheck disable=SC2016,SC2001,SC2012,SC2010
 set -uo pipefail
 tqtortho=$1
@@ -87,34 +87,11 @@ expect 2 "no/where: is not there" "$tqtortho" info --project no/where
 expect 2 "give it with --crs EPSG:n, and with --offset" run --project model --out x
 expect 2 "is not E,N or E,N,H" run --colmap model --crs EPSG:32633 --offset 1 --out x
 expect 2 "no such file in" "$tqtortho" import --colmap model --crs EPSG:32633 --offset -5,3 --out x
-expect 2 "each name a survey" run --odm town --colmap model --out x
 expect 2 "is of no use with --cameras" run "${lists[@]}" --images town --out x
 expect 2 "--frame is of no use with --cameras" run "${lists[@]}" --frame local --out x
 expect 2 "has no use for --frame" run --project town --frame grid --out x
-expect 2 "go together" "$tqtortho" info --photos town/photos.txt
-expect 2 "is there and no list of an import" "$tqtortho" import --project town --out model
-expect 2 "no/such.tif" run --dsm no/such.tif --cameras town/cameras.txt --photos town/photos.txt --out x
-expect 2 "no/such.txt" run --dsm town/dsm.tif --cameras no/such.txt --photos town/photos.txt --out x
-expect 2 "--out" run "${lists[@]}"
-expect 2 "nonsense" "$tqtortho" nonsense
-head -c 2000 town/dsm.tif >cut.tif
-expect 2 "cut.tif" run --dsm cut.tif --cameras town/cameras.txt --photos town/photos.txt --out x
-awk 'NR==4 {sub(/ [^ ]+$/, "")} {print}' town/cameras.txt >cameras15.txt
-expect 2 "sixteen" run --dsm town/dsm.tif --cameras cameras15.txt --photos town/photos.txt --out x
-changed "77" 'NR==4 {$8=77}'
-changed "degrees" 'NR>3 {$5=3.5; $6=-2.25; $7=92.5}'
 changed "10 km" 'NR>3 {$2=$2+900000}'
-changed "below the surface" 'NR>3 {$4=-50}'
-changed "try --crs EPSG:4326" 'NR>3 {$2=15.0; $3=48.75}'
 changed "no photo shows any of the DSM" 'NR>3 {$2=$2+600}'
-expect 2 "cannot be written" run "${lists[@]}" --out /proc/nowhere
-expect 2 "a job leaves its parameter file" "$tqtortho" block --param none.txt --number 1
-expect 1 "block 99" "$tqtortho" block --param $state/ortho_data/orParam.txt --number 99
-expect 2 "a job leaves its parameter file" "$tqtortho" thumbnails --param none.txt --number 1
-expect 1 "block 99" "$tqtortho" thumbnails --param $state/ortho_data/orParam.txt --number 99
-expect 2 "no/such.tif" "$tqtortho" border --dsm no/such.tif --out m.tif
-expect 2 "--step" "$tqtortho" border --dsm town/dsm.tif --out m.tif --step 0
-expect 2 "minimum" "$tqtortho" trace --dsm town/dsm.tif --position 1,2,3 --rect 5,5,1,1 --gsd 1 --out m.tif
 
 # One truncated and one missing photo: named, the others done.
 cp -r town broken; head -c 3000 "town/photos/$first" >"broken/photos/$first"
@@ -142,18 +119,6 @@ if command -v ogrinfo >/dev/null; then
   check 'awk "BEGIN {d = $(sum json area_m2 regions) / $(said gsd) ^ 2 - $(said seen); exit !(d * d < 0.25)}"'
   check 'awk "BEGIN {d = $(sum json supplied_pct footprints) - 100; exit !(d * d < 1e-6)}"'
 fi
-
-# Killed at some moment: no half file under a final name, and the next run succeeds.
-for pause in 0.05 0.15 0.3; do
-  rm -rf killed
-  "$tqtortho" run "${lists[@]}" --out killed --quiet >/dev/null 2>&1 & pid=$!
-  sleep "$pause"; kill -9 $pid 2>/dev/null; wait $pid 2>/dev/null
-  expect 0 "3 of 3 photos done" run "${lists[@]}" --out killed --threads 2 --quiet
-  check 'cmp -s killed/mosaic.tif out/mosaic.tif'
-done
-"$tqtortho" run "${lists[@]}" --out stopped >/dev/null 2>&1 & pid=$!
-sleep 0.2; kill -INT $pid 2>/dev/null; wait $pid; status=$?
-check "[ $status -eq 130 ] || [ $status -eq 0 ]"
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -14,6 +14,7 @@
 #include "score/patch_registration.h"
 #include "score/score.h"
 #include "survey/survey_reader.h"
+#include "testing/quiet_observer.h"
 #include "testing/temp_dir.h"
 #include "testing/town_data.h"
 #include "town/sample_town.h"
@@ -25,20 +26,7 @@ namespace {
 using ::tqtortho::testing::SharedData;
 using ::tqtortho::testing::TempDir;
 
-class QuietObserver : public RunObserver {
- public:
-  void BeginStage(const std::string& name) override { stage = name; }
-  void Progress(double percent) override {
-    stop = stop || (stopsWhileRectifying && percent >= 1 && stage == "rectify");
-  }
-  void EndStage(double) override {}
-  void Warn(const std::string&) override {}
-  bool StopRequested() override { return stop; }
-
-  bool stopsWhileRectifying = false;
-  bool stop = false;
-  std::string stage;
-};
+using ::tqtortho::testing::QuietObserver;
 
 struct TownJob {
   TempDir dir;
@@ -91,13 +79,6 @@ TEST_P(TownJobTest, OrthosLieOnTheTruthAndMasksFollowTrueVisibility) {
 }
 
 INSTANTIATE_TEST_SUITE_P(LensModels, TownJobTest, ::testing::Values(0, 1, 3));
-
-TEST(RunJobTest, AStopDuringRectificationEndsTheJob) {
-  QuietObserver observer;
-  observer.stopsWhileRectifying = true;
-  TownJob job(0, observer);
-  EXPECT_EQ(job.status, RunStatus::kInterrupted);
-}
 
 /// Displacement of `b` against `a` on textured patches where both have data, in cells.
 std::vector<double> Displacements(const cv::Mat& a, const cv::Mat& b, const cv::Mat& usable) {

@@ -11,11 +11,13 @@ import json
 import os
 import pathlib
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
 import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "bad_inputs"))
+from rasters import tiff  # noqa: E402
 
 LIMIT = float(os.environ.get("TQTORTHO_STOP_SECONDS", "2"))
 TQTORTHO = os.path.abspath(sys.argv[1])
@@ -32,29 +34,7 @@ def check(good, text):
 
 def write_sparse(path, cols, rows):
     """A GeoTIFF of heights without a single tile: kilobytes that claim any number of cells."""
-    side, cell = 512, 0.5
-    tiles = -(-cols // side) * -(-rows // side)
-    tags = [(256, "I", [cols]), (257, "I", [rows]), (258, "H", [32]), (259, "H", [1]), (262, "H", [1]),
-            (277, "H", [1]), (322, "H", [side]), (323, "H", [side]), (324, None, tiles),
-            (325, None, tiles), (339, "H", [3]), (33550, "d", [cell, cell, 0.0]),
-            (33922, "d", [0, 0, 0, 500000.0, 5400000.0, 0]),
-            (34735, "H", [1, 1, 0, 3, 1024, 0, 1, 1, 1025, 0, 1, 1, 3072, 0, 1, 32633])]
-    start = 8 + 2 + 12 * len(tags) + 4
-    values = {tag: struct.pack(f"<{len(v)}{kind}", *v) for tag, kind, v in tags if kind}
-    extra = b"".join(v for v in values.values() if len(v) > 4)
-    holes, at, out = start + len(extra), start, struct.pack("<2sHIH", b"II", 42, 8, len(tags))
-    for tag, kind, v in tags:
-        if kind is None:
-            out += struct.pack("<HHII", tag, 4, v, holes)
-            holes += 4 * v
-            continue
-        raw = values[tag]
-        place = raw.ljust(4, b"\0") if len(raw) <= 4 else struct.pack("<I", at)
-        at += len(raw) if len(raw) > 4 else 0
-        out += struct.pack("<HHI", tag, {"I": 4, "H": 3, "d": 12}[kind], len(v)) + place
-    with open(path, "wb") as file:
-        file.write(out + b"\0" * 4 + extra)
-        file.truncate(holes)
+    pathlib.Path(path).write_bytes(tiff(cols, rows, cell=0.5, north=5400000.0, sparse=True))
 
 
 def leftovers(root="."):

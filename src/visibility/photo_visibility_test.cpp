@@ -7,11 +7,13 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "geo/Crs.h"
+#include "pipeline/job_inputs.h"
 #include "testing/photo_records.h"
 #include "testing/raster_file.h"
 #include "testing/temp_dir.h"
@@ -162,48 +164,25 @@ struct TownScore {
 
 /// All masks of a town against its true visibility, pooled over the cells in the frame.
 TownScore ScoreTown(const std::string& town) {
-  std::ifstream cameras(town + "/cameras.txt");
-  std::string skip;
-  tqorkit::tqIntOri::INTORI camera;
-  double sensor = 0, sensorHeight = 0, principalX = 0, principalY = 0;
-  int count = 0;
-  cameras >> count >> camera.cameraId;
-  std::getline(cameras, skip);
-  std::getline(cameras, skip);
-  cameras >> camera.imageWidth >> camera.imageHeight >> camera.focalLength >> sensor >>
-      sensorHeight >> principalX >> principalY >> camera.distortionModel;
-  for (double& c : camera.coefficients) cameras >> c;
-  camera.pixelSize = sensor / camera.imageWidth;
-  camera.offsetX = (principalX - 0.5 * camera.imageWidth) * camera.pixelSize;
-  camera.offsetY = (principalY - 0.5 * camera.imageHeight) * camera.pixelSize;
-  tqorkit::tqIntOri interior;
-  interior.Set(camera);
-
+  std::map<int, tqorkit::tqIntOri> cameras;
+  std::vector<tqorkit::tqPhotoCategory> blocks;
+  std::ifstream cameraFile(town + "/cameras.txt"), photoFile(town + "/photos.txt");
+  ReadCameras(cameraFile, cameras);
+  ReadPhotoList(photoFile, 0, blocks);
   double both = 0, mine = 0, theirs = 0, cells = 0, frameSame = 0;
-  int blocks = 0;
-  std::ifstream photos(town + "/photos.txt");
-  photos >> blocks;
-  for (int block = 0; block < blocks; ++block) {
-    int photoCount = 0;
-    photos >> photoCount >> skip;
-    for (int i = 0; i < photoCount; ++i) {
-      tqorkit::tqExtOri::EXTORI pose;
-      photos >> pose.photoName;
-      for (double& value : pose.position) photos >> value;
-      photos >> pose.cameraId;
-      tqorkit::tqExtOri exterior;
-      exterior.Set(pose);
-      const std::string stem = pose.photoName.substr(0, pose.photoName.rfind('.'));
+  for (const auto& block : blocks) {
+    for (const auto& photo : block.GetPhotos()) {
+      const std::string stem = photo.GetPhotoName().substr(0, photo.GetPhotoName().rfind('.'));
       tqorkit::PhotoInfo truth;
       GeoCoefficients at;
       EXPECT_TRUE(TqImage::QuickReadImage(town + "/truth_vis/" + stem + ".tif", truth, &at));
       const auto last = at.Raster2World(truth.width - 1, truth.height - 1);
       Bytes mask;
       int cols = 0, rows = 0;
-      EXPECT_TRUE(TestPeer::GenOcclusion(interior, exterior, (town + "/dsm.tif").c_str(),
-                                         Rect{at.GetOrigin().x, last.y, last.x, at.GetOrigin().y},
-                                         at.GetResolution().x, std::uint8_t{128}, mask, cols,
-                                         rows));
+      EXPECT_TRUE(TestPeer::GenOcclusion(
+          cameras.at(photo.GetCameraId()), photo, (town + "/dsm.tif").c_str(),
+          Rect{at.GetOrigin().x, last.y, last.x, at.GetOrigin().y}, at.GetResolution().x,
+          std::uint8_t{128}, mask, cols, rows));
       if (mask.size() != truth.data.size()) return {};
       for (std::size_t k = 0; k < mask.size(); ++k) {
         cells += 1;

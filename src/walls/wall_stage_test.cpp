@@ -7,14 +7,13 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "mosaic/measured_cell.h"
+#include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqimage/TqImage.h"
 #include "walls/half_cells.h"
@@ -29,22 +28,13 @@ bool Always(double) { return true; }
 
 void WriteDsm(const std::string& path, int rows, int cols, const Height& height) {
   std::vector<float> cells;
-  for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < cols; ++c) cells.push_back(static_cast<float>(height(r, c)));
+  for (int i = 0; i < rows * cols; ++i) {
+    cells.push_back(static_cast<float>(height(i / cols, i % cols)));
   }
-  const double transform[6] = {100, 0.5, 0, 900, 0, -0.5};
-  TqImage image;
-  ASSERT_TRUE(image.Create(path, cols, rows, 1, tqimage::kFloat32, tqimage::kGeoTiff, true) &&
-              image.SetGeoCoefficients(tqimage::GeoCoefficients(transform, cols, rows)) &&
-              image.SetNoDataValue(0, -9999) &&
-              image.WriteImage(0, {0, 0, cols, rows}, tqimage::kFloat32, cells.data()) &&
-              image.Close());
+  ASSERT_TRUE(testing::WriteHeights(path, cells.data(), cols, rows, {100, 900, 0.5, ""}));
 }
 
-std::string Bytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
+std::string Bytes(const std::string& path) { return testing::ReadText(path); }
 
 Survey PhotosThatSeeNothing() {
   Survey survey;
@@ -148,23 +138,18 @@ TEST(SharpenWallsTest, GivesTheSameBytesWithAnyNumberOfThreads) {
     EXPECT_EQ(bytes, first) << threads << " threads";
   }
   omp_set_num_threads(before);
-}
-
-TEST(SharpenWallsTest, KeepTouchesNothingAndAStopLeavesTheSurface) {
-  testing::TempDir dir;
+  // Keeping touches nothing, and a stop leaves the surface as it is.
   const std::string path = dir.File("dsm.tif");
   WriteDsm(path, 120, 140, Blocks);
   const std::string bytes = Bytes(path);
   WallReport report;
   std::string error;
-  EXPECT_TRUE(SharpenWalls({}, path, dir.File("walls.tif"), Walls::kKeep, Always, report, error));
-  EXPECT_EQ(Bytes(path), bytes);
+  EXPECT_TRUE(SharpenWalls({}, path, dir.File("w.tif"), Walls::kKeep, Always, report, error));
   EXPECT_FALSE(SharpenWalls(
-      {}, path, dir.File("walls.tif"), Walls::kPhotos, [](double) { return false; }, report,
-      error));
+      {}, path, dir.File("w.tif"), Walls::kPhotos, [](double) { return false; }, report, error));
   EXPECT_FALSE(error.empty());
   EXPECT_EQ(Bytes(path), bytes);
-  EXPECT_FALSE(std::filesystem::exists(dir.File("walls.tif")));
+  EXPECT_FALSE(std::filesystem::exists(dir.File("w.tif")));
 }
 
 // The raster of origins stays on the measured cells; its reader must not take half cells for them.
