@@ -4,24 +4,42 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <map>
+
+#include "mosaic/tone_scale.h"
 
 namespace tqtortho {
 namespace {
 
 constexpr int kRobustRounds = 4;
 constexpr int kMostSteps = 300;
-/// Log differences beyond this are doubted.
-constexpr double kDoubtful = 0.04;
+/// Differences of tone beyond this are doubted.
+constexpr double kDoubtful = 0.06;
 /// Vignettes of real lenses stay within this; the prior on their terms is 1 over its square.
 constexpr double kVignetteSize = 1.0;
+/// Weight of "contrasts add up to none", in blocks.
+constexpr double kGauge = 100;
+/// No photo is adjusted by more than this, whatever it shares with others.
+constexpr double kMostBrightness = 1.5;
+constexpr double kMostContrast = 0.6;
+
+/// The scales that are tried, the plain one first: another must be better by a hundredth.
+constexpr std::array<double, 4> kShoulders = {16, 4, 2, 1};
+constexpr double kClearlyBetter = 0.99;
+/// Comparisons by which the scale is chosen.
+constexpr std::size_t kTrialComparisons = 20'000;
+
+/// A block as one photo sees it.
+struct Look {
+  std::uint32_t photo;
+  float r2;  ///< square of the radius
+  std::array<float, 3> value;
+};
 
 /// One block as two photos see it.
 struct Comparison {
-  std::uint32_t first;
-  std::uint32_t second;
-  std::array<float, 3> difference;  // log first - log second
-  float r2First;
-  float r2Second;
+  Look first;
+  Look second;
 };
 
 struct Entry {
@@ -29,6 +47,16 @@ struct Entry {
   std::uint32_t photo;
   const ColourSample* sample;
 };
+
+Look LookOf(const Entry& entry) {
+  Look look{entry.photo, 0, {}};
+  const double radius = entry.sample->radius / 65535.0;
+  look.r2 = static_cast<float>(radius * radius);
+  for (std::size_t band = 0; band < 3; ++band) {
+    look.value[band] = static_cast<float>(entry.sample->mean[band]) / 256;
+  }
+  return look;
+}
 
 /// Every block's photos compared in turn, each with the next and the last with the first.
 std::vector<Comparison> Compare(const std::vector<PhotoColours>& photos, std::size_t most) {
@@ -49,97 +77,106 @@ std::vector<Comparison> Compare(const std::vector<PhotoColours>& photos, std::si
     const std::size_t count = end - begin;
     if (count < 2 || blocks++ % every != 0) continue;
     for (std::size_t i = 0; i < (count == 2 ? 1 : count); ++i) {
-      const Entry& a = entries[begin + i];
-      const Entry& b = entries[begin + (i + 1) % count];
-      Comparison c{a.photo, b.photo, {}, 0, 0};
-      for (int band = 0; band < 3; ++band) {
-        c.difference[band] = static_cast<float>(std::log(
-            static_cast<double>(a.sample->mean[band]) / static_cast<double>(b.sample->mean[band])));
-      }
-      const double ra = a.sample->radius / 65535.0;
-      const double rb = b.sample->radius / 65535.0;
-      c.r2First = static_cast<float>(ra * ra);
-      c.r2Second = static_cast<float>(rb * rb);
-      comparisons.push_back(c);
+      comparisons.push_back({LookOf(entries[begin + i]), LookOf(entries[begin + (i + 1) % count])});
     }
   }
   return comparisons;
 }
 
-/// The unknowns in one vector: a gain per photo, then two vignette terms per camera.
+/// What is asked of one band: that the photos' tones agree, and that the contrasts add up to none,
+/// without which photos would agree best where all are made flat. The unknowns in one vector:
+/// brightness and contrast of each photo, then two vignette terms of each camera.
 class System {
  public:
-  System(const std::vector<Comparison>& comparisons, const std::vector<std::size_t>& cameraOf,
-         std::size_t cameras, double prior)
-      : comparisons_(comparisons), cameraOf_(cameraOf), photos_(cameraOf.size()), prior_(prior) {
-    size_ = photos_ + 2 * cameras;
+  System(const std::vector<Comparison>& comparisons, std::size_t band, const ToneScale& scale,
+         double pivot, const std::vector<std::size_t>& cameraOf, std::size_t cameras,
+         const ColourBalanceOptions& options)
+      : photos_(cameraOf.size()), options_(options) {
+    size_ = 2 * photos_ + 2 * cameras;
+    rows_.reserve(2 * comparisons.size());
+    for (const Comparison& c : comparisons) {
+      for (const Look* look : {&c.first, &c.second}) {
+        rows_.push_back({static_cast<std::uint32_t>(2 * look->photo),
+                         static_cast<std::uint32_t>(2 * (photos_ + cameraOf[look->photo])),
+                         static_cast<float>(scale.ToneOf(double{look->value[band]}) - pivot),
+                         look->r2});
+      }
+    }
     weights_.assign(comparisons.size(), 1.0F);
   }
 
   [[nodiscard]] std::size_t Size() const { return size_; }
+  [[nodiscard]] std::size_t Comparisons() const { return weights_.size(); }
   std::vector<float>& Weights() { return weights_; }
 
-  /// What the model says of a comparison.
-  [[nodiscard]] double Predict(const Comparison& c, const std::vector<double>& x) const {
-    const std::size_t a = photos_ + 2 * cameraOf_[c.first];
-    const std::size_t b = photos_ + 2 * cameraOf_[c.second];
-    const double r2a = c.r2First;
-    const double r2b = c.r2Second;
-    return x[c.first] - x[c.second] + r2a * x[a] + r2a * r2a * x[a + 1] - r2b * x[b] -
-           r2b * r2b * x[b + 1];
+  /// By how much the photos of a comparison differ as they are ...
+  [[nodiscard]] double Difference(std::size_t k) const {
+    return double{rows_[2 * k].tone} - double{rows_[2 * k + 1].tone};
+  }
+  /// ... and by how much the model says that they do.
+  [[nodiscard]] double Predict(std::size_t k, const std::vector<double>& x) const {
+    return Excess(rows_[2 * k], x) - Excess(rows_[2 * k + 1], x);
   }
 
   /// Adds `value` times the comparison's row of the design matrix.
-  void AddRow(const Comparison& c, double value, std::vector<double>& out) const {
-    const std::size_t a = photos_ + 2 * cameraOf_[c.first];
-    const std::size_t b = photos_ + 2 * cameraOf_[c.second];
-    const double r2a = c.r2First;
-    const double r2b = c.r2Second;
-    out[c.first] += value;
-    out[c.second] -= value;
-    out[a] += value * r2a;
-    out[a + 1] += value * r2a * r2a;
-    out[b] -= value * r2b;
-    out[b + 1] -= value * r2b * r2b;
-  }
-
-  [[nodiscard]] double PriorOf(std::size_t i) const {
-    return i < photos_ ? prior_ : 1 / (kVignetteSize * kVignetteSize);
+  void AddRow(std::size_t k, double value, std::vector<double>& out) const {
+    AddHalf(rows_[2 * k], value, out);
+    AddHalf(rows_[2 * k + 1], -value, out);
   }
 
   void Apply(const std::vector<double>& x, std::vector<double>& out) const {
+    double contrasts = 0;
+    for (std::size_t p = 0; p < photos_; ++p) contrasts += x[2 * p + 1];
     for (std::size_t i = 0; i < size_; ++i) out[i] = PriorOf(i) * x[i];
-    for (std::size_t k = 0; k < comparisons_.size(); ++k) {
-      AddRow(comparisons_[k], weights_[k] * Predict(comparisons_[k], x), out);
-    }
+    for (std::size_t p = 0; p < photos_; ++p) out[2 * p + 1] += kGauge * contrasts;
+    for (std::size_t k = 0; k < Comparisons(); ++k) AddRow(k, weights_[k] * Predict(k, x), out);
   }
 
   [[nodiscard]] std::vector<double> Diagonal() const {
     std::vector<double> diagonal(size_);
     for (std::size_t i = 0; i < size_; ++i) diagonal[i] = PriorOf(i);
-    for (std::size_t k = 0; k < comparisons_.size(); ++k) {
-      const Comparison& c = comparisons_[k];
-      const double w = weights_[k];
-      diagonal[c.first] += w;
-      diagonal[c.second] += w;
-      const double r2a = c.r2First;
-      const double r2b = c.r2Second;
-      const std::size_t a = photos_ + 2 * cameraOf_[c.first];
-      const std::size_t b = photos_ + 2 * cameraOf_[c.second];
-      diagonal[a] += w * r2a * r2a;
-      diagonal[a + 1] += w * r2a * r2a * r2a * r2a;
-      diagonal[b] += w * r2b * r2b;
-      diagonal[b + 1] += w * r2b * r2b * r2b * r2b;
+    for (std::size_t p = 0; p < photos_; ++p) diagonal[2 * p + 1] += kGauge;
+    for (std::size_t i = 0; i < rows_.size(); ++i) {
+      const Half& half = rows_[i];
+      const double w = weights_[i / 2], r2 = half.r2, tone = half.tone;
+      diagonal[half.photo] += w;
+      diagonal[half.photo + 1] += w * tone * tone;
+      diagonal[half.camera] += w * r2 * r2;
+      diagonal[half.camera + 1] += w * r2 * r2 * r2 * r2;
     }
     return diagonal;
   }
 
  private:
-  const std::vector<Comparison>& comparisons_;
-  const std::vector<std::size_t>& cameraOf_;
+  struct Half {
+    std::uint32_t photo;   ///< place of its unknowns
+    std::uint32_t camera;  ///< likewise
+    float tone;            ///< from the pivot
+    float r2;
+  };
+
+  /// How far the model says that a tone lies above the job's.
+  static double Excess(const Half& half, const std::vector<double>& x) {
+    const double r2 = half.r2;
+    return x[half.photo] + half.tone * x[half.photo + 1] +
+           r2 * (x[half.camera] + r2 * x[half.camera + 1]);
+  }
+  static void AddHalf(const Half& half, double value, std::vector<double>& out) {
+    const double r2 = half.r2;
+    out[half.photo] += value;
+    out[half.photo + 1] += value * half.tone;
+    out[half.camera] += value * r2;
+    out[half.camera + 1] += value * r2 * r2;
+  }
+  [[nodiscard]] double PriorOf(std::size_t i) const {
+    if (i >= 2 * photos_) return 1 / (kVignetteSize * kVignetteSize);
+    return i % 2 == 0 ? options_.prior : options_.contrastPrior;
+  }
+
+  std::vector<Half> rows_;
   std::size_t photos_;
   std::size_t size_ = 0;
-  double prior_;
+  ColourBalanceOptions options_;
   std::vector<float> weights_;
 };
 
@@ -176,65 +213,126 @@ void SolveFrom(const System& system, const std::vector<double>& right, std::vect
   }
 }
 
-std::vector<double> SolveBand(const std::vector<Comparison>& comparisons, int band,
-                              System& system) {
+std::vector<double> SolveBand(System& system) {
   std::vector<double> x(system.Size(), 0.0);
   auto& weights = system.Weights();
-  std::fill(weights.begin(), weights.end(), 1.0F);
   for (int round = 0; round < kRobustRounds; ++round) {
     std::vector<double> right(system.Size(), 0.0);
-    for (std::size_t k = 0; k < comparisons.size(); ++k) {
-      system.AddRow(comparisons[k], weights[k] * comparisons[k].difference[band], right);
+    for (std::size_t k = 0; k < system.Comparisons(); ++k) {
+      system.AddRow(k, weights[k] * system.Difference(k), right);
     }
     SolveFrom(system, right, x);
-    for (std::size_t k = 0; k < comparisons.size(); ++k) {
-      const double off =
-          (comparisons[k].difference[band] - system.Predict(comparisons[k], x)) / kDoubtful;
+    for (std::size_t k = 0; k < system.Comparisons(); ++k) {
+      const double off = (system.Difference(k) - system.Predict(k, x)) / kDoubtful;
       weights[k] = static_cast<float>(1 / (1 + off * off));
     }
   }
   return x;
 }
 
-}  // namespace
+/// The cameras of photos, each once, and which of them each photo has.
+struct Cameras {
+  std::vector<int> ids;
+  std::vector<std::size_t> of;
 
-double ColourModel::Factor(std::size_t photo, int camera, int band, double radius) const {
-  double brightness = photo < logGain.size() ? logGain[photo][band] : 0;
-  const double r2 = radius * radius;
-  for (const Vignette& vignette : vignettes) {
-    if (vignette.camera == camera) {
-      brightness += r2 * (vignette.terms[0] + r2 * vignette.terms[1]);
+  explicit Cameras(const std::vector<PhotoColours>& photos) {
+    std::map<int, std::size_t> places;
+    for (const PhotoColours& photo : photos) {
+      const auto [place, isNew] = places.emplace(photo.camera, ids.size());
+      if (isNew) ids.push_back(photo.camera);
+      of.push_back(place->second);
     }
   }
-  return std::exp(-std::clamp(brightness, -1.5, 1.5));
+};
+
+ColourModel Solve(const std::vector<Comparison>& comparisons, const Cameras& cameras,
+                  double shoulder, const ColourBalanceOptions& options) {
+  const std::size_t photos = cameras.of.size();
+  ColourModel model;
+  model.shoulder = shoulder;
+  model.photos.assign(photos, {});
+  for (const int id : cameras.ids) model.vignettes.push_back({id, {}});
+  if (comparisons.empty()) return model;
+  const ToneScale scale(shoulder);
+  for (std::size_t band = 0; band < 3; ++band) {
+    double pivot = 0;
+    for (const Comparison& c : comparisons) {
+      pivot += scale.ToneOf(double{c.first.value[band]}) / static_cast<double>(comparisons.size());
+    }
+    System system(comparisons, band, scale, pivot, cameras.of, cameras.ids.size(), options);
+    const std::vector<double> x = SolveBand(system);
+    double brightness = 0, contrast = 0;
+    for (std::size_t p = 0; p < photos; ++p) {
+      brightness += x[2 * p] / static_cast<double>(photos);
+      contrast += x[2 * p + 1] / static_cast<double>(photos);
+    }
+    model.pivot[band] = pivot;
+    for (std::size_t p = 0; p < photos; ++p) {
+      model.photos[p][band] = {x[2 * p] - brightness, x[2 * p + 1] - contrast};
+    }
+    // A lens darkens all colours alike.
+    for (std::size_t c = 0; c < cameras.ids.size(); ++c) {
+      model.vignettes[c].terms[0] += x[2 * (photos + c)] / 3;
+      model.vignettes[c].terms[1] += x[2 * (photos + c) + 1] / 3;
+    }
+  }
+  return model;
+}
+
+/// By how many grey values adjusted photos differ; great differences, of things that moved, count
+/// no more than a few.
+double Disagreement(const std::vector<Comparison>& comparisons, const Cameras& cameras,
+                    const ColourModel& model) {
+  constexpr double kMost = 20;
+  const ToneScale scale(model.shoulder);
+  const auto adjusted = [&](const Look& look, int band) {
+    const double tone = scale.ToneOf(double{look.value[static_cast<std::size_t>(band)]});
+    const int camera = cameras.ids[cameras.of[look.photo]];
+    return scale.ValueOf(
+        static_cast<float>(model.Slope(look.photo, band) * tone +
+                           model.Offset(look.photo, camera, band, std::sqrt(look.r2))));
+  };
+  double sum = 0;
+  for (const Comparison& c : comparisons) {
+    for (int band = 0; band < 3; ++band) {
+      sum += std::min(std::fabs(double{adjusted(c.first, band)} - adjusted(c.second, band)), kMost);
+    }
+  }
+  return sum;
+}
+
+}  // namespace
+
+double ColourModel::Slope(std::size_t photo, int band) const {
+  const double contrast = photos.at(photo)[static_cast<std::size_t>(band)].contrast;
+  return 1 - std::clamp(contrast, -kMostContrast, kMostContrast);
+}
+
+double ColourModel::Offset(std::size_t photo, int camera, int band, double radius) const {
+  const auto b = static_cast<std::size_t>(band);
+  double excess = photos.at(photo)[b].brightness;
+  const double r2 = radius * radius;
+  for (const Vignette& vignette : vignettes) {
+    if (vignette.camera == camera) excess += r2 * (vignette.terms[0] + r2 * vignette.terms[1]);
+  }
+  return (1 - Slope(photo, band)) * pivot[b] -
+         std::clamp(excess, -kMostBrightness, kMostBrightness);
 }
 
 ColourModel BalanceColours(const std::vector<PhotoColours>& photos,
                            const ColourBalanceOptions& options) {
-  ColourModel model;
-  model.logGain.assign(photos.size(), {});
-  std::vector<std::size_t> cameraOf;
-  for (const PhotoColours& photo : photos) {
-    std::size_t index = 0;
-    while (index < model.vignettes.size() && model.vignettes[index].camera != photo.camera) ++index;
-    if (index == model.vignettes.size()) model.vignettes.push_back({photo.camera, {}});
-    cameraOf.push_back(index);
-  }
-  const std::vector<Comparison> comparisons = Compare(photos, options.mostComparisons);
-  if (comparisons.empty()) return model;
-  System system(comparisons, cameraOf, model.vignettes.size(), options.prior);
-  for (int band = 0; band < 3; ++band) {
-    const std::vector<double> x = SolveBand(comparisons, band, system);
-    double mean = 0;
-    for (std::size_t p = 0; p < photos.size(); ++p) mean += x[p] / photos.size();
-    for (std::size_t p = 0; p < photos.size(); ++p) model.logGain[p][band] = x[p] - mean;
-    // A lens darkens all colours alike.
-    for (std::size_t c = 0; c < model.vignettes.size(); ++c) {
-      model.vignettes[c].terms[0] += x[photos.size() + 2 * c] / 3;
-      model.vignettes[c].terms[1] += x[photos.size() + 2 * c + 1] / 3;
+  const Cameras cameras(photos);
+  const std::vector<Comparison> trial =
+      Compare(photos, std::min(kTrialComparisons, options.mostComparisons));
+  double shoulder = kShoulders.front(), least = 0;
+  for (const double tried : kShoulders) {
+    const double off = Disagreement(trial, cameras, Solve(trial, cameras, tried, options));
+    if (tried == kShoulders.front() || off < kClearlyBetter * least) {
+      shoulder = tried;
+      least = off;
     }
   }
-  return model;
+  return Solve(Compare(photos, options.mostComparisons), cameras, shoulder, options);
 }
 
 }  // namespace tqtortho

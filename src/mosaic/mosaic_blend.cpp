@@ -18,9 +18,8 @@ using Colour = std::array<float, 3>;
 
 Colour ColourAt(const MosaicView& view, int row, int col) {
   const std::uint8_t* p = view.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
-  Colour colour = GainAt(view.gain, row, col);
-  for (int b = 0; b < 3; ++b) colour[b] *= static_cast<float>(p[b]);
-  return colour;
+  const Colour colour{static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+  return Adjusted(view.tones, colour, row, col);
 }
 
 /// 255 where a cell of another label is not farther than `reach` cells.
@@ -138,20 +137,23 @@ Colour Mixed(const std::vector<MosaicView>& views, const LabelShares& shares, in
 
 }  // namespace
 
-std::array<float, 3> GainAt(const GainField& field, int row, int col) {
-  if (field.nodes.Empty()) return {1, 1, 1};
+std::array<float, 3> Adjusted(const ToneField& field, std::array<float, 3> colour, int row,
+                              int col) {
+  if (field.scale == nullptr) return colour;
   const int i = row / field.step;
   const int j = col / field.step;
   const float v = static_cast<float>(row - i * field.step) / static_cast<float>(field.step);
   const float u = static_cast<float>(col - j * field.step) / static_cast<float>(field.step);
-  const float* upper = field.nodes.Row(i) + static_cast<std::ptrdiff_t>(3) * j;
-  const float* lower = field.nodes.Row(i + 1) + static_cast<std::ptrdiff_t>(3) * j;
-  Colour gain{};
+  const float* upper = field.offsets.Row(i) + static_cast<std::ptrdiff_t>(3) * j;
+  const float* lower = field.offsets.Row(i + 1) + static_cast<std::ptrdiff_t>(3) * j;
   for (int b = 0; b < 3; ++b) {
-    gain[b] = (1 - v) * ((1 - u) * upper[b] + u * upper[b + 3]) +
-              v * ((1 - u) * lower[b] + u * lower[b + 3]);
+    if (!(colour[b] >= 1 && colour[b] < 255)) continue;
+    const float offset = (1 - v) * ((1 - u) * upper[b] + u * upper[b + 3]) +
+                         v * ((1 - u) * lower[b] + u * lower[b + 3]);
+    const float tone = field.scale->ToneBetween(colour[b]);
+    colour[b] = std::clamp(field.scale->ValueOf(field.slope[b] * tone + offset), 1.0F, 254.0F);
   }
-  return gain;
+  return colour;
 }
 
 void BlendViews(const std::vector<MosaicView>& views, GridView<const std::uint16_t> labels,
@@ -169,7 +171,7 @@ void BlendViews(const std::vector<MosaicView>& views, GridView<const std::uint16
         continue;
       }
       const MosaicView& view = views[label - 1U];
-      if (nearRow[col] == 0 && view.gain.nodes.Empty()) {
+      if (nearRow[col] == 0 && view.tones.scale == nullptr) {
         const std::uint8_t* from = view.pixels.Row(row) + static_cast<std::ptrdiff_t>(3) * col;
         for (int b = 0; b < 3; ++b) to[b] = std::max<std::uint8_t>(from[b], 1);
         continue;

@@ -6,25 +6,30 @@
 #include <vector>
 
 #include "core/grid_view.h"
+#include "mosaic/tone_scale.h"
 
 namespace tqtortho {
 
-/// What a photo's colours are multiplied with over a tile: a coarse grid of nodes, blended between
-/// them. Node (i, j) lies at cell (i * step, j * step); the nodes reach beyond the tile's last
-/// cell.
-struct GainField {
-  GridView<const float> nodes;  ///< three bands interleaved; without nodes the gain is 1
+/// How a photo's colours are adjusted over a tile: a tone t becomes slope * t + offset, the offset
+/// given on a coarse grid of nodes and blended between them. Node (i, j) lies at cell (i * step,
+/// j * step); the nodes reach beyond the tile's last cell.
+struct ToneField {
+  const ToneScale* scale = nullptr;  ///< null: colours stay as they are
+  std::array<float, 3> slope{1, 1, 1};
+  GridView<const float> offsets;  ///< three bands interleaved
   int step = 1;
 };
 
-/// The gain at a cell, per band.
-[[nodiscard]] std::array<float, 3> GainAt(const GainField& field, int row, int col);
+/// A colour of the photo at a cell, adjusted. What is neither black nor white stays so, and white
+/// stays white, so that no highlights are made.
+[[nodiscard]] std::array<float, 3> Adjusted(const ToneField& field, std::array<float, 3> colour,
+                                            int row, int col);
 
 /// One photo on the cells of a tile.
 struct MosaicView {
   GridView<const std::uint8_t> rating;  ///< see view_rating.h
   GridView<const std::uint8_t> pixels;  ///< three bands interleaved (columns count samples)
-  GainField gain;
+  ToneField tones;
 };
 
 struct BlendOptions {
@@ -48,7 +53,7 @@ struct SeamStatistics {
   double cells = 0;       ///< pairs of neighbouring cells of different photos
   double compared = 0;    ///< of these, pairs whose photos both see both cells
   double stepBefore = 0;  ///< summed difference of the two photos' colours there, mean of the bands
-  double stepAfter = 0;   ///< the same with the gains
+  double stepAfter = 0;   ///< the same after the adjustment
 };
 
 /// Mixes the photos' colours as the labels say, with a feather along the seams.

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <utility>
 #include <vector>
 
 #include "mosaic/view_rating.h"
@@ -65,15 +67,28 @@ TEST(BlendViewsTest, CoveredCellsAreNeverZeroAndOthersAlwaysAre) {
   EXPECT_EQ(pair.Blended(0, 0), 0);
 }
 
-TEST(BlendViewsTest, GainsAreBlendedBetweenNodes) {
+// Tones are shifted by 0 at column 0, ln 1.5 at column 32 and 2 ln 1.5 at column 64.
+TEST(BlendViewsTest, TonesAreShiftedBetweenNodesAndNoWhiteIsMade) {
   Pair pair;
-  std::vector<float> nodes;  // 1 at column 0, 2 at column 32, 3 at column 64
+  const ToneScale scale(16);
+  std::vector<float> offsets;
   for (int i = 0; i < 2; ++i) {
-    for (int j = 0; j < 3; ++j) nodes.insert(nodes.end(), 3, static_cast<float>(j + 1));
+    for (int j = 0; j < 3; ++j)
+      offsets.insert(offsets.end(), 3, static_cast<float>(j * std::log(1.5)));
   }
-  pair.views[0].gain = {{nodes.data(), 2, 9}, 32};
+  pair.views[0].tones = {&scale, {1, 1, 1}, {offsets.data(), 2, 9}, 32};
   EXPECT_EQ(pair.Blended(3, 0), 100);
-  EXPECT_EQ(pair.Blended(3, 8), 125);
+  EXPECT_NEAR(pair.Blended(3, 8), 100 * std::pow(1.5, 0.25), 0.51);
+  pair.views[0].tones.slope = {0.5, 0.5, 0.5};  // about white
+  EXPECT_NEAR(pair.Blended(3, 0), 255 * std::sqrt(100.0 / 255), 1);
+  const std::pair<int, int> ends[] = {{255, 255}, {254, 254}, {253, 254}, {0, 1}, {1, 1}};
+  pair.views[0].tones.slope = {1, 1, 1};
+  std::fill(offsets.begin(), offsets.end(), 0.0F);
+  for (const auto& [from, to] : ends) {
+    std::fill_n(offsets.begin(), 3, from == 253 ? 2.0F : 0.0F);
+    std::fill(pair.pixels[0].begin(), pair.pixels[0].end(), static_cast<std::uint8_t>(from));
+    EXPECT_EQ(pair.Blended(0, 0), to) << from;
+  }
 }
 
 TEST(MeasureSeamsTest, StepsAreCountedAcrossSeamsThatBothPhotosSee) {

@@ -30,7 +30,7 @@ struct TileView {
   const MosaicPhoto* photo = nullptr;
   std::vector<std::uint8_t> rating;
   std::vector<std::uint8_t> pixels;
-  std::vector<float> gains;
+  std::vector<float> offsets;  ///< of tones, at nodes; empty: colours stay
 };
 
 class TileMaker {
@@ -42,6 +42,7 @@ class TileMaker {
         photos_(photos),
         store_(store),
         colours_(colours),
+        scale_(colours.shoulder),
         options_(options),
         tile_(tile),
         error_(error) {
@@ -163,7 +164,7 @@ class TileMaker {
         error_ = photo.orthoPath + ": cannot be read any more";
         return false;
       }
-      FindGains(view);
+      FindOffsets(view);
     }
     return true;
   }
@@ -216,14 +217,14 @@ class TileMaker {
     }
   }
 
-  /// A photo's gains at the nodes of the tile.
-  void FindGains(TileView& view) const {
+  /// What is added to a photo's tones at the nodes of the tile.
+  void FindOffsets(TileView& view) const {
     const std::size_t index = static_cast<std::size_t>(view.photo->number) - 1;
-    if (colours_.logGain.empty()) return;
+    if (colours_.photos.empty()) return;
     const int nodeCols = cols_ / kColourBlock + 2;
     const int nodeRows = rows_ / kColourBlock + 2;
-    view.gains.resize(static_cast<std::size_t>(3) * nodeRows * nodeCols);
-    float* out = view.gains.data();
+    view.offsets.resize(static_cast<std::size_t>(3) * nodeRows * nodeCols);
+    float* out = view.offsets.data();
     for (int i = 0; i < nodeRows; ++i) {
       for (int j = 0; j < nodeCols; ++j) {
         const int row = i * kColourBlock;
@@ -234,7 +235,7 @@ class TileMaker {
         const double radius =
             std::isnan(height) ? 0.5 : std::min(PhotoRadius(view.photo->camera, x, y, height), 1.0);
         for (int b = 0; b < 3; ++b) {
-          *out++ = static_cast<float>(colours_.Factor(index, view.photo->cameraId, b, radius));
+          *out++ = static_cast<float>(colours_.Offset(index, view.photo->cameraId, b, radius));
         }
       }
     }
@@ -246,10 +247,16 @@ class TileMaker {
       MosaicView input;
       input.rating = {view.rating.data(), rows_, cols_};
       if (!view.pixels.empty()) input.pixels = {view.pixels.data(), rows_, 3 * cols_};
-      if (!view.gains.empty()) {
-        input.gain.nodes = {view.gains.data(), rows_ / kColourBlock + 2,
-                            3 * (cols_ / kColourBlock + 2)};
-        input.gain.step = kColourBlock;
+      if (!view.offsets.empty()) {
+        const std::size_t index = static_cast<std::size_t>(view.photo->number) - 1;
+        input.tones.scale = &scale_;
+        for (int b = 0; b < 3; ++b) {
+          input.tones.slope[static_cast<std::size_t>(b)] =
+              static_cast<float>(colours_.Slope(index, b));
+        }
+        input.tones.offsets = {view.offsets.data(), rows_ / kColourBlock + 2,
+                               3 * (cols_ / kColourBlock + 2)};
+        input.tones.step = kColourBlock;
       }
       views.push_back(input);
     }
@@ -305,6 +312,7 @@ class TileMaker {
   const std::vector<MosaicPhoto>& photos_;
   const LayerStore& store_;
   const ColourModel& colours_;
+  const ToneScale scale_;
   const MosaicOptions& options_;
   TileResult& tile_;
   std::string& error_;

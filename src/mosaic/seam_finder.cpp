@@ -89,11 +89,11 @@ class SeamMover {
         node.best[n] = sums.best;
         node.cost[n] = static_cast<float>(
             (sums.rating + options_.unseen * (cells_[n] - sums.seen)) / cells_[n]);
-        const auto gain = GainAt(view.gain, i * side_, j * side_);
+        std::array<float, 3> mean{};
         for (std::size_t b = 0; b < 3; ++b) {
-          node.colour[n][b] =
-              static_cast<float>(static_cast<double>(sums.colour[b]) / sums.seen) * gain[b];
+          mean[b] = static_cast<float>(static_cast<double>(sums.colour[b]) / sums.seen);
         }
+        node.colour[n] = Adjusted(view.tones, mean, i * side_, j * side_);
       }
     }
     nodeViews_.push_back(std::move(node));
