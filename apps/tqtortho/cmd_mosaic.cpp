@@ -26,7 +26,7 @@ struct MosaicCommand {
   std::string area;
   std::string format = "cog";
   int threads = 0;
-  bool noFill = false;
+  std::string fill = "small";
   bool noBalance = false;
   bool json = false;
   bool quiet = false;
@@ -69,7 +69,7 @@ int RunMosaic(MosaicCommand command) {
   }
   if (command.threads > 0) omp_set_num_threads(command.threads);
   options.format.threads = command.threads;
-  options.fillHoles = !command.noFill;
+  options.fill = FillingOf(command.fill);
   options.balanceColours = !command.noBalance;
 
   ProgressPrinter printer(ChooseProgressStyle(command.json, command.quiet));
@@ -130,7 +130,7 @@ void AddMosaic(CLI::App& app, int& status) {
       ->check(Named())
       ->type_name("FILE");
   command->add_option("--threads", o->threads, "0: all cores")->check(CLI::Range(0, 1024));
-  command->add_flag("--no-fill", o->noFill, "leave cells empty that no photo sees");
+  AddFillOption(*command, o->fill);
   command->add_flag("--no-balance", o->noBalance, "keep the photos' colours");
   command->add_flag("--json", o->json, "progress as JSON lines on standard output");
   command->add_flag("--quiet", o->quiet, "no progress");

@@ -29,6 +29,7 @@ struct RunArguments {
   std::string occlusion = "sight";
   std::string walls = "keep";
   std::string finish = "fill";
+  std::string fill = "small";
   std::string format = "cog";
   bool json = false;
   bool quiet = false;
@@ -170,6 +171,7 @@ int Run(RunArguments& arguments) {
   }
   run.resampling = arguments.resampling == "nearest" ? 0 : 1;
   if (arguments.gsd >= 0) run.gsd = arguments.gsd;
+  run.fill = FillingOf(arguments.fill);
   run.finish = arguments.finish == "none"   ? host::Finish::kNone
                : arguments.finish == "mark" ? host::Finish::kMark
                                             : host::Finish::kFill;
@@ -256,6 +258,7 @@ void AddRun(CLI::App& app, int& status) {
                    "must not supply marked 0, or nothing")
       ->check(CLI::IsMember({"fill", "mark", "none"}))
       ->capture_default_str();
+  AddFillOption(*command, a->fill);
   AddFormatOption(*command, a->format);
   command->add_option("--compress", a->run.format.compression, "compression of the mosaic")
       ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "mosaic/mosaic_stage.h"
+
 namespace tqtortho::app {
 
 /// What the mosaic is handed out as.
@@ -14,6 +16,23 @@ inline void AddFormatOption(CLI::App& command, std::string& format) {
                   "small, lossy; png-tiles: cog, and web tiles in OUT/tiles")
       ->check(CLI::IsMember({"cog", "jpeg", "png-tiles"}))
       ->capture_default_str();
+}
+
+/// Which cells of the mosaic that no photo sees are filled.
+inline void AddFillOption(CLI::App& command, std::string& fill) {
+  command
+      .add_option(
+          "--fill", fill,
+          "cells that no photo sees get colours from around: nowhere, in gaps of up to 1 m, "
+          "or everywhere; what is not filled is transparent")
+      ->check(CLI::IsMember({"none", "small", "all"}))
+      ->capture_default_str();
+}
+
+inline host::HoleFilling FillingOf(const std::string& fill) {
+  return fill == "none"  ? host::HoleFilling::kNone
+         : fill == "all" ? host::HoleFilling::kAll
+                         : host::HoleFilling::kSmall;
 }
 
 /// What speaks against a compression beside a format; empty when nothing does. A JPEG product has

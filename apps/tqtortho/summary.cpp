@@ -29,7 +29,7 @@ std::vector<std::string> MosaicLines(const host::MosaicReport& m) {
   char cells[300];
   std::snprintf(cells, sizeof cells,
                 "mosaic: %s in the photos; %.2f %% seen, %.2f %% by one photo "
-                "only, %.2f %% filled from around, %.2f %% never covered",
+                "only, %.2f %% filled from around, %.2f %% seen by none and left empty",
                 host::Cells(static_cast<double>(framed)).c_str(),
                 percent * static_cast<double>(m.seen), percent * static_cast<double>(m.seenByOne),
                 percent * static_cast<double>(m.filled),

@@ -23,11 +23,19 @@ struct MosaicInput {
   double gsd = 0;
 };
 
+/// Which cells that no photo sees get colours from around.
+enum class HoleFilling {
+  kNone,
+  kSmall,  ///< where what no photo sees is at most MosaicOptions::fillWidth wide
+  kAll,
+};
+
 struct MosaicOptions {
   std::string outDir;   ///< receives mosaic.tif, source.tif, quality.tif
   std::string workDir;  ///< the job's: holds dsm.tif, dsm_origin.tif, tmp/ot
   MosaicFormat format;
-  bool fillHoles = true;
+  HoleFilling fill = HoleFilling::kSmall;
+  double fillWidth = 1;  ///< ground units
   bool balanceColours = true;
   int feather = 4;  ///< cells on each side of a seam
   /// Polygon to cut the product to, on the ground; empty: everything.
@@ -43,7 +51,7 @@ struct MosaicReport {
   std::int64_t seen = 0;
   std::int64_t seenByOne = 0;
   std::int64_t filled = 0;
-  std::int64_t neverCovered = 0;  ///< in some photo's frame, seen by none, and not filled
+  std::int64_t neverCovered = 0;  ///< in some photo's frame, seen by none, and left empty
   double seamLength = 0;          ///< on the ground
   double colourStepBefore = 0;    ///< mean grey values across seams, as photographed
   double colourStepAfter = 0;     ///< the same after balancing, before blending

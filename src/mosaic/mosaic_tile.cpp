@@ -9,6 +9,7 @@
 #include "core/numeric.h"
 #include "mosaic/hole_fill.h"
 #include "mosaic/measured_cell.h"
+#include "mosaic/narrow_gaps.h"
 #include "mosaic/photo_choice.h"
 #include "mosaic/seam_finder.h"
 #include "mosaic/view_rating.h"
@@ -278,10 +279,15 @@ class TileMaker {
       any = any || wanted[i] != 0;
     }
     TileStatistics& sum = tile_.statistics;
-    if (any && options_.fillHoles) {
+    std::vector<std::uint8_t> fillable = wanted;
+    if (any && options_.fill == HoleFilling::kSmall) {
+      KeepNarrowGaps({seen.data(), rows_, cols_}, options_.fillWidth / grid_.step,
+                     {fillable.data(), rows_, cols_});
+    }
+    if (any && options_.fill != HoleFilling::kNone) {
       HoleFillOptions fill;
       fill.clearance = clearance_;
-      FillHoles({wanted.data(), rows_, cols_}, {seen.data(), rows_, cols_},
+      FillHoles({fillable.data(), rows_, cols_}, {seen.data(), rows_, cols_},
                 {heights_.data(), rows_, cols_}, fill, {pixels_.data(), rows_, 3 * cols_},
                 {filled.data(), rows_, cols_});
     }

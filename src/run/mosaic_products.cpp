@@ -13,13 +13,14 @@
 namespace tqtortho::host {
 namespace {
 
-/// What a mosaic's cells are made from: the orthos in their order, and the area. How they are
-/// stored is not among it.
+/// What a mosaic's cells are made from: the orthos in their order, the filling and the area. How
+/// they are stored is not among it.
 std::string MosaicFingerprint(JobRun& run) {
   Fingerprint print;
   for (const auto& photo : run.report.photos) {
     print.Add(photo.done ? run.state.PhotoFingerprint(photo.orthoPath) : std::string("failed"));
   }
+  print.Add(static_cast<int>(run.options.fill));
   for (const auto& p : run.area) print.Add(std::to_string(p.x)).Add(std::to_string(p.y));
   return print.Text();
 }
@@ -46,6 +47,7 @@ bool MakeOrKeepMosaic(JobRun& run, const MosaicInput& input, const std::string& 
   mosaic.format = run.options.format;
   mosaic.format.threads = run.options.threads;
   mosaic.area = run.area;
+  mosaic.fill = run.options.fill;
   std::string stage;
   const auto progress = [&](const char* name, double percent) {
     if (stage != name) {

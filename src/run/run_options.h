@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "mosaic/mosaic_writer.h"
+#include "mosaic/mosaic_stage.h"
 #include "prepare/band_choice.h"
 #include "walls/walls_choice.h"
 
@@ -38,8 +38,9 @@ struct RunOptions {
   Occlusion occlusion = Occlusion::kSight;
   Walls walls = Walls::kKeep;  ///< how they are made upright before the job
   Finish finish = Finish::kFill;
-  MosaicFormat format;         ///< of the mosaic
-  bool webTiles = false;       ///< also OUT/tiles
+  HoleFilling fill = HoleFilling::kSmall;  ///< of the mosaic
+  MosaicFormat format;                     ///< of the mosaic
+  bool webTiles = false;                   ///< also OUT/tiles
   bool fullPaths = false;      ///< the report tells the directories of inputs and products
   bool fresh = false;          ///< forget what an earlier run in workDir finished
   bool sizingOnly = false;     ///< georeference sidecars only, no rasters
