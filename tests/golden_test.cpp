@@ -46,7 +46,7 @@ std::string Sum(const void* data, std::size_t bytes) {  // 64-bit FNV-1a
 /// a sidecar; empty for any other file.
 std::string Described(const std::string& path) {
   const std::string ending = fs::path(path).extension();
-  if (ending == ".georef" || ending == ".tfw" || ending == ".pgw") {
+  if (ending == ".plan" || ending == ".georef" || ending == ".tfw" || ending == ".pgw") {
     const std::string text = testing::ReadText(path);
     return "text " + Sum(text.data(), text.size());
   }
@@ -146,6 +146,12 @@ TEST(GoldenTest, LibraryJobMasksWeightsTextureUpdatesAndTraces) {
                         : job.UpdateOrthoImagesEx("", out, nullptr, nullptr));
     ASSERT_TRUE(!borders || job.UpdateOrthoImagesMarkOcc("", out, nullptr, nullptr));
     fs::rename(world.dir.File("tmp/ot"), out + "ot");
+    if (fs::exists(world.dir.File("rs"))) fs::rename(world.dir.File("rs"), out + "rs");
+    std::string params = testing::ReadText(ParamFilePath());
+    for (std::size_t at = 0; (at = params.find(world.dir.Path())) != std::string::npos;) {
+      params.replace(at, world.dir.Path().size(), "DIR");
+    }
+    world.dir.Write("out/orParam.plan", params);
     ExpectGolden(std::string("library_") + step, out);
     tqfd::PathHelper::SetProgramDataDirectory("");
     tqorkit::TqFSManager::SetOutputTmpFilePath("");
@@ -173,6 +179,7 @@ TEST(GoldenTest, RunsOfTheCommand) {
                                o.finish = host::Finish::kNone;
                                o.occlusion = host::Occlusion::kDepth;
                                o.resampling = 0;
+                               o.walls = host::Walls::kPhotos;
                                o.bands.bands = {3, 1, 2};
                                o.areaPath = "area.geojson";
                              }}}) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <random>
 
+#include "camera/photo_camera.h"
 #include "testing/photo_scene.h"
 #include "testing/test_peer.h"
 
@@ -47,10 +48,9 @@ TEST(CameraModelTest, RotationIsPhiThenOmegaThenKappaOfElementaryTurns) {
 TEST(CameraModelTest, RecordedAnglesAreOmegaPhiKappa) {
   testing::PhotoScene scene = testing::NadirScene(100, 50);
   scene.pose.position[3] = 0.1;  // omega: about X, so the axis leans along Y
-  tqTORectify rectify;
-  TestPeer::SetPhoto(rectify, scene.Interior(), scene.Exterior());
-  EXPECT_EQ(TestPeer::Rotation(rectify)[2], 0);
-  EXPECT_DOUBLE_EQ(TestPeer::Rotation(rectify)[5], -std::sin(0.1));
+  const PhotoCamera camera = CameraOf(scene.Interior(), scene.Exterior());
+  EXPECT_EQ(camera.rotation[2], 0);
+  EXPECT_DOUBLE_EQ(camera.rotation[5], -std::sin(0.1));
 }
 
 TEST(CameraModelTest, InverseCollinearityReturnsTheGroundPoint) {

@@ -112,29 +112,6 @@ TEST_F(MosaicStageTest, SourceQualityMapAndTextureAgree) {
   EXPECT_FALSE(fs::exists(dir_->File("job/work") + "/tmp/ot/layers")) << "working files are gone";
 }
 
-TEST_F(MosaicStageTest, TheAreaCutsTheProductAndNotTheMap) {
-  MosaicOptions options = Options("a");
-  const MosaicReport whole = Make(options);
-  const PhotoInfo all = Read(dir_->File("a/mosaic.tif"));
-  const double x = all.geoRect[0] + 10;
-  const double y = all.geoRect[3] - 10;
-  options.area = {{x, y}, {x + 8, y}, {x, y - 8}};  // a triangle of 800 cells
-  const MosaicReport cut = Make(options);
-  EXPECT_EQ(cut.seen, whole.seen);
-  const PhotoInfo mosaic = Read(dir_->File("a/mosaic.tif"));
-  int inside = 0;
-  for (std::size_t i = 3; i < mosaic.data.size(); i += 4) inside += mosaic.data[i] == 255 ? 1 : 0;
-  EXPECT_NEAR(inside, 800, 45);
-  MosaicInput input;
-  MosaicReport report;
-  std::string error;
-  ASSERT_TRUE(LoadMosaicInput(options.workDir, input, error));
-  EXPECT_FALSE(MakeMosaic(
-      input, Options("v"), [](const char*, double) { return false; }, report, error));
-  EXPECT_EQ(error, "interrupted");
-  EXPECT_FALSE(fs::exists(dir_->File("v/mosaic.tif")));
-}
-
 // Seams may differ where tiles meet; what is seen and covered may not.
 TEST_F(MosaicStageTest, SmallTilesCoverTheSameCells) {
   const MosaicReport large = Make(Options("l"));

@@ -66,13 +66,6 @@ TEST(RateViewTest, BordersOfWhatIsSeenAreWorse) {
   EXPECT_EQ(scene.At(40, 12), plain.At(40, 12));
 }
 
-TEST(RateViewTest, CoarserPhotosAreWorse) {
-  Scene scene;
-  scene.options.cellSize = 0.25;  // a pixel is twice as large
-  scene.Rate();
-  EXPECT_NEAR(scene.At(40, 40), scene.options.coarsePenalty, 1);
-}
-
 TEST(RateViewTest, UnknownHeightsAndCellsAboveTheCameraAreSeenBadlyButSeen) {
   Scene scene;
   scene.heights[40 * kSide + 50] = std::numeric_limits<float>::quiet_NaN();

@@ -134,47 +134,5 @@ TEST(OrthoKernelTest, WideGridsWithTallBoxesEqualTheLiteralPass) {
   }
 }
 
-// Wherever an expression feeds NaN, infinity or a huge number into the loop, cells stay empty.
-TEST(OrthoKernelTest, SenselessNumbersOnlyGiveEmptyCells) {
-  constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
-  constexpr double kInf = std::numeric_limits<double>::infinity();
-  void (*const breakages[])(PhotoScene&) = {
-      [](PhotoScene& s) { s.pose.position[0] = kNan; },
-      [](PhotoScene& s) { s.pose.position[2] = kInf; },
-      [](PhotoScene& s) { s.pose.position[3] = kNan; },
-      [](PhotoScene& s) { s.pose.position[0] = 1e300; },
-      [](PhotoScene& s) { s.pose.geoRect.minX = kNan; },
-      [](PhotoScene& s) {
-        s.pose.geoRect = {-kInf, -kInf, kInf, kInf};
-        s.dsm.resX = kNan;
-      },
-      [](PhotoScene& s) { s.parameters[0] = kNan; },
-      [](PhotoScene& s) { s.parameters[0] = -1; },
-      [](PhotoScene& s) { s.parameters[0] = 1e-9; },
-      [](PhotoScene& s) { s.dsm.noData = kNan; },
-      [](PhotoScene& s) { std::fill_n(s.Heights(), 32 * 32, NAN); },
-      [](PhotoScene& s) { s.camera.focalLength = 0; },
-      [](PhotoScene& s) { s.camera.pixelSize = 0; },
-      [](PhotoScene& s) { s.camera.imageWidth = kInf; },
-      [](PhotoScene& s) { s.photo.data.resize(5); },
-      [](PhotoScene& s) { s.dsm.data.resize(5); },
-      [](PhotoScene& s) { s.photo.bands = 0; },
-      [](PhotoScene& s) { s.photo.width = -3; },
-  };
-  int number = 0;
-  for (const auto& damage : breakages) {
-    PhotoScene scene = NadirScene(16, 20);
-    scene.pose.geoRect = {-10, -10, 10, 10};
-    damage(scene);
-    for (const char* kernel : {"scalar", "auto"}) {
-      const Outcome outcome = Product(scene, 1, true, kernel);
-      EXPECT_FALSE(outcome.made) << "scene " << number << ' ' << kernel;
-      EXPECT_EQ(outcome.output.width, 0);
-      EXPECT_EQ(outcome.output.bands, 0);
-    }
-    ++number;
-  }
-}
-
 }  // namespace
 }  // namespace tqtortho

@@ -176,37 +176,6 @@ TEST_F(PhotoDriverTest, SizingRunWritesSidecarsOnly) {
   EXPECT_GE(sidecar.rows, 2);
 }
 
-TEST_F(PhotoDriverTest, ReducedCopyFollowsTheScale) {
-  AddPhoto("a.tif", inside_);
-  const std::string reduced = ReducedCopyName(Ortho(), out_);
-  ASSERT_TRUE(Run(false, 1.0, 0));
-  EXPECT_FALSE(std::filesystem::exists(reduced));
-  ASSERT_TRUE(Run(false, 1.0, 1));
-  const tqorkit::PhotoInfo ortho = Load(Ortho());
-  GeoCoefficients geo;
-  EXPECT_EQ(Load(reduced, &geo).data, ortho.data);
-  EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{1, -1}));
-
-  ASSERT_TRUE(Run(false, 2.0, 1));
-  const tqorkit::PhotoInfo half = Load(reduced, &geo);
-  EXPECT_EQ(half.width, 135);
-  EXPECT_EQ(half.height, 104);
-  EXPECT_EQ(geo.GetResolution(), (tqfd::Point2_T<double>{2, -2}));
-  int wrong = 0;  // cell (r, c) is the ortho's cell (2r, 2c), and its centre says so
-  for (int r = 0; r < 104; ++r) {
-    for (int c = 0; c < 135; ++c) {
-      for (int b = 0; b < 3; ++b) {
-        wrong += half.data[(r * 135 + c) * 3 + b] != ortho.data[(2 * r * 270 + 2 * c) * 3 + b];
-      }
-    }
-  }
-  EXPECT_EQ(wrong, 0);
-  EXPECT_NEAR(geo.GetOrigin().x, 1010, 1e-6);
-
-  ASSERT_TRUE(Run(false, 5000.0, 1));
-  EXPECT_EQ(Load(reduced).data.size(), 3u);
-}
-
 TEST_F(PhotoDriverTest, ScaleBelowOneEndsTheCallAndKeepsWhatIsWritten) {
   AddPhoto("a.tif", inside_);
   AddPhoto("b.tif", inside_);

@@ -24,18 +24,6 @@ tqorkit::PhotoInfo Raster() {
   return raster;
 }
 
-TEST(SidecarTest, HoldsTheCornerHalfACellOutsideTheFirstCentre) {
-  const tqtortho::testing::TempDir dir;
-  const std::string path = dir.File("a.georef");
-  ASSERT_TRUE(WriteSidecar(path, SidecarOf(Raster()), SidecarLines::kEight));
-  EXPECT_EQ(ReadText(path),
-            "0.500000\n0.000000\n0.000000\n-0.500000\n500000.000000\n3400010.750000\n30\n40\n");
-  ASSERT_TRUE(WriteSidecar(path, SidecarOf(Raster()), SidecarLines::kSix));
-  EXPECT_EQ(ReadText(path),
-            "0.500000\n0.000000\n0.000000\n-0.500000\n500000.000000\n3400010.750000\n");
-  EXPECT_FALSE(std::filesystem::exists(UnfinishedSidecarName(path)));
-}
-
 TEST(SidecarTest, ReadsBackWhatItWroteUnderAnyLocale) {
   const tqtortho::testing::TempDir dir;
   const std::string path = dir.File("a.georef");

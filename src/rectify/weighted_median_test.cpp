@@ -8,8 +8,6 @@
 #include <random>
 #include <vector>
 
-#include "testing/test_peer.h"
-
 namespace tqtortho {
 namespace {
 
@@ -45,37 +43,6 @@ void BlendLiterally(Bytes& pixels, int cols, int rows, int bands, const Bytes& w
   }
 }
 
-// One picture per median: a plane of that value with single pixels of every value and weight, three
-// cells apart, so that the median at each is the plane's. The order of operations is the one of
-// doubles: two quotients, their sum, truncation.
-TEST(BlendMedianTest, WholeNumberBlendIsExactForEveryInput) {
-  Bytes pixels, weights;
-  long wrong = 0;
-  for (int median = 1; median < 256; ++median) {
-    const int rows = 3 * 256;
-    const int cols = 3 * 256;
-    pixels.assign(static_cast<std::size_t>(rows) * cols * 3, static_cast<std::uint8_t>(median));
-    weights.assign(static_cast<std::size_t>(rows) * cols, 0);
-    for (int pixel = 1; pixel < 256; ++pixel) {
-      for (int weight = 0; weight < 256; ++weight) {
-        const std::size_t at = static_cast<std::size_t>(3 * pixel + 1) * cols + 3 * weight + 1;
-        std::fill_n(&pixels[at * 3], 3, static_cast<std::uint8_t>(pixel));
-        weights[at] = static_cast<std::uint8_t>(weight);
-      }
-    }
-    BlendMedian({pixels.data(), rows, cols * 3}, 3, {weights.data(), rows, cols}, 0, 0);
-    for (int pixel = 1; pixel < 256; ++pixel) {
-      for (int weight = 0; weight < 256; ++weight) {
-        const std::size_t at = static_cast<std::size_t>(3 * pixel + 1) * cols + 3 * weight + 1;
-        const auto expected =
-            static_cast<std::uint8_t>(median * weight / 255.0 + (255 - weight) * pixel / 255.0);
-        wrong += pixels[at * 3] != expected || pixels[at * 3 + 2] != expected;
-      }
-    }
-  }
-  EXPECT_EQ(wrong, 0);
-}
-
 TEST(BlendMedianTest, EqualsTheLiteralRuleOnRandomImages) {
   std::mt19937 random(11);
   for (int round = 0; round < 200; ++round) {
@@ -99,44 +66,6 @@ TEST(BlendMedianTest, EqualsTheLiteralRuleOnRandomImages) {
     BlendMedian({pixels.data(), rows, cols * bands}, bands,
                 {weights.data(), weightRows, weightCols}, firstRow, firstCol);
     ASSERT_EQ(pixels, expected) << "round " << round;
-  }
-}
-
-// 5 x 5 pixels of (10, 20, 30) with one bright pixel in the middle, its first band 0 in one case.
-TEST(RefineTORTest, WeightsOfTheMaskAtItsTruePlace) {
-  struct Case {
-    const char* what;
-    int weight;
-    std::uint8_t firstBand;
-    double maskMinX;
-    std::uint8_t expected;  // second band of the middle pixel, 200 before
-  };
-  for (const Case& c :
-       {Case{"weight 255 takes the median", 255, 90, 100, 20},
-        Case{"weight 0 keeps the pixel", 0, 90, 100, 200},
-        Case{"between: trunc(20 * 100 / 255 + 155 * 200 / 255)", 100, 90, 100, 129},
-        Case{"first band 0 is never touched", 255, 0, 100, 200},
-        Case{"a mask one cell to the left covers the middle as well", 255, 90, 98, 20},
-        Case{"a mask three cells to the right does not", 255, 90, 106, 200}}) {
-    tqorkit::PhotoInfo ortho;
-    ortho.width = ortho.height = 5;
-    ortho.bands = 3;
-    for (int i = 0; i < 25; ++i) ortho.data.insert(ortho.data.end(), {10, 20, 30});
-    ortho.data[12 * 3] = c.firstBand;
-    ortho.data[12 * 3 + 1] = 200;
-    ortho.resX = 2;
-    ortho.resY = -2;
-    ortho.geoRect[0] = 100;
-    ortho.geoRect[3] = 500;
-    tqorkit::PhotoInfo mask;
-    mask.width = mask.height = 5;
-    mask.bands = 1;
-    mask.data.assign(25, static_cast<std::uint8_t>(c.weight));
-    mask.geoRect[0] = c.maskMinX;
-    mask.geoRect[3] = 500;
-    tqTORectify rectify;
-    EXPECT_TRUE(TestPeer::RefineTOR(rectify, ortho, mask));
-    EXPECT_EQ(ortho.data[12 * 3 + 1], c.expected) << c.what;
   }
 }
 

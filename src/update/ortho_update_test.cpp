@@ -91,41 +91,6 @@ class Job : public UpdateJob {
   int cols_, rows_;
 };
 
-TEST(OrthoUpdateTest, TextureReplacesWhatItHasAndThePhotoStaysElsewhere) {
-  Job job;
-  const auto present = [](int row, int col) { return (row / 7 + col / 5) % 3 != 0; };
-  job.WriteTexture(present);
-  Calls calls;
-  EXPECT_TRUE(job.Update(&calls));
-  for (const int i : {0, 1}) EXPECT_EQ(Load(job.Ortho(i)), job.Filled(i, present)) << i;
-  EXPECT_THAT(calls.percents, ElementsAre(50, 100, 150, 200));
-  EXPECT_THAT(calls.messages, Each(ToGbk(message::kUpdating)));
-  const Bytes once = Load(job.Ortho(0));
-  EXPECT_TRUE(job.Update()) << "without a callback";
-  EXPECT_EQ(Load(job.Ortho(0)), once) << "a second update changes nothing";
-}
-
-TEST(OrthoUpdateTest, OwnershipMasksComeFromTheStartOfTheStripsMapAndAreOneCellLarger) {
-  Job job;
-  job.WriteMap([](int row, int col) { return col < 30 ? 1 : row < 8 ? 0 : 3; });
-  EXPECT_TRUE(job.Update());
-  for (const int i : {0, 1}) {
-    const Window& w = kTwo[static_cast<std::size_t>(i)];
-    Bytes plain;
-    for (int k = 0; k < w.cols * w.rows; ++k) {
-      const int number = job.map[static_cast<std::size_t>(k)];
-      plain.push_back(number == 0 || number == i + 1 ? 255 : 0);
-    }
-    const tqorkit::PhotoInfo mask = LoadRecord(job.Owned(i));
-    EXPECT_EQ(mask.data, GrowOwnership({plain.data(), w.rows, w.cols})) << i;
-    EXPECT_EQ(mask.width, w.cols + 1);
-    EXPECT_EQ(mask.height, w.rows + 1);
-    EXPECT_THAT(mask.geoRect[0], DoubleEq(Job::kX0 + w.col * Job::kGsd));
-    EXPECT_THAT(mask.geoRect[3], DoubleEq(Job::kY0 - w.row * Job::kGsd));
-    EXPECT_THAT(mask.resY, DoubleEq(-Job::kGsd));
-  }
-}
-
 // Blocks of the map and the texture then begin at columns and rows other than 0.
 TEST(OrthoUpdateTest, EveryStripTakesItsOwnPartOfTheGrid) {
   Job job({{0, 11930, 1, 2}, {5, 11900, 20, 100}, {8, 0, 20, 60}, {0, 40, 20, 60}}, 30, 12000);

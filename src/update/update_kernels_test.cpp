@@ -18,30 +18,6 @@ GridView<const std::uint8_t> View(const Bytes& cells, int rows, int cols) {
   return {cells.data(), rows, cols};
 }
 
-TEST(KeptShareTest, HiddenCellsKeepNothingAndTheSeamIsSoft) {
-  constexpr int kRows = 64, kCols = 80;
-  for (const int width : {1, 3, 12, 30}) {
-    Bytes hidden(kRows * kCols, 0);
-    for (int r = 0; r < kRows; ++r) {
-      for (int c = 25; c < 25 + width; ++c) hidden[r * kCols + c] = 255;
-    }
-    const Bytes kept = KeptShare(View(hidden, kRows, kCols), kRows, kCols);
-    const auto at = [&](int c) { return int{kept[30 * kCols + c]}; };
-    int previous = 0;
-    for (int c = 25 + width; c < kCols; ++c) {
-      EXPECT_GE(at(c), previous) << width << " " << c;
-      EXPECT_TRUE(c == 25 + width || at(c) - previous <= 64) << "a step at " << c;
-      previous = at(c);
-    }
-    for (int c = 0; c < kCols; ++c) {
-      const int seen = c < 25 ? 25 - c : c - 24 - width;  // cells from what is hidden
-      EXPECT_TRUE(seen > 0 || at(c) == 0) << width << " " << c;
-      EXPECT_TRUE(seen <= 20 || at(c) == 255) << width << " " << c;
-    }
-    EXPECT_TRUE(width < 12 || at(25 + width) <= 8) << "the seam lies on seen ground";
-  }
-}
-
 // A literal pass-by-pass twin; equal colours must stay equal whatever the weight.
 TEST(BlendTextureTest, PassesAndBlendEqualTheirPlainForm) {
   std::mt19937 random(11);

@@ -43,16 +43,6 @@ TEST(StepSurfaceTest, SmoothGroundIsBilinearHoweverSteep) {
   EXPECT_TRUE(std::isnan(surface.HeightAt(std::numeric_limits<double>::quiet_NaN(), 1)));
 }
 
-// The wall stands half way between centres and the roof keeps its slope up to it.
-TEST(StepSurfaceTest, WallsStandUprightBetweenCentres) {
-  const Heights heights(12, 12, [](int, int col) { return col < 6 ? 0.0 : 20 + 0.5 * col; });
-  const StepSurface surface = heights.Surface();
-  for (const double col : {5.01, 5.2, 5.49}) EXPECT_EQ(surface.HeightAt(5.3, col), 0) << col;
-  for (const double col : {5.51, 5.8, 5.99, 6.0, 6.4}) {
-    EXPECT_NEAR(surface.HeightAt(5.3, col), 20 + 0.5 * col, 1e-5) << col;
-  }
-}
-
 // Point samples of a slanted edge make a staircase. The surface's edge has to lie nearer to the
 // true one than the staircase does, and to neither side of it on the average.
 TEST(StepSurfaceTest, SlantedEdgesAreStraightened) {
@@ -92,29 +82,6 @@ TEST(StepSurfaceTest, NoDataIsNoSurfaceHalfACellAround) {
     EXPECT_EQ(surface.Lowest(), 7);
     EXPECT_EQ(surface.Highest(), 7);
   }
-}
-
-// Whatever the heights, no point of a split quad may lie above what a skipped quad is assumed to
-// reach.
-TEST(StepSurfaceTest, TheUpperBoundHolds) {
-  const Heights heights(40, 40, [](int row, int col) {
-    return 6 * std::sin(row * 2.3) * std::cos(col * 1.7) + ((row / 5 + col / 7) % 2) * 9;
-  });
-  const StepSurface surface = heights.Surface();
-  int split = 0;
-  for (int row = 0; row < surface.QuadRows(); ++row) {
-    for (int col = 0; col < surface.QuadCols(); ++col) {
-      const auto kind = StepSurface::KindOf(surface.Quads()[row * surface.QuadCols() + col]);
-      if (kind != StepSurface::kSplit) continue;
-      ++split;
-      for (double v = 0.01; v < 1; v += 0.14) {
-        for (double u = 0.01; u < 1; u += 0.14) {
-          ASSERT_LE(surface.HeightAt(row + v, col + u), surface.UpperBound(row, col));
-        }
-      }
-    }
-  }
-  EXPECT_GT(split, 200);
 }
 
 }  // namespace
