@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "camera/photo_camera.h"
+#include "geo/Crs.h"
 #include "testing/raster_file.h"
 #include "testing/temp_dir.h"
 #include "tqorkit/TqFSManager.h"
@@ -126,12 +127,7 @@ struct BoxWorld {
         cells.push_back(static_cast<float>(!none ? height : col % 2 == 0 ? noData : NAN));
       }
     }
-    const RasterPlace place{kX0, kY0, kCell,
-                            "PROJCS[\"site\",GEOGCS[\"WGS 84\",DATUM[\"WGS_1984\",SPHEROID[\"WGS "
-                            "84\",6378137,298.257223563]],PRIMEM[\"Greenwich\",0],UNIT[\"degree\","
-                            "0.0174532925199433]],PROJECTION[\"Transverse_Mercator\"],PARAMETER["
-                            "\"central_meridian\",15],PARAMETER[\"scale_factor\",0.9996],PARAMETER["
-                            "\"false_easting\",500000],UNIT[\"metre\",1]]"};
+    const RasterPlace place{kX0, kY0, kCell, geo::CrsToWkt("EPSG:32633")};
     EXPECT_TRUE(WriteRaster(Dsm(), tqimage::kFloat32, cells.data(), kCols, kRows, place, &noData));
   }
 

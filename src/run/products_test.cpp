@@ -62,7 +62,11 @@ class ProductsTest : public ::testing::Test {
 TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
   Run("out", [](RunOptions&) {});
   std::vector<std::string> problems;
-  const auto survey = ReadSurvey(File("town/cameras.txt"), File("town/photos.txt"), problems);
+  const auto survey = ReadSurvey(world_.Cameras(), world_.Photos(), problems);
+  std::vector<SurveyPhoto> photos;
+  for (const auto& block : survey->blocks) {
+    photos.insert(photos.end(), block.photos.begin(), block.photos.end());
+  }
   tqimage::TqImage source;
   ASSERT_TRUE(source.Open(File("out/source.tif"), true));
   const tqimage::GeoCoefficients at = source.GetGeoCoefficients();
@@ -81,8 +85,8 @@ TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
       if (here == 0) continue;
       supplied[here] += 1;
       const auto centre = at.Raster2World(col, row);
-      shown.Merge(centre.x - 0.1, centre.y - 0.1);
-      shown.Merge(centre.x + 0.1, centre.y + 0.1);
+      shown.Merge(centre.x - 0.125, centre.y - 0.125);
+      shown.Merge(centre.x + 0.125, centre.y + 0.125);
       for (const int other :
            {col + 1 < cols ? number(row, col + 1) : 0, row + 1 < rows ? number(row + 1, col) : 0}) {
         sides += other != 0 && here != other;
@@ -104,13 +108,12 @@ TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
     const int photo = region->GetFieldAsInteger("number");
     const OGRPolygon* polygon = region->GetGeometryRef()->toPolygon();
     EXPECT_NEAR(region->GetFieldAsDouble("area_m2"), polygon->get_Area(), 1e-6);
-    supplied[photo] -= polygon->get_Area() / (0.2 * 0.2);
+    supplied[photo] -= polygon->get_Area() / (0.25 * 0.25);
     share += region->GetFieldAsDouble("share_pct");
     OGREnvelope one;
     polygon->getEnvelope(&one);
     regions.Merge(one);
-    EXPECT_EQ(region->GetFieldAsString("photo"),
-              survey->blocks[0].photos[static_cast<std::size_t>(photo - 1)].name);
+    EXPECT_EQ(region->GetFieldAsString("photo"), photos[static_cast<std::size_t>(photo - 1)].name);
   }
   for (const auto& [photo, left] : supplied) EXPECT_NEAR(left, 0, 1e-3) << photo;
   EXPECT_NEAR(std::abs(regions.MinX - shown.MinX) + std::abs(regions.MaxY - shown.MaxY), 0, 1e-6);
@@ -119,17 +122,17 @@ TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
     length += seam->GetFieldAsDouble("length_m");
   EXPECT_NEAR(share, 100, 1e-6);
   EXPECT_GT(length, 20);
-  EXPECT_NEAR(length, sides * 0.2, 1e-6 * length);
+  EXPECT_NEAR(length, sides * 0.25, 1e-6 * length);
   std::size_t next = 0;
   for (const auto& camera : *file->GetLayerByName("cameras")) {
-    const auto& photo = survey->blocks[0].photos[next++];
+    const auto& photo = photos[next++];
     EXPECT_EQ(camera->GetFieldAsString("photo"), photo.name);
     const OGRPoint* place = camera->GetGeometryRef()->toPoint();
     EXPECT_NEAR(
         std::hypot(place->getX() - photo.x, place->getY() - photo.y, place->getZ() - photo.z), 0,
         1e-6);
   }
-  EXPECT_EQ(next, 3U);
+  EXPECT_EQ(next, photos.size());
 }
 
 // A JPEG has a mask where the others have alpha. What the mosaic does not show is as empty in the

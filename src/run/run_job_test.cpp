@@ -139,6 +139,14 @@ TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
                  o.format.compression = "jpeg";
                  o.format.jpegQuality = 60;
                }},
+        // A raster of the same size and name, written again.
+        Change{"another surface", [](const BoxWorld& w) { w.WriteDsm(-32767, 0.5); }, {}},
+        Change{"another photo",
+               [](const BoxWorld& w) {
+                 fs::copy_file(w.dir.File("west/a.tif"), w.dir.File("west/d.tif"),
+                               fs::copy_options::overwrite_existing);
+               },
+               {}},
         Change{"another finish", nothing, [](RunOptions& o) { o.finish = Finish::kMark; }},
         Change{"other bands", nothing,
                [](RunOptions& o) {
@@ -147,15 +155,7 @@ TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
         Change{"nearest neighbour", nothing, [](RunOptions& o) { o.resampling = 0; }},
         Change{"the z-buffer's masks", nothing,
                [](RunOptions& o) { o.occlusion = Occlusion::kDepth; }},
-        Change{"upright walls", nothing, [](RunOptions& o) { o.walls = Walls::kSurface; }},
-        // A raster of the same size and name, written again.
-        Change{"another surface", [](const BoxWorld& w) { w.WriteDsm(-32767, 0.5); }, {}},
-        Change{"another photo",
-               [](const BoxWorld& w) {
-                 fs::copy_file(w.dir.File("west/a.tif"), w.dir.File("west/d.tif"),
-                               fs::copy_options::overwrite_existing);
-               },
-               {}}}) {
+        Change{"upright walls", nothing, [](RunOptions& o) { o.walls = Walls::kSurface; }}}) {
     SCOPED_TRACE(change.name);
     change.make(world);
     QuietObserver watcher;
