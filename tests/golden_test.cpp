@@ -129,9 +129,11 @@ TEST(GoldenTest, LibraryJobMasksWeightsTextureUpdatesAndTraces) {
     LibraryJob job;
     ASSERT_TRUE(job.Make(world, out, borders ? 0.4 : 0.15));
     ASSERT_TRUE(job.WeightMskProc(out, "", nullptr, nullptr));
+    tqRayTracer tracer;
+    ASSERT_TRUE(borders ||
+                tracer.DoRayTracing("ignored", out + "self_test_dsm.tif", out + "self_test.tif"));
     if (borders) {
       auto photos = job.photoBlocks[1].GetPhotos();
-      tqRayTracer tracer;
       for (std::size_t i = 0; i < 3; ++i) {
         const std::string name = world.dir.File("out/traced" + std::to_string(i));
         ASSERT_TRUE(

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <filesystem>
 #include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -262,54 +260,6 @@ TEST_F(EntryPointTest, FailuresLeaveNoMask) {
       EXPECT_FALSE(done) << entry;
       EXPECT_FALSE(std::filesystem::exists(Out())) << entry;
     }
-  }
-}
-
-/// True when the first `part` of the way from (row, col) to the camera over (-1900, 1900) passes a
-/// block of the self-test, widened by `grow` cells on every side.
-bool PassesABlock(double row, double col, double part, double grow) {
-  const auto inside = [&](double v) {
-    const double block = std::clamp(std::floor((v - 75) / 200 + 0.25), 0.0, 18.0);
-    return std::fabs(v - (100 + 200 * block + 25)) <= 25 + grow;
-  };
-  const double length = std::hypot(row + 1900, col - 1900);
-  for (double t = 0; t <= part; t += 0.5 / length) {
-    if (inside(row + t * (-1900 - row)) && inside(col + t * (1900 - col))) return true;
-  }
-  return false;
-}
-
-// The self-test's camera hangs 500 above ground and north of the surface, so a ray climbs above the
-// blocks (100) after a fifth of its way: a ground cell is hidden when a block stands on that fifth.
-TEST_F(EntryPointTest, SelfTestShadowsLieWhereGeometrySays) {
-  const std::string dsm = dir_.File("blocks.tif");
-  ASSERT_TRUE(tracer_.DoRayTracing("ignored", dsm, Out()));
-  const MaskFile mask = Read(Out());
-  ASSERT_EQ(mask.cols, 4000);
-  ASSERT_EQ(mask.rows, 4000);
-  std::mt19937 random(7);
-  int checked[2] = {};
-  for (int i = 0; i < 2000; ++i) {
-    const int row = static_cast<int>(random() % 3700);
-    const int col = static_cast<int>(random() % 3700);
-    if (col > 1650 && col < 1901) continue;  // leaves whose case does not fit the rays
-    if (PassesABlock(row, col, 0, 3)) continue;
-    const bool least = PassesABlock(row, col, 0.198, -3);
-    if (least != PassesABlock(row, col, 0.202, 3)) continue;
-    ASSERT_EQ(mask.At(row, col), least ? 255 : 0) << row << " " << col;
-    ++checked[least ? 1 : 0];
-  }
-  EXPECT_GT(checked[0], 100);
-  EXPECT_GT(checked[1], 100);
-  TqImage surface;
-  ASSERT_TRUE(surface.Open(dsm, true));
-  EXPECT_EQ(surface.GetNoDataValue(0), -9999);
-  for (const auto& [first, before, inside] : {std::array{99, 0, 100}, {3749, 100, 0}}) {
-    float corners[4] = {};
-    ASSERT_TRUE(
-        surface.ReadImage(0, {first, first, first + 2, first + 2}, tqimage::kFloat32, corners));
-    EXPECT_EQ(corners[0], before);
-    EXPECT_EQ(corners[3], inside);
   }
 }
 

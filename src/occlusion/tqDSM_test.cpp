@@ -138,14 +138,5 @@ TEST_F(DsmTest, RescaleKeepsOriginAndBoxOfTheOldGrid) {
   }
 }
 
-TEST(DsmHeightTest, ValidityIsASinglePrecisionDifferenceAgainstAMillionth) {
-  EXPECT_FALSE(IsValidHeight(5.0f, 5.0f));
-  EXPECT_FALSE(IsValidHeight(1.0f + 5e-7f, 1.0f));
-  EXPECT_TRUE(IsValidHeight(1.0f + 2e-6f, 1.0f));
-  // Next to -9999 the smallest difference of two floats is already larger than the tolerance.
-  EXPECT_TRUE(IsValidHeight(std::nextafter(-9999.0f, 0.0f), -9999.0f));
-  EXPECT_FALSE(IsValidHeight(std::nanf(""), -9999.0f));
-}
-
 }  // namespace
 }  // namespace tqtortho

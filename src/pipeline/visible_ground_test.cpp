@@ -6,6 +6,7 @@
 #include <random>
 
 #include "core/rect_ops.h"
+#include "mosaic/mosaic_layer.h"
 #include "pipeline/neighbours.h"
 
 namespace tqtortho {
@@ -42,22 +43,6 @@ PhotoCamera Camera(double x, double y, double z, double phi, double omega, doubl
   return camera;
 }
 
-// Whether rectification would take a pixel for this ground point (points behind the camera aside).
-bool Shows(const PhotoCamera& camera, double x, double y, double z) {
-  const double* m = camera.rotation;
-  const double den =
-      m[2] * (x - camera.centre.x) + m[5] * (y - camera.centre.y) + m[8] * (z - camera.centre.z);
-  if (den >= 0) return false;
-  const auto ideal = PixelFromImage(camera, ImageFromGround(camera, x, y, z));
-  const auto inside = [&](double column, double row) {
-    return column >= 0 && column < camera.width && row >= 0 && row < camera.height;
-  };
-  if (!inside(ideal.x, ideal.y)) return false;
-  const auto recorded =
-      RecordedFromIdeal(camera.lens, {static_cast<float>(ideal.x), static_cast<float>(ideal.y)});
-  return inside(recorded.x, camera.height - static_cast<double>(recorded.y));
-}
-
 // The box by brute force: every patch of which one of 7 x 7 points is shown.
 Rect BruteForce(const HeightPyramid& surface, const PhotoCamera& camera) {
   const auto& finest = surface.levels.front();
@@ -71,7 +56,9 @@ Rect BruteForce(const HeightPyramid& surface, const PhotoCamera& camera) {
       for (int i = 0; i < 49; ++i) {
         const double x = left + kPatch * (i % 7) / 6;
         const double y = top - kPatch * (i / 7) / 6;
-        if (Shows(camera, x, y, range.low) || Shows(camera, x, y, range.high)) {
+        double col = 0, line = 0;
+        if (host::PhotoPosition(camera, x, y, range.low, col, line) ||
+            host::PhotoPosition(camera, x, y, range.high, col, line)) {
           FoldInto(box, Rect{left, top - kPatch, left + kPatch, top});
         }
       }

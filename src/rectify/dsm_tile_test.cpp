@@ -109,22 +109,5 @@ TEST_F(DsmTileTest, CellsWithoutHeightNeverCountInTheStatistics) {
   }
 }
 
-TEST(BlockRectangleTest, PhotosWithoutAFootprintAreLeftOut) {
-  std::vector<tqorkit::tqPhotoCategory> blocks(2);
-  const auto insert = [&](int block, const Rect& rect) {
-    tqorkit::tqExtOri photo;
-    photo.SetGeoRect(rect);
-    blocks[block].InsertPhoto(photo);
-  };
-  insert(0, Rect{});
-  insert(0, {0, 0, 0, 0});
-  insert(0, {kNaN, 0, 1, 1});
-  insert(1, {-kInf, 0, 1, 1});
-  EXPECT_EQ(BlockRectangle(blocks), Rect{});
-  insert(0, {10, 20, 30, 40});
-  insert(1, {-5, 25, 12, 60});
-  EXPECT_EQ(BlockRectangle(blocks), (Rect{-5, 20, 30, 60}));
-}
-
 }  // namespace
 }  // namespace tqtortho

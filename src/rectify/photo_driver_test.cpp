@@ -176,15 +176,5 @@ TEST_F(PhotoDriverTest, SizingRunWritesSidecarsOnly) {
   EXPECT_GE(sidecar.rows, 2);
 }
 
-TEST_F(PhotoDriverTest, ScaleBelowOneEndsTheCallAndKeepsWhatIsWritten) {
-  AddPhoto("a.tif", inside_);
-  AddPhoto("b.tif", inside_);
-  EXPECT_FALSE(Run(false, 0.5, 1));
-  EXPECT_THAT(log_.lines, ::testing::ElementsAre(ToGbk(message::kScaleAbnormal)));
-  EXPECT_TRUE(std::filesystem::exists(Ortho()));
-  EXPECT_FALSE(std::filesystem::exists(ReducedCopyName(Ortho(), out_)));
-  EXPECT_FALSE(Run(false, std::numeric_limits<double>::quiet_NaN(), 1));
-}
-
 }  // namespace
 }  // namespace tqtortho
