@@ -88,7 +88,7 @@ struct Scene {
 
 /// Share of half cells near the box whose height is wrong by more than a metre.
 double WrongShare(const std::vector<PhotoWindow>& photos, double tooWide, bool ask,
-                  std::int64_t& judged) {
+                  std::int64_t& judged, std::vector<WallCell>* asked = nullptr) {
   std::vector<float> heights;
   for (int row = 0; row < kCells; ++row) {
     for (int col = 0; col < kCells; ++col) {
@@ -118,6 +118,7 @@ double WrongShare(const std::vector<PhotoWindow>& photos, double tooWide, bool a
   if (ask) {
     AskPhotos(ground, zone, photos, BrightnessGains(ground, zone, photos), nullptr, cells);
   }
+  if (asked != nullptr) *asked = cells;
   WallCutOptions cut;
   cut.agreement = SpreadOfAgreement(parts);
   std::array<std::int64_t, WallPrior::kBins> upper{}, lower{};
@@ -164,6 +165,25 @@ TEST(WallPhotosTest, PutTheWallsOfATooWideBoxBack) {
     EXPECT_GT(before, 0.045);
     EXPECT_LT(after, 0.034) << "too wide by " << tooWide << ": " << before;
   }
+}
+
+// Photos from the south look across the roof to its northern wall, and not to its southern one.
+TEST(WallPhotosTest, CountTheViewsAcrossTheRoof) {
+  const Scene scene({{14, 2}, {17, 3}});
+  std::int64_t judged = 0;
+  std::vector<WallCell> cells;
+  (void)WrongShare(scene.photos, 0, true, judged, &cells);
+  int north = 0, south = 0;
+  for (const WallCell& cell : cells) {
+    const double x = 0.5 * kCell * cell.col, y = 30 - 0.5 * kCell * cell.row;
+    // At the outermost cells the way to the lower side is not known.
+    const bool atWall = std::min(std::fabs(y - kLow), std::fabs(y - kHigh)) < 0.3;
+    if (!atWall || x < kLow + 2 || x > kHigh - 2 || cell.onUpper.photos == 0) continue;
+    (y > 15 ? north : south) += cell.onUpper.photos;
+    EXPECT_EQ(cell.onUpper.across, y > 15 ? cell.onUpper.photos : 0) << x << " " << y;
+  }
+  EXPECT_GT(north, 50);
+  EXPECT_GT(south, 50);
 }
 
 // No photo, one photo, photos that look elsewhere: what the surface alone says stays.
