@@ -171,6 +171,11 @@ TEST(GoldenTest, RunsOfTheCommand) {
     void (*ask)(host::RunOptions&);
   };
   for (const Run& run : {Run{"fill", [](host::RunOptions& o) { o.webTiles = true; }},
+                         Run{"texture",
+                             [](host::RunOptions& o) {
+                               o.finish = host::Finish::kTexture;
+                               o.fill = host::HoleFilling::kAll;
+                             }},
                          Run{"mark",
                              [](host::RunOptions& o) {
                                o.finish = host::Finish::kMark;

@@ -172,9 +172,10 @@ int Run(RunArguments& arguments) {
   run.resampling = arguments.resampling == "nearest" ? 0 : 1;
   if (arguments.gsd >= 0) run.gsd = arguments.gsd;
   run.fill = FillingOf(arguments.fill);
-  run.finish = arguments.finish == "none"   ? host::Finish::kNone
-               : arguments.finish == "mark" ? host::Finish::kMark
-                                            : host::Finish::kFill;
+  run.finish = arguments.finish == "none"      ? host::Finish::kNone
+               : arguments.finish == "mark"    ? host::Finish::kMark
+               : arguments.finish == "texture" ? host::Finish::kTexture
+                                               : host::Finish::kFill;
   run.occlusion = arguments.occlusion == "rays"    ? host::Occlusion::kRays
                   : arguments.occlusion == "depth" ? host::Occlusion::kDepth
                                                    : host::Occlusion::kSight;
@@ -254,9 +255,10 @@ void AddRun(CLI::App& app, int& status) {
       ->capture_default_str();
   command
       ->add_option("--finish", a->finish,
-                   "ortho images after the mosaic: hidden cells filled from it, cells that a photo "
-                   "must not supply marked 0, or nothing")
-      ->check(CLI::IsMember({"fill", "mark", "none"}))
+                   "ortho images after the mosaic: hidden cells filled from it and the others as "
+                   "rectified; all cells taken from it (texture); cells that a photo must not "
+                   "supply marked 0; or nothing done")
+      ->check(CLI::IsMember({"fill", "mark", "texture", "none"}))
       ->capture_default_str();
   AddFillOption(*command, a->fill);
   AddFormatOption(*command, a->format);

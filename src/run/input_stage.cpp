@@ -71,6 +71,10 @@ void Estimate(JobRun& run, CheckResult& check) {
 }  // namespace
 
 RunStatus CheckInputs(JobRun& run) {
+  if (SplitBlocksByCamera(run.survey) > 0) {
+    run.observer.Note(
+        "photos of several cameras lie in one block; each camera gets a block of its own");
+  }
   if (!ChooseBands(run.options.bands, run.paths.staged, run.survey, run.error)) {
     return RunStatus::kBadInput;
   }

@@ -27,7 +27,7 @@ class JobProgress {
   bool Update(double percent);
   [[nodiscard]] bool Stopped();
 
-  /// What one percent of the callback stands for; the fill pass counts every photo twice.
+  /// What one percent of the callback stands for.
   double share = 1;
   /// Called once when rectification has begun: footprints are estimated and not yet measured.
   std::function<void()> onRectify;

@@ -72,7 +72,10 @@ bool MakeOrKeepMosaic(JobRun& run, const MosaicInput& input, const std::string& 
 bool FinishOrthos(JobRun& run, const std::string& fingerprint) {
   ForgetFaults();  // those of the stages above are told
   if (run.options.finish == Finish::kFill) {
-    run.progress.share = 0.5;
+    (void)run.job.UpdateOrthoImagesEx(std::string(), run.paths.ortho, &JobProgress::Callback,
+                                      &run.progress);
+  } else if (run.options.finish == Finish::kTexture) {
+    run.progress.share = 0.5;  // this update counts every photo twice
     (void)run.job.UpdateOrthoImages(std::string(), run.paths.ortho, &JobProgress::Callback,
                                     &run.progress);
   } else if (run.options.finish == Finish::kMark) {

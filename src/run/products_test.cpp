@@ -2,7 +2,6 @@
 // The products of whole jobs, as somebody to whom they are passed on opens them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <ogrsf_frmts.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -17,6 +16,7 @@
 #include "survey/survey_reader.h"
 #include "testing/box_world.h"
 #include "testing/quiet_observer.h"
+#include "testing/vector_file.h"
 #include "tqimage/TqImage.h"
 
 namespace tqtortho::host {
@@ -94,8 +94,7 @@ TEST_F(ProductsTest, SeamsFileSaysWhatTheRasterOfSourcesShows) {
     }
   }
 
-  const std::unique_ptr<GDALDataset> file(
-      GDALDataset::Open(File("out/seams.gpkg").c_str(), GDAL_OF_VECTOR));
+  const auto file = tqtortho::testing::OpenVectors(File("out/seams.gpkg"));
   ASSERT_NE(file, nullptr);
   for (const char* name : {"regions", "seams", "footprints", "cameras"}) {
     const auto* crs = file->GetLayerByName(name)->GetSpatialRef();
@@ -161,7 +160,7 @@ TEST_F(ProductsTest, WhoeverReadsTheMosaicGoesByMaskOrAlpha) {
 // Orthos, as rectified and as filled: named ".tif" too, 0 is no data, and masks say what they hold.
 TEST_F(ProductsTest, OrthosOpenByTheirNameAndSayWhatIsNoData) {
   std::size_t aliases = 0;
-  for (const Finish finish : {Finish::kNone, Finish::kFill}) {
+  for (const Finish finish : {Finish::kNone, Finish::kFill, Finish::kTexture}) {
     const RunReport report = Run("o", [&](RunOptions& options) { options.finish = finish; });
     for (const PhotoOutcome& photo : report.photos) {
       const auto names = NamesOfOrtho(photo.orthoPath);
@@ -177,12 +176,37 @@ TEST_F(ProductsTest, OrthosOpenByTheirNameAndSayWhatIsNoData) {
       const std::string stem = named.substr(0, named.size() - 4);
       for (const char* mask : {".msk", ".msk.tif"}) {
         const std::string text = ReadText(stem + mask);
-        const bool owns = finish == Finish::kFill && std::string(mask) == ".msk";
+        const bool owns = finish == Finish::kTexture && std::string(mask) == ".msk";
         EXPECT_THAT(text, HasSubstr(owns ? "the photo owns this cell" : "as rectified has data"));
       }
     }
   }
   EXPECT_GT(aliases, 0U);
+}
+
+// The default finish gives hidden cells the mosaic's colour and leaves the photo's own alone.
+TEST_F(ProductsTest, FilledOrthosKeepEveryCellThatTheirPhotoSees) {
+  const auto none = Run("none", [](RunOptions& options) { options.finish = Finish::kNone; });
+  const auto fill = Run("fill", [](RunOptions& options) { options.fill = HoleFilling::kAll; });
+  int filled = 0;
+  for (std::size_t k = 0; k < fill.photos.size(); ++k) {
+    tqorkit::PhotoInfo own, other, mask;
+    const std::string& path = fill.photos[k].orthoPath;
+    ASSERT_TRUE(tqimage::TqImage::QuickReadImage(path, own, nullptr));
+    ASSERT_TRUE(tqimage::TqImage::QuickReadImage(none.photos[k].orthoPath, other, nullptr));
+    ASSERT_TRUE(tqimage::TqImage::QuickReadImage(path + "_obs.tif", mask, nullptr));
+    ASSERT_EQ(own.data.size(), other.data.size());
+    int changed = 0;
+    for (std::size_t i = 0; i < own.data.size(); ++i) {
+      const std::uint8_t* before = &other.data[i / 3 * 3];
+      const bool isEmpty = before[0] <= 1 && before[1] <= 1 && before[2] <= 1;  // a hole
+      if (own.data[i] == other.data[i] || isEmpty) continue;
+      ++changed;
+      ASSERT_EQ(mask.data[i / 3], 255) << i;
+    }
+    filled += changed;
+  }
+  EXPECT_GT(filled, 1000);
 }
 
 TEST(NameOrthosTest, PhotosOfOneStemGetNamesOfTheirOwn) {

@@ -14,9 +14,10 @@ namespace {
 
 std::vector<std::pair<std::string, std::string>> SettingsOf(const RunOptions& options,
                                                             const RunReport& report) {
-  const char* finish = options.finish == Finish::kFill   ? "fill"
-                       : options.finish == Finish::kMark ? "mark"
-                                                         : "none";
+  const char* finish = options.finish == Finish::kFill      ? "fill"
+                       : options.finish == Finish::kTexture ? "texture"
+                       : options.finish == Finish::kMark    ? "mark"
+                                                            : "none";
   return {{"surface model", options.dsmPath},
           {"cell size", Exact(report.gsd)},
           {"resampling", options.resampling == 0 ? "nearest" : "bilinear"},

@@ -123,6 +123,33 @@ TEST_F(RunJobTest, MosaicMasksAndQualityShowTheWorld) {
   for (int number = 1; number <= 7; ++number) EXPECT_GT(supplied[number], 500) << number;
 }
 
+// Lists that people write put the photos of all cameras into one folder.
+TEST_F(RunJobTest, PhotosOfSeveralCamerasInOneFolderAreAllMade) {
+  std::vector<std::string> problems;
+  auto survey = ReadSurvey(world.Cameras(), world.Photos(), problems);
+  SurveyBlock& west = survey->blocks[0];
+  SurveyBlock& east = survey->blocks[1];
+  for (const std::size_t i : {0, 2}) {  // c.tif and f.png
+    fs::copy(east.path + "/" + east.photos[i].name, west.path);
+    west.photos.insert(west.photos.begin() + 1, east.photos[i]);
+  }
+  east.photos = {east.photos[1]};
+  RunOptions options;
+  options.dsmPath = world.Dsm();
+  options.outDir = world.dir.File("mixed");
+  options.gsd = kGsd;
+  QuietObserver quiet;
+  RunReport report;
+  std::string error;
+  ASSERT_EQ(RunJob(*survey, options, quiet, report, error), RunStatus::kDone) << error;
+  EXPECT_EQ(report.photos.size(), 7U);
+  for (const auto& photo : report.photos) EXPECT_TRUE(photo.done) << photo.name << photo.reason;
+  // Blocks that were there keep their numbers, the second camera's photos of the first come last.
+  EXPECT_TRUE(fs::exists(options.outDir + "/ortho/e_0.tif"));
+  EXPECT_TRUE(fs::exists(options.outDir + "/ortho/a_1.tif"));
+  EXPECT_TRUE(fs::exists(options.outDir + "/ortho/c_2.tif"));
+}
+
 // Options and inputs that change a product make it anew; the rest is kept.
 TEST_F(RunJobTest, ASecondRunGivesWhatAFreshOneWould) {
   Run("job");

@@ -12,9 +12,10 @@ namespace tqtortho::host {
 
 /// What is done to the ortho images once the mosaic is made.
 enum class Finish {
-  kFill,  ///< hidden cells get the mosaic's texture, with soft seams
-  kMark,  ///< cells that the photo must not supply become 0
-  kNone,  ///< they stay as they were rectified
+  kFill,     ///< hidden cells get the mosaic's colours, all others stay as they were rectified
+  kTexture,  ///< every cell gets the mosaic's colours: the orthos are the mosaic, cut to the photos
+  kMark,     ///< cells that the photo must not supply become 0
+  kNone,     ///< they stay as they were rectified
 };
 
 /// How it is found out what a photo cannot see.

@@ -5,7 +5,10 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <system_error>
+#include <utility>
 
 #include "internal/safe_file.h"
 #include "survey/number_text.h"
@@ -61,6 +64,27 @@ bool WriteCameraFile(const std::string& path, const Survey& survey) {
     text += "\n";
   }
   return WriteWholeFile(path, text);
+}
+
+int SplitBlocksByCamera(Survey& survey) {
+  int divided = 0;
+  std::vector<SurveyBlock> added;
+  for (SurveyBlock& block : survey.blocks) {
+    std::vector<SurveyBlock> parts;
+    std::map<int, std::size_t> partOf;
+    for (SurveyPhoto& photo : block.photos) {
+      const auto [part, isNew] = partOf.emplace(photo.cameraId, parts.size());
+      if (isNew) parts.push_back({block.path, {}});
+      parts[part->second].photos.push_back(std::move(photo));
+    }
+    block.photos.clear();
+    if (parts.empty()) continue;
+    divided += parts.size() > 1 ? 1 : 0;
+    block = std::move(parts.front());
+    std::move(parts.begin() + 1, parts.end(), std::back_inserter(added));
+  }
+  std::move(added.begin(), added.end(), std::back_inserter(survey.blocks));
+  return divided;
 }
 
 bool WritePhotoList(const std::string& path, const Survey& survey) {

@@ -51,6 +51,11 @@ struct Survey {
       notes;  ///< what a user should know (residuals, photos left out), a line each
 };
 
+/// Gives every block photos of one camera only: the library divides a job by camera and block, and
+/// loses photos of blocks that hold several. A block keeps its number and its first photo's camera;
+/// its photos of other cameras go to new blocks at the end. Returns how many blocks were divided.
+int SplitBlocksByCamera(Survey& survey);
+
 /// Writes the lists in the library's text formats. False when a file cannot be written.
 bool WriteCameraFile(const std::string& path, const Survey& survey);
 bool WritePhotoList(const std::string& path, const Survey& survey);
