@@ -27,7 +27,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(control ${PROJECT_BINARY_DIR}/debian)
 file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
 file(WRITE ${control}/shlibs
-  "libtqtortho ${PROJECT_VERSION_MAJOR} tqtortho (>= ${PROJECT_VERSION})\n")
+  "libtqtortho ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR} tqtortho (>= ${PROJECT_VERSION})\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${control}/triggers ${control}/shlibs)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS qgis)

@@ -5,13 +5,16 @@
 #include <tqtortho/tqTORProc.h>
 #include <tqtortho/tqTORectify.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "tqfd/Logger.h"
 #include "tqfd/PathHelper.h"
 #include "tqorkit/TqFSManager.h"
+#include "tqraster/tqRasterTorMsk.h"
 
 namespace {
 
@@ -41,16 +44,25 @@ int main(int argc, char** argv) {
 
   double last = 0;
   double heightPair[2] = {0.2, 0.0};
+  // A maker of masks of the host's own; the job hands it the photos once, with their footprints.
+  std::size_t handed = 0;
+  TqRaster::tqRasterTorMsk::SetMaker(
+      [&](std::vector<tqorkit::tqPhotoCategory>& blocks, tqfd::ProgressCallback, void*) {
+        for (const auto& photos : blocks) handed += photos.GetPhotos().size();
+        return true;
+      });
   tqtortho::tqTORProc job;
   const bool ok = job.TrueOrthoPhotoProc(
       (town + "/dsm.tif").c_str(), (town + "/cameras.txt").c_str(), (out + "/photos.txt").c_str(),
       heightPair, (out + "/ortho/").c_str(), nullptr, 1, false, false, &Watch, &last);
 
+  TqRaster::tqRasterTorMsk::SetMaker(nullptr);
+
   // The same block once more by its number, as a job array would.
   tqtortho::tqTORectify rectify;
   const bool block = rectify.BlockOR((out + "/ortho_data/orParam.txt").c_str(), 1);
   const bool none = rectify.BlockOR((out + "/ortho_data/orParam.txt").c_str(), 9999);
-  std::printf("%s job %d, last progress %.1f, block %d, missing block %d\n", TQTORTHO_VERSION, ok,
-              last, block, none);
-  return ok && block && !none && last > 99.9 ? 0 : 1;
+  std::printf("%s job %d, last progress %.1f, block %d, missing block %d, handed %zu\n",
+              TQTORTHO_VERSION, ok, last, block, none, handed);
+  return ok && block && !none && handed == 2 && last > 99.9 ? 0 : 1;
 }
