@@ -12,7 +12,6 @@
 namespace tqtortho {
 
 class tqDSM;
-struct TestPeer;
 
 /// Visibility of ground cells from a projection centre, by ray tracing through a DSM.
 ///
@@ -53,8 +52,6 @@ class TQTORTHO_API tqRayTracer {
   bool DoRayTracing(std::string ignoredPath, std::string dsmPath, std::string outPath);
 
  protected:
-  friend struct TestPeer;
-
   /// The kernel: marks every valid cell of `dsm` whose straight line to `cameraCentre` (world
   /// coordinates) is blocked by higher surface.
   ///

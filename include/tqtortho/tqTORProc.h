@@ -17,8 +17,6 @@
 
 namespace tqtortho {
 
-struct TestPeer;
-
 /// One whole true-ortho job.
 ///
 /// The job's own state lies under tqfd::PathHelper::GetProgramDataDirectory() and
@@ -127,8 +125,6 @@ class TQTORTHO_API tqTORProc {
   bool ColorCompensation();
 
  protected:
-  friend struct TestPeer;
-
   /// The rectification part of the job, arguments as TrueOrthoPhotoProc.
   bool OrthoRectiProc(const char* dsmPath, const char* cameraFile, const char* photoListFile,
                       double* heightPair, const char* outputDir,

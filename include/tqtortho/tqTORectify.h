@@ -17,8 +17,6 @@
 
 namespace tqtortho {
 
-struct TestPeer;  // the tests' way to the private steps
-
 /// Rectification of photos onto a DSM.
 ///
 /// An object carries the geometry of one photo at a time (camera, orientation, rotation matrix), so
@@ -86,8 +84,6 @@ class TQTORTHO_API tqTORectify {
                            tqfd::ProgressCallback progress, void* user);
 
  private:
-  friend struct TestPeer;
-
   bool PrepareParams(const char* path, std::vector<tqorkit::tqPhotoCategory>* photoBlocks,
                      std::map<int, tqorkit::tqIntOri>* cameras, const char* dsmPath,
                      double* heightPair, std::vector<tqfd::Point2_T<double>>* areaPolygon,
