@@ -213,6 +213,69 @@ int Run(RunArguments& arguments) {
   return kDone;
 }
 
+void AddOrthoOptions(CLI::App& command, RunArguments& a) {
+  command
+      .add_option("--gsd", a.gsd,
+                  "ground size of an output cell; 0: the DSM's; default: the photos' median ground "
+                  "resolution, rounded up")
+      ->check(Between(0.0, 1e6))
+      ->type_name("M");
+  command
+      .add_option("--start-height", a.run.startHeight,
+                  "height where footprints are first looked for; 0: the DSM's mean")
+      ->check(Between(-1e5, 1e5))
+      ->type_name("Z");
+  command.add_option("--resampling", a.resampling, "how photos are sampled")
+      ->check(CLI::IsMember({"nearest", "bilinear"}))
+      ->capture_default_str();
+  command
+      .add_option(
+          "--occlusion", a.occlusion,
+          "how it is found out what a photo cannot see: lines of sight against the surface "
+          "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
+          "which finds little")
+      ->check(CLI::IsMember({"sight", "rays", "depth"}))
+      ->capture_default_str();
+  command
+      .add_option("--walls", a.walls,
+                  "walls that the DSM draws as ramps or in the wrong place: made upright where the "
+                  "photos agree best, or at half their height by the surface alone, or kept")
+      ->check(CLI::IsMember({"photos", "surface", "keep"}))
+      ->capture_default_str();
+  command
+      .add_option("--finish", a.finish,
+                  "ortho images after the mosaic: hidden cells filled from it and the others as "
+                  "rectified; all cells taken from it (texture); cells that a photo must not "
+                  "supply marked 0; or nothing done")
+      ->check(CLI::IsMember({"fill", "mark", "texture", "none"}))
+      ->capture_default_str();
+}
+
+void AddProductOptions(CLI::App& command, RunArguments& a) {
+  AddFillOption(command, a.fill);
+  AddFormatOption(command, a.format);
+  command.add_option("--compress", a.run.format.compression, "compression of the mosaic")
+      ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
+      ->capture_default_str();
+  command.add_option("--area", a.run.areaPath, "produce only this polygon")
+      ->check(Named())
+      ->type_name("F.geojson");
+  command
+      .add_option("--bands", a.bands,
+                  "bands of the photos to use, counted from 1: one, or three for red, green and "
+                  "blue (4,3,2)")
+      ->delimiter(',')
+      ->check(CLI::Range(1, 10000))
+      ->type_name("N,N,N");
+  command
+      .add_option("--range", a.range,
+                  "with --bands: sample values that become black and white, for photos of more "
+                  "than 8 bits")
+      ->delimiter(',')
+      ->expected(2)
+      ->type_name("LO,HI");
+}
+
 }  // namespace
 
 void AddRun(CLI::App& app, int& status) {
@@ -223,65 +286,8 @@ void AddRun(CLI::App& app, int& status) {
       ->required()
       ->check(Named())
       ->type_name("DIR");
-  command
-      ->add_option(
-          "--gsd", a->gsd,
-          "ground size of an output cell; 0: the DSM's; default: the photos' median ground "
-          "resolution, rounded up")
-      ->check(Between(0.0, 1e6))
-      ->type_name("M");
-  command
-      ->add_option("--start-height", a->run.startHeight,
-                   "height where footprints are first looked for; 0: the DSM's mean")
-      ->check(Between(-1e5, 1e5))
-      ->type_name("Z");
-  command->add_option("--resampling", a->resampling, "how photos are sampled")
-      ->check(CLI::IsMember({"nearest", "bilinear"}))
-      ->capture_default_str();
-  command
-      ->add_option(
-          "--occlusion", a->occlusion,
-          "how it is found out what a photo cannot see: lines of sight against the surface "
-          "and its walls; rays traced through a coarser surface; or depth alone (z-buffer), "
-          "which finds little")
-      ->check(CLI::IsMember({"sight", "rays", "depth"}))
-      ->capture_default_str();
-  command
-      ->add_option(
-          "--walls", a->walls,
-          "walls that the DSM draws as ramps or in the wrong place: made upright where the "
-          "photos agree best, or at half their height by the surface alone, or kept")
-      ->check(CLI::IsMember({"photos", "surface", "keep"}))
-      ->capture_default_str();
-  command
-      ->add_option("--finish", a->finish,
-                   "ortho images after the mosaic: hidden cells filled from it and the others as "
-                   "rectified; all cells taken from it (texture); cells that a photo must not "
-                   "supply marked 0; or nothing done")
-      ->check(CLI::IsMember({"fill", "mark", "texture", "none"}))
-      ->capture_default_str();
-  AddFillOption(*command, a->fill);
-  AddFormatOption(*command, a->format);
-  command->add_option("--compress", a->run.format.compression, "compression of the mosaic")
-      ->check(CLI::IsMember({"auto", "zstd", "deflate", "jpeg"}))
-      ->capture_default_str();
-  command->add_option("--area", a->run.areaPath, "produce only this polygon")
-      ->check(Named())
-      ->type_name("F.geojson");
-  command
-      ->add_option("--bands", a->bands,
-                   "bands of the photos to use, counted from 1: one, or three for red, green and "
-                   "blue (4,3,2)")
-      ->delimiter(',')
-      ->check(CLI::Range(1, 10000))
-      ->type_name("N,N,N");
-  command
-      ->add_option("--range", a->range,
-                   "with --bands: sample values that become black and white, for photos of more "
-                   "than 8 bits")
-      ->delimiter(',')
-      ->expected(2)
-      ->type_name("LO,HI");
+  AddOrthoOptions(*command, *a);
+  AddProductOptions(*command, *a);
   command->add_flag("--reduced", a->run.reducedCopies,
                     "also write a reduced copy of every ortho (OUT/rs)");
   command->add_flag("--sizing-only", a->run.sizingOnly, "georeference sidecars only, no rasters");
