@@ -25,7 +25,7 @@ checked, faults = 0, []
 for document in documents:
     text = document.read_text()
     # A command ends with its code: at a backtick, or at the end of an indented line unless that ends in "\".
-    for call in re.finditer(r"tqtortho (\w[\w-]*)((?:\\\n|[^\n`|])*)", text):
+    for call in re.finditer(r"tqtortho ([a-z][\w-]*)((?:\\\n|[^\n`|])*)", text):
         subcommand, rest = call.groups()
         line_start = text.rfind("\n", 0, call.start()) + 1
         indented = text[line_start:line_start + 4] == "    "
